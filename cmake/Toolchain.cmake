@@ -1,0 +1,29 @@
+# Warnings, sanitizers and the link of a release.
+
+find_package(Threads REQUIRED)
+
+# What every room of ours is compiled with; generated code is not.
+add_library(korvid_warnings INTERFACE)
+target_compile_options(korvid_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${KORVID_WERROR}>:-Werror>)
+
+if(KORVID_SANITIZE)
+    add_compile_options(-fsanitize=${KORVID_SANITIZE} -fno-omit-frame-pointer
+                        -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=${KORVID_SANITIZE})
+endif()
+
+# The C++ runtimes are linked statically into a release: a cold start is a third shorter.
+if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KORVID_SANITIZE)
+    set(Protobuf_USE_STATIC_LIBS ON)
+    add_compile_options(-ffunction-sections -fdata-sections)
+    add_link_options(-static-libstdc++ -static-libgcc -Wl,--gc-sections -Wl,-z,relro,-z,now)
+endif()
+
+# korvid_room(NAME SOURCES... [LINKS ...]): a room of src/ as one library.
+function(korvid_room name)
+    cmake_parse_arguments(ROOM "" "" "SOURCES;LINKS" ${ARGN})
+    add_library(${name} STATIC ${ROOM_SOURCES})
+    target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
+    target_link_libraries(${name} PRIVATE korvid_warnings PUBLIC ${ROOM_LINKS})
+endfunction()

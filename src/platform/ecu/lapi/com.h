@@ -1,0 +1,115 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ecu/lapi/config.h"
+
+/// Transport client: the connection to the unit's publish/subscribe broker.
+namespace ecu::lapi::com {
+
+/// The unit of data that is published and received.
+struct Message {
+    Message() = default;
+    explicit Message(std::vector<std::uint8_t> bytes) : payload(std::move(bytes)) {}
+    Message(const Message&) = default;
+    Message(Message&&) = default;
+    Message& operator=(const Message&) = default;
+    Message& operator=(Message&&) = default;
+    virtual ~Message() = default;
+
+    /// Time of reception in milliseconds since the Unix epoch; 0 in a message built for publishing.
+    std::uint64_t get_timestamp() const { return timestamp; }
+
+    std::uint8_t qos = 0;  ///< '0', '1' or '2' on delivery; a zero byte publishes at QoS 0
+    std::uint64_t timestamp = 0;
+    std::uint8_t retain = 0;  ///< 1 when the broker had kept the message
+    std::vector<std::uint8_t> payload;
+    std::uint8_t duplicate = 0;  ///< 1 when the broker sent the message again
+};
+
+/// Receives the messages of a subscription.
+class ISubscriptionObserver {
+public:
+    virtual ~ISubscriptionObserver() = default;
+
+    /// Called on the library's delivery thread, with no lock of the library held.
+    virtual void message(const std::string& topic, const Message& msg) = 0;
+};
+
+/// Answers one request: returns the reply, or throws a std::exception whose text then reaches the
+/// requester instead. Called on the delivery thread.
+using RequestHandler = std::function<Message(const Message& request)>;
+
+/// A broker operation that failed. The text names the step, the broker's host and port, and the
+/// cause.
+class TransportError : public std::runtime_error {
+public:
+    enum class Kind {
+        failed,       ///< the operation had no effect
+        no_listener,  ///< the broker knows nobody who serves the request's topic
+        unanswered,   ///< sent, but whether it took effect is not known
+        refused,      ///< the service answered with an error text
+    };
+
+    TransportError(Kind kind_of_error, const std::string& text)
+        : std::runtime_error(text), error_kind(kind_of_error) {}
+    Kind kind() const { return error_kind; }
+
+private:
+    Kind error_kind;
+};
+
+/// A client of the broker. Goes through `connect`, `start`, use, `disconnect`, `stop`, in this
+/// order; the operations in between may be called from any thread.
+class ITransportClient {
+public:
+    virtual ~ITransportClient() = default;
+
+    /// Returns when the connection is accepted, or has failed; a failure is logged at ERROR and
+    /// thrown by the first operation that needs the broker.
+    virtual void connect() = 0;
+
+    /// Says goodbye to the broker, behind everything that was published.
+    virtual void disconnect() = 0;
+
+    /// Returns when the broker has taken the message; called on the delivery thread it only queues
+    /// it. Throws TransportError.
+    virtual void publish(const std::string& topic, const Message& message) = 0;
+
+    /// Returns when the broker has granted the subscription to the topic filter; the library keeps
+    /// `observer` until `unsubscribe`. Throws TransportError.
+    virtual void subscribe(const std::string& topic, int qos,
+                           std::shared_ptr<ISubscriptionObserver> observer) = 0;
+
+    /// Ends the subscription of this observer; a delivery that has begun may still reach it.
+    /// Without a connection only the library's own record of it is dropped.
+    virtual void unsubscribe(const std::string& topic,
+                             std::shared_ptr<ISubscriptionObserver> observer) = 0;
+
+    /// Sends a request and returns its reply. Throws TransportError. Not from the delivery thread.
+    virtual Message request(const std::string& topic, const Message& message) = 0;
+
+    /// Answers the requests on a topic until `disconnect`. Throws TransportError.
+    virtual void serve(const std::string& topic, RequestHandler handler) = 0;
+
+    /// Begins delivery, on a thread of the library's own.
+    virtual void start() = 0;
+
+    /// Ends the delivery thread; no observer or handler is called after it returns.
+    virtual void stop() = 0;
+};
+
+enum class TransportType { mqtt = 0 };
+
+/// Builds a client and takes `config` over, leaving it empty. Logs each complaint about a value at
+/// ERROR, then throws TransportError.
+std::shared_ptr<ITransportClient> create_client(std::unique_ptr<config::Configuration>& config,
+                                                TransportType type);
+
+}  // namespace ecu::lapi::com

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+
+/// Configuration of the platform client library.
+namespace ecu::lapi::config {
+
+/// String settings by key, loaded from the configuration file and the environment.
+/// Not thread-safe: filled by one thread, then handed to `com::create_client`.
+class Configuration {
+public:
+    /// Loads defaults, file and environment. Never throws for bad content: `verify` reports it.
+    Configuration();
+
+    /// The value under `key`, inserted empty when the key is new.
+    std::string& operator[](const std::string& key);
+
+    /// The value under `key`; empty when there is none.
+    std::string get(const std::string& key) const;
+
+    /// True when the configuration can be used. Logs each complaint at ERROR, with the place it
+    /// came from.
+    bool verify() const;
+
+private:
+    void load_file(const std::string& path, bool must_exist);
+    void load_environment();
+    void take(const std::string& key, const std::string& value, const std::string& origin);
+
+    std::map<std::string, std::string> values;
+    std::map<std::string, std::string>
+        origins;  ///< where a value was read: "FILE:LINE" or a variable
+    std::set<std::string> load_complaints;
+};
+
+}  // namespace ecu::lapi::config
