@@ -1,0 +1,62 @@
+#include "commands/get_cmd.h"
+
+#include <iostream>
+#include <sstream>
+
+#include "commands/otaid.h"
+#include "commands/print_sysparam.h"
+#include "ecu/lapi/logging.h"
+#include "ecu/lapi/var.h"
+
+namespace commands {
+
+namespace {
+
+namespace logging = ecu::lapi::logging;
+using ecu::lapi::var::ISystemParameterClient;
+
+bool print_all(ISystemParameterClient& sysparams) {
+    logging::write(logging::INFO, "Read all System Parameters!");
+    const auto parameters = sysparams.get_parameters(0);
+    for (const auto& [otaid, entry] : parameters) print_sysparam(otaid, entry);
+    return !parameters.empty();
+}
+
+bool print_one(ISystemParameterClient& sysparams, const std::string& argument) {
+    const auto otaid = otaid_of_argument(argument);
+    if (!otaid) return false;
+    const auto key = static_cast<std::uint32_t>(*otaid);
+    const auto [found, entry] = sysparams.get_parameter(key, 0);
+    if (!found) {
+        std::cerr << "Unable to find param with key: " << *otaid << std::endl;
+        return false;
+    }
+    print_sysparam(key, entry);
+    return true;
+}
+
+}  // namespace
+
+bool GetCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
+                     const std::vector<std::string>& args) const {
+    const auto sysparams = ecu::lapi::var::create_sysparams_client(client);
+    if (args.empty()) return print_all(*sysparams);
+    bool all_printed = true;
+    for (const auto& argument : args) all_printed = print_one(*sysparams, argument) && all_printed;
+    return all_printed;
+}
+
+std::string GetCmd::help_text(const char* program) const {
+    std::ostringstream text;
+    text << "  get [OTAID]...\n"
+            "\n"
+            "     Description: \n"
+            "        Get system parameters based on the given OTAIDs.\n"
+            "        If not OTAID is provide, all will be fetched!\n"
+            "     Examples: \n"
+            "           "
+         << program << " get 42 23\n";
+    return text.str();
+}
+
+}  // namespace commands

@@ -1,0 +1,17 @@
+#include "commands/registry.h"
+
+#include "commands/get_cmd.h"
+#include "commands/getsec_cmd.h"
+#include "commands/set_cmd.h"
+#include "commands/setsec_cmd.h"
+
+namespace {
+
+const commands::GetCmd get("get");
+const commands::SetCmd set("set");
+const commands::GetSecCmd getsec("getsec");
+const commands::SetSecCmd setsec("setsec");
+
+}  // namespace
+
+const std::vector<const commands::Cmd*> command_registry{&get, &set, &getsec, &setsec};

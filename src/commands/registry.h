@@ -1,0 +1,12 @@
+#pragma once
+
+#include <vector>
+
+#include "commands/cmd.h"
+
+/// Every command, in the order of the usage text. Lives until the process ends.
+///
+/// To add a command: write its class in a file pair of its own (get_cmd.h and get_cmd.cpp show
+/// how), list the source in CMakeLists.txt, and add one object to registry.cpp. The usage text and
+/// the look-up by command word follow.
+extern const std::vector<const commands::Cmd*> command_registry;

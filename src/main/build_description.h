@@ -1,0 +1,4 @@
+#pragma once
+
+/// What was built: "BRANCH - VERSION - COMMIT - DATE TIME OFFSET - TYPE".
+extern const char* const build_description;

@@ -1,0 +1,76 @@
+#include "main/options.h"
+
+#include <getopt.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#include "main/build_description.h"
+
+std::string opt_loglevel = "WARNING";
+std::string opt_host;
+std::string opt_port;
+bool opt_payload = false;
+bool opt_payload_size = false;
+bool opt_qos = false;
+bool opt_timestamp = false;
+
+namespace {
+
+constexpr char SHORT_OPTIONS[] = "p:H:l:hvPQTS";
+
+constexpr option LONG_OPTIONS[] = {
+    {"payload", no_argument, nullptr, 'P'},        {"qos", no_argument, nullptr, 'Q'},
+    {"timestamp", no_argument, nullptr, 'T'},      {"payload-size", no_argument, nullptr, 'S'},
+    {"port", required_argument, nullptr, 'p'},     {"host", required_argument, nullptr, 'H'},
+    {"loglevel", required_argument, nullptr, 'l'}, {"version", no_argument, nullptr, 'v'},
+    {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0},
+};
+
+/// Takes one option; false when it ends the parsing.
+bool take_option(int letter, const char* program) {
+    switch (letter) {
+        case 'H':
+            opt_host = optarg;
+            return true;
+        case 'p':
+            opt_port = optarg;
+            return true;
+        case 'l':
+            opt_loglevel = optarg;
+            return true;
+        case 'P':
+            opt_payload = true;
+            return true;
+        case 'Q':
+            opt_qos = true;
+            return true;
+        case 'S':
+            opt_payload_size = true;
+            return true;
+        case 'T':
+            opt_timestamp = true;
+            return true;
+        case 'v':
+            version(program);
+            std::exit(0);
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+bool parse_opts(int argc, char** argv, std::vector<std::string>& args, const char* program) {
+    int index = 0;
+    int letter = 0;
+    while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, LONG_OPTIONS, &index)) != -1) {
+        if (!take_option(letter, program)) return false;
+    }
+    while (optind < argc) args.emplace_back(argv[optind++]);
+    return true;
+}
+
+void version(const char* program) {
+    std::cerr << program << ": " << build_description << std::endl;
+}

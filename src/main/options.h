@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// The program's name in every text that it writes, however it was invoked.
+inline constexpr char PROGRAM_NAME[] = "korvid";
+
+/// Values of the command line's options; only read once `parse_opts` has returned.
+extern std::string opt_loglevel;  ///< "WARNING" without -l; not validated
+extern std::string opt_host;      ///< empty: as configured
+extern std::string opt_port;      ///< empty: as configured
+extern bool opt_payload;
+extern bool opt_payload_size;
+extern bool opt_qos;
+extern bool opt_timestamp;
+
+/// Takes the options and appends the other arguments to `args`. Returns false when the usage is to
+/// be shown: for -h, an unknown option or a missing argument. -v writes the version of `program`
+/// and ends the process with status 0.
+bool parse_opts(int argc, char** argv, std::vector<std::string>& args,
+                const char* program = PROGRAM_NAME);
+
+/// Writes the version line to standard error.
+void version(const char* program = PROGRAM_NAME);

@@ -1,0 +1,88 @@
+#include "main/run.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "commands/get_cmd.h"
+#include "commands/registry.h"
+#include "ecu/lapi/com.h"
+#include "ecu/lapi/logging.h"
+#include "ecu/lapi/var.h"
+#include "main/options.h"
+#include "main/startup.h"
+#include "main/usage.h"
+
+namespace {
+
+namespace com = ecu::lapi::com;
+namespace logging = ecu::lapi::logging;
+namespace var = ecu::lapi::var;
+
+using Arguments = std::vector<std::string>;
+using ClientHandle = std::shared_ptr<com::ITransportClient>;
+
+constexpr timespec PAUSE_BEFORE_DISCONNECT{0, 100'000'000};
+
+/// What a run holds of the platform, in order of creation.
+struct Connection {
+    std::unique_ptr<ecu::lapi::config::Configuration> configuration;
+    ClientHandle client;
+    // Held for the whole run; commands create their own.
+    std::shared_ptr<var::ISystemParameterClient> sysparams;
+};
+
+bool fail(const char* what) {
+    std::cerr << PROGRAM_NAME << ": " << what << std::endl;
+    return false;
+}
+
+bool open(Connection& connection) {
+    connection.configuration = load_configuration(PROGRAM_NAME, opt_loglevel, opt_host, opt_port);
+    connection.client = com::create_client(connection.configuration, com::TransportType::mqtt);
+    if (!connection.client) return fail("no transport client could be created");
+    connection.sysparams = var::create_sysparams_client(connection.client);
+    if (!connection.sysparams) return fail("no system-parameter client could be created");
+    connection.client->connect();
+    connection.client->start();
+    return true;
+}
+
+bool execute_command(ClientHandle& client, Arguments& args) {
+    if (args.empty()) return commands::GetCmd("get").execute(client, args);
+    const std::string word = args.front();
+    args.erase(args.begin());
+    const auto command =
+        std::find_if(command_registry.begin(), command_registry.end(),
+                     [&word](const auto* candidate) { return candidate->name == word; });
+    if (command != command_registry.end()) return (*command)->execute(client, args);
+    std::cerr << PROGRAM_NAME << " syntax error!\n" << std::endl;
+    usage();
+    return false;
+}
+
+}  // namespace
+
+int run(int argc, char** argv) {
+    logging::set_log_mode(logging::LogMode::console);
+    Arguments args;
+    if (!parse_opts(argc, argv, args)) {
+        usage();
+        std::exit(1);
+    }
+
+    Connection connection;
+    bool succeeded = guarded(PROGRAM_NAME, [&] { return open(connection); });
+    if (succeeded) {
+        succeeded = guarded(PROGRAM_NAME, [&] { return execute_command(connection.client, args); });
+        nanosleep(&PAUSE_BEFORE_DISCONNECT, nullptr);
+    }
+    if (connection.client) {
+        succeeded = close_connection(PROGRAM_NAME, *connection.client) && succeeded;
+    }
+    return succeeded ? 0 : 1;
+}

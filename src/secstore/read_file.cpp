@@ -1,0 +1,60 @@
+#include <exception>
+#include <fstream>
+#include <ios>
+#include <vector>
+
+#include "ecu/lapi/logging.h"
+#include "secstore/sec_store.h"
+
+namespace {
+
+namespace logging = ecu::lapi::logging;
+
+constexpr std::size_t READ_SIZE = 256 * 1024;
+
+/// Makes room for a file's content. The size is only a hint: -1 for a pipe, absurd for a directory.
+void reserve(std::string& content, std::streamoff size) {
+    if (size <= 0) return;
+    try {
+        content.reserve(static_cast<std::size_t>(size));
+    } catch (const std::exception&) {
+        logging::write(logging::DEBUG, "No room to reserve for the file's size");
+    }
+}
+
+/// Appends what is left in `buffer`, a read at a time.
+void append_rest(std::string& content, std::streambuf& buffer) {
+    while (buffer.sgetc() != std::streambuf::traits_type::eof()) {
+        const auto available = buffer.in_avail();
+        const auto end = content.size();
+        content.resize(end + static_cast<std::size_t>(available));
+        buffer.sgetn(&content[end], available);
+    }
+}
+
+}  // namespace
+
+std::string SecStore::read_file_to_str(const std::string& path) {
+    std::vector<char> read_buffer(READ_SIZE);
+    std::ifstream file;
+    file.rdbuf()->pubsetbuf(read_buffer.data(), READ_SIZE);
+    file.open(path);
+    if (!file.is_open()) {
+        logging::write(logging::INFO, "The file ", path, " could not be open!");
+        return {};
+    }
+
+    std::string content;
+    file.seekg(0, std::ios::end);
+    const std::streamoff end = file.tellg();
+    logging::write(logging::DEBUG, "Tellg size for provided file: ", end);
+    reserve(content, end);
+    file.seekg(0, std::ios::beg);
+    try {
+        append_rest(content, *file.rdbuf());
+    } catch (const std::ios_base::failure&) {
+        // A read error ends the content, as the end of the file does.
+    }
+    logging::write(logging::INFO, "Read ", content.size(), " bytes from file: ", path);
+    return content;
+}

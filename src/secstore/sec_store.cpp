@@ -1,0 +1,106 @@
+#include "secstore/sec_store.h"
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "ecu/lapi/logging.h"
+#include "secstore/topics.h"
+
+namespace {
+
+namespace com = ecu::lapi::com;
+namespace logging = ecu::lapi::logging;
+
+constexpr std::chrono::seconds RECEPTION_TIMEOUT(10);
+
+/// Forwards to a store until it is released. The library may keep the observer for longer than the
+/// store lives, and may be delivering to it at that moment.
+class SecStoreObserver : public com::ISubscriptionObserver {
+public:
+    explicit SecStoreObserver(SecStore* receiver) : store(receiver) {}
+
+    void message(const std::string& topic, const com::Message& msg) override {
+        const std::lock_guard<std::mutex> lock(forwarding);
+        if (store != nullptr) store->message(topic, msg);
+    }
+
+    /// Waits for a delivery that is under way; the store is not reached afterwards.
+    void release_store() {
+        const std::lock_guard<std::mutex> lock(forwarding);
+        store = nullptr;
+    }
+
+private:
+    std::mutex forwarding;
+    SecStore* store;  // guarded by forwarding
+};
+
+/// The store's subscription to its get topic, ended on every way out.
+class Subscription {
+public:
+    Subscription(com::ITransportClient& transport, SecStore* store)
+        : client(transport), observer(std::make_shared<SecStoreObserver>(store)) {
+        try {
+            client.subscribe(topic, 0, observer);
+        } catch (...) {
+            observer->release_store();
+            throw;
+        }
+    }
+    Subscription(const Subscription&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+
+    ~Subscription() {
+        try {
+            client.unsubscribe(topic, observer);
+        } catch (const std::exception& error) {
+            // Whether a blob has arrived is settled by now.
+            logging::write(logging::DEBUG, "Unsubscribing failed: ", error.what());
+        }
+        observer->release_store();
+    }
+
+private:
+    const std::string topic = secstore::GET_TOPIC;
+    com::ITransportClient& client;
+    std::shared_ptr<SecStoreObserver> observer;
+};
+
+}  // namespace
+
+SecStore::SecStore(std::shared_ptr<com::ITransportClient>& transport) : client(transport) {}
+
+const std::string& SecStore::get_data() {
+    const Subscription subscription(*client, this);
+    const auto deadline = std::chrono::steady_clock::now() + RECEPTION_TIMEOUT;
+    auto reception = blob_promise.get_future();
+    if (reception.wait_until(deadline) == std::future_status::ready) {
+        blob = reception.get();
+    } else {
+        logging::write(logging::WARNING, "Timeout waiting for data from SecStore data");
+    }
+    return blob;
+}
+
+void SecStore::set_data(const std::string& new_blob) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(new_blob.data());
+    const com::Message message(std::vector<std::uint8_t>(bytes, bytes + new_blob.size()));
+    client->publish(secstore::SET_TOPIC, message);
+    logging::write(logging::NOTICE, "Blob(", new_blob.size(), ") has been published!");
+}
+
+void SecStore::message(const std::string& topic, const com::Message& msg) {
+    if (topic == secstore::GET_TOPIC) {
+        logging::write(logging::DEBUG, "Message on GET_TOPIC, payload: ", msg.payload.size());
+        // The hand-over is for once, and a flood of blobs must not cost a copy of each.
+        if (handed_over.exchange(true)) return;
+        blob_promise.set_value(
+            std::string(reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()));
+    } else if (topic == secstore::SET_TOPIC) {
+        logging::write(logging::DEBUG, "Message on SET_TOPIC");
+    }
+}
