@@ -1,8 +1,8 @@
 #pragma once
 
 #include <map>
-#include <set>
 #include <string>
+#include <vector>
 
 /// Configuration of the platform client library.
 namespace ecu::lapi::config {
@@ -20,8 +20,10 @@ public:
     /// The value under `key`; empty when there is none.
     std::string get(const std::string& key) const;
 
-    /// True when the configuration can be used. Logs each complaint at ERROR, with the place it
-    /// came from.
+    /// What makes the configuration unusable, each with the place it came from.
+    std::vector<std::string> complaints() const;
+
+    /// True when the configuration can be used. Logs each complaint at ERROR.
     bool verify() const;
 
 private:
@@ -30,9 +32,8 @@ private:
     void take(const std::string& key, const std::string& value, const std::string& origin);
 
     std::map<std::string, std::string> values;
-    std::map<std::string, std::string>
-        origins;  ///< where a value was read: "FILE:LINE" or a variable
-    std::set<std::string> load_complaints;
+    std::map<std::string, std::string> origins;  ///< where it was read: "FILE:LINE" or a variable
+    std::vector<std::string> load_complaints;
 };
 
 }  // namespace ecu::lapi::config

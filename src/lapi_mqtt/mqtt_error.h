@@ -1,0 +1,23 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace lapi_mqtt {
+
+/// A failed step of the connection; the text is the cause alone.
+class MqttError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+/// The cause behind a result code of libmosquitto. `system_error` is errno as the call left it.
+std::string cause_of_result(int result, int system_error);
+
+/// The cause behind a reason code of MQTT.
+std::string cause_of_reason(int reason);
+
+/// Throws MqttError unless `result` is success.
+void check_result(int result);
+
+}  // namespace lapi_mqtt

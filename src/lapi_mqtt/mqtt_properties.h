@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+struct mqtt5__property;
+
+namespace lapi_mqtt {
+
+/// The properties of a PUBLISH packet that requests and replies use.
+struct PublishProperties {
+    std::string response_topic;
+    std::string correlation_data;
+    std::string content_type;
+    std::optional<std::uint32_t> expiry_s;  ///< whole seconds
+    std::optional<std::string> error;       ///< why a reply has no result
+};
+
+struct PropertyListDeleter {
+    void operator()(mqtt5__property* list) const;
+};
+using PropertyList = std::unique_ptr<mqtt5__property, PropertyListDeleter>;
+
+/// Throws MqttError.
+PropertyList to_list(const PublishProperties& properties);
+
+PublishProperties from_list(const mqtt5__property* list);
+
+}  // namespace lapi_mqtt

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <set>
+#include <string>
+
+#include "ecu/lapi/config.h"
+
+namespace lapi_mqtt {
+
+/// What a transport client is built from, checked.
+struct Settings {
+    std::string host;
+    int port;
+    std::string client_name;
+    std::string username;
+    std::string password_file;
+    std::string ca_file;  ///< turns TLS on
+    std::string cert_file;
+    std::string key_file;
+    std::chrono::milliseconds connect_timeout;
+    std::chrono::milliseconds request_timeout;
+
+    /// "HOST:PORT" as messages name the broker; an IPv6 address in brackets.
+    std::string place() const;
+};
+
+/// Every key that a configuration may hold.
+const std::set<std::string>& setting_keys();
+
+/// What is wrong with `value` for the known key `key`, if anything. Files are tried for reading.
+std::optional<std::string> setting_fault(const std::string& key, const std::string& value);
+
+/// The settings of a configuration that verifies.
+Settings read_settings(const ecu::lapi::config::Configuration& configuration);
+
+/// The first line of the password file. Throws std::runtime_error that names the file.
+std::string read_password(const std::string& path);
+
+}  // namespace lapi_mqtt

@@ -1,0 +1,8 @@
+#pragma once
+
+namespace unit {
+
+/// The whole of korvid-unit; returns the exit status.
+int run(int argc, char** argv);
+
+}  // namespace unit
