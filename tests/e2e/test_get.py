@@ -1,0 +1,88 @@
+"""Reading parameters: the printed text, the import that takes it back, and many readers at once."""
+
+import random
+
+import pytest
+
+from harness import DEMO_UNIT, HI_BLOCK, Running, block, run_korvid
+
+DEMO = DEMO_UNIT.read_bytes()
+GOOD = block(1, 2, 3, b"abc") + block(2, 0, 0, b"")
+
+
+def odd_unit(seed):
+    """A dump whose values imitate the text around them."""
+    pick = random.Random(seed)
+    pieces = [b"\0", b"'", b"\n", b"'\n", b"  data(hex) [1]: 0x00 \n", b"SysParam (5):\n", b"\r\n",
+              b"  data(char) [3]: 'abc'\n", b"\xff\x80", b" ", b"\t", b"0x41 ", block(7, 0, 0, b"x")]
+    return b"".join(block(otaid, pick.getrandbits(32), pick.getrandbits(pick.choice([1, 8, 32])),
+                          b"".join(pick.choices(pieces, k=pick.randrange(9))))
+                    for otaid in sorted({0, 2**32 - 1, *(pick.getrandbits(32) for _ in range(40))}))
+
+
+@pytest.mark.parametrize("dump", [DEMO, odd_unit(1), odd_unit(2), block(0, 0, 0, b"\0" * 70000)],
+                         ids=["demo", "odd 1", "odd 2", "large"])
+def test_a_dump_is_imported_and_printed_again_byte_for_byte(broker, new_unit, tmp_path, dump):
+    (tmp_path / "unit.txt").write_bytes(dump)
+    with (tmp_path / "unit.txt").open() as text:
+        new_unit(broker.port, "-i", "-", stdin=text)
+    for command in ["get"], []:
+        got = run_korvid(*command, port=broker.port)
+        assert (got.status, got.out, got.err) == (0, dump, "")
+
+
+@pytest.mark.parametrize("line, text", [
+    (1, b"SysParam 1:\n" + GOOD), (1, GOOD.replace(b"SysParam (1)", b"SysParam (-1)")),
+    (1, GOOD.replace(b"SysParam (1)", b"SysParam (4294967296)")),
+    (2, GOOD.replace(b"0x001", b"0x002")), (3, GOOD.replace(b"DID: 2", b"DID: 2g")),
+    (3, GOOD.replace(b"DID: 2", b"DID: 100000000")), (4, GOOD.replace(b"  XCPID: 3\n", b"")),
+    (5, GOOD.replace(b"[3]: 'abc'", b"[4]: 'abc'")), (6, GOOD.replace(b"0x62", b"0x63")),
+    (6, GOOD.replace(b"0x63 \n", b"0x63 0x64 \n")), (12, GOOD[:-10]), (13, GOOD + b"rest"),
+])
+def test_a_malformed_import_names_its_line_and_loads_nothing(broker, tmp_path, new_unit, line, text):
+    source = tmp_path / "unit.txt"
+    source.write_bytes(text)
+    refused = Running("-d", tmp_path / "unit.db", "-i", source, program="korvid-unit", port=broker.port).result()
+    assert refused.status == 1 and refused.out == b"" and f"{source}:{line}:" in refused.err, refused
+    new_unit(broker.port)
+    assert run_korvid(port=broker.port).out == b""
+
+
+def ignored(*words):
+    return b"".join(b"OTAID has to be a number, ignore '%s'\n" % word.encode() for word in words)
+
+
+@pytest.mark.parametrize("arguments, status, out, err", [
+    (["288", "0x120", "0x0120zz", " 288"], 0, HI_BLOCK * 4, ""),
+    (["abc", "288"], 1, ignored("abc") + HI_BLOCK, ""),
+    (["", "0xffffffff", "4294967295", "0x", "--", "-1"], 1,
+     ignored("", "0xffffffff", "4294967295") + block(2**32 - 1, 0, 2**32 - 1, b"last"),
+     "Unable to find param with key: 0\n"),
+    (["0X120", "0x121", "288", "--", "-5"], 1, HI_BLOCK,
+     "".join(f"Unable to find param with key: {key}\n" for key in (0, 289, -5))),
+])
+def test_lookups_print_in_the_order_asked_and_report_what_is_missing(broker, unit, arguments, status, out, err):
+    got = run_korvid("get", *arguments, port=broker.port)
+    assert (got.status, got.out, got.err) == (status, out, err)
+
+
+def test_twenty_reads_at_once_all_succeed(broker, unit):
+    running = [Running("get", *one, port=broker.port) for one in ([], ["0x120"]) * 10]
+    got = [korvid.result() for korvid in running]
+    assert [(g.status, g.out, g.err) for g in got] == [(0, DEMO, ""), (0, HI_BLOCK, "")] * 10
+
+
+def test_an_empty_unit_prints_nothing_and_fails(broker, new_unit):
+    new_unit(broker.port)
+    got = run_korvid("-l", "INFO", "get", port=broker.port)
+    assert (got.status, got.out, got.err) == (1, b"", "INFO: Read all System Parameters!\n")
+
+
+@pytest.mark.parametrize("redirection", [">&-", ">/dev/full", "> >(exec <&-)"])
+def test_a_standard_output_that_takes_nothing_goes_unnoticed(broker, new_unit, tmp_path, redirection):
+    (tmp_path / "unit.txt").write_bytes(block(1, 1, 1, b"x" * 200000))
+    new_unit(broker.port, "-i", tmp_path / "unit.txt")
+    for arguments, status in (["get"], 0), (["get", "1", "abc"], 1):
+        got = Running(*arguments, port=broker.port,
+                      prefix=["bash", "-c", f'exec "$@" {redirection}', "-"]).result()
+        assert got.status == status and got.out == b"", got

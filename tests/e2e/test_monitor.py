@@ -1,0 +1,93 @@
+"""korvid-monitor: its blocks, its filters, and its ends."""
+
+import re
+import signal
+import threading
+import time
+
+import pytest
+
+from harness import ANNOUNCEMENT, Running, assert_no_sanitizer_report, await_that, end, scaled
+
+
+class Monitor(Running):
+    def __init__(self, *args, **options):
+        super().__init__(*args, program="korvid-monitor", **options)
+        self.text = b""
+        threading.Thread(target=self.read, daemon=True).start()
+
+    def read(self):
+        while data := self.process.stdout.read1():
+            self.text += data
+
+    def blocks(self):
+        """Blocks without the elapsed seconds, which have three digits after the point."""
+        return re.split(r"^\[\d{3,}\.\d{3}\] ", self.text.decode(), flags=re.M)[1:]
+
+    def end(self, number=signal.SIGTERM):
+        status, err = end(self.process, number), self.process.stderr.read()
+        assert_no_sanitizer_report(err)
+        return status, err.decode()
+
+
+@pytest.fixture
+def monitor(ending, broker, peer):
+    """A monitor that has subscribed all of its topics."""
+    def make(*args):
+        topics = [a for a in args if not a.startswith("-")]
+        heard = peer(broker.port, ANNOUNCEMENT)
+        made = Monitor(*args, port=broker.port)
+        ending.callback(made.process.kill)
+        await_that(lambda: len(heard.messages) == len(topics), "the topics are subscribed")
+        assert [m.payload.decode() for m in heard.messages] == topics
+        return made
+    return make
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
+@pytest.mark.parametrize("flags, lines", [
+    ([], []), (["-S"], ["size: 5"]), (["-Q"], ["QoS: 0"]), (["-P"], ["Data: THE DATA HERE"]),
+    (["-P", "-Q", "-T", "-S"], ["size: 5", "timestamp: NOW", "QoS: 0", "Data: THE DATA HERE"]),
+])
+def test_the_flags_choose_the_lines_of_a_block(monitor, peer, broker, flags, lines, number):
+    watching, before = monitor(*flags, "car/door"), time.time() * 1000
+    peer(broker.port).publish("car/door", b"o\0pen", qos=2)
+    block = "\n           ".join(["car/door", *lines]) + "\n"
+    await_that(lambda: watching.text.endswith(block.encode()[-10:]), "a block")
+    for stamp in re.findall(r"timestamp: (\d+)", watching.text.decode()):
+        assert before - 1 <= int(stamp) <= time.time() * 1000
+        block = block.replace("NOW", stamp)
+    assert watching.end(number) == (0, "") and watching.blocks() == [block]
+
+
+def test_filters_match_as_the_broker_matches_them(monitor, peer, broker):
+    watching, publisher = monitor("a/+/c", "b/#", "a/+/c/d", "+/x"), peer(broker.port)
+    for topic in "a/b/c", "a/b/d", "b", "b/1/2", "a/b/c/d", "q/x", "$own/x", "bb", "a//c", "end/x":
+        publisher.publish(topic, b"1")
+    await_that(lambda: "end/x\n" in watching.blocks(), "the last block")
+    assert watching.end() == (0, "")
+    assert watching.blocks() == [t + "\n" for t in ("a/b/c", "b", "b/1/2", "a/b/c/d", "q/x", "a//c", "end/x")]
+
+
+def test_a_monitor_lives_through_a_broker_restart(monitor, peer, broker):
+    watching = monitor("car/#")
+    broker.stop()
+    broker.start()
+    publisher = peer(broker.port)
+
+    def heard():
+        publisher.publish("car/again")
+        return "car/again\n" in watching.blocks()
+    await_that(heard, "a message after the restart")
+    assert watching.end()[0] == 0
+
+
+@pytest.mark.parametrize("arguments, status, words", [
+    ([], 1, "USAGE: korvid-monitor"), (["-h"], 1, "USAGE: korvid-monitor"), (["-x", "a"], 1, "USAGE: "),
+    (["-v"], 0, r"korvid-monitor: .* - .* - [0-9a-f]{7} - "), (["a/#/b"], 1, "a/#/b"),
+    (["-p", "1", "a"], 1, "127.0.0.1:1.*refused"),
+])
+def test_usage_version_and_what_cannot_be_watched(broker, arguments, status, words):
+    got = Running(*arguments, program="korvid-monitor", port=broker.port).result()
+    assert got.status == status and got.out == b"" and re.search(words, got.err), got
+    assert got.seconds < scaled(1), got

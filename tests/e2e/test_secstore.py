@@ -1,0 +1,149 @@
+"""The secure store's blob, there and back, over links that are slow, cut or stalled."""
+
+import random
+import threading
+import time
+
+import pytest
+
+from harness import ANNOUNCEMENT, BLOB_GET, BLOB_SET, Running, await_that, run_korvid, scaled
+
+TIMEOUT = "WARNING: Timeout waiting for data from SecStore data\n"
+NO_DATA = "ERROR: No data could be received from SecStore!\n"
+NO_FILE = "ERROR: A file need to be provided!\n"
+
+
+def printed(blob):
+    return b"SecStore blob size: %d\n%s\n" % (len(blob), blob)
+
+
+def stored(broker):
+    return run_korvid("getsec", port=broker.port).out
+
+
+@pytest.fixture
+def set_blob(tmp_path, broker):
+    """Sets a blob on the broker, or through a link to it, and returns the result of setsec."""
+    def setting(blob, link=broker):
+        path = tmp_path / "blob"
+        path.write_bytes(blob)
+        return run_korvid("setsec", path, port=link.port)
+    return setting
+
+
+@pytest.mark.parametrize("blob", [b"a\0b", bytes(range(256)) * 9, b"\r\n \n", b"\0",
+                                  random.Random(3).randbytes(3_000_000)], ids=len)
+def test_a_blob_comes_back_byte_for_byte_also_after_the_unit_was_killed(broker, unit, set_blob, blob):
+    for turn in b"an older and longer one" * 100, blob:
+        got = set_blob(turn)
+        assert (got.status, got.out, got.err) == (0, b"", "")
+    await_that(lambda: stored(broker) == printed(blob), "the blob is stored")
+    unit.kill()
+    unit.start()
+    got = run_korvid("getsec", "and", "further", "words", port=broker.port)
+    assert (got.status, got.out, got.err) == (0, printed(blob), "")
+
+
+@pytest.mark.parametrize("arguments, err", [
+    ([], NO_FILE), (["one", "two"], NO_FILE), (["/"], "ERROR: Unable to read in file: /\n"),
+    (["/no/such file"], "INFO: The file /no/such file could not be open!\n"
+                        "ERROR: Unable to read in file: /no/such file\n"),
+    (["/dev/null"], "INFO: Read 0 bytes from file: /dev/null\nERROR: Unable to read in file: /dev/null\n"),
+])
+def test_files_that_give_nothing_publish_nothing(broker, peer, arguments, err):
+    published = peer(broker.port, "#")
+    got = run_korvid("-l", "INFO", "setsec", *arguments, port=broker.port)
+    assert got.status == 1 and got.out == b"" and got.err.endswith(err) and not published.messages, got
+
+
+def test_a_pipe_is_read_to_its_end_and_published_once_and_not_retained(broker, peer):
+    listening = peer(broker.port, "#", qos=2)
+    feed = ["bash", "-c", "printf '%065536d' 1 | \"$@\"", "-"]
+    got = Running("-l", "DEBUG", "setsec", "/dev/stdin", port=broker.port, prefix=feed).result()
+    assert got.status == 0 and got.err.endswith(
+        "DEBUG: Tellg size for provided file: -1\nINFO: Read 65536 bytes from file: /dev/stdin\n"
+        "NOTICE: Blob(65536) has been published!\n"), got
+    await_that(lambda: listening.messages, "the blob arrives")
+    assert [(m.topic, m.payload, m.qos, m.retain) for m in listening.messages] == [
+        (BLOB_SET, b"0" * 65535 + b"1", 0, False)]
+
+
+def test_a_large_blob_over_a_slow_link_arrives_whole(broker, unit, proxy, set_blob):
+    blob = random.Random(5).randbytes(20_000_000)
+    got = set_blob(blob, proxy(broker.port, bandwidth=4e6, latency=0.0005))
+    assert got.status == 0 and got.err == "" and got.seconds > 4, got
+    await_that(lambda: stored(broker) == printed(blob), "the blob is stored")
+
+
+def test_a_cut_link_is_an_error_and_leaves_the_old_blob(broker, unit, proxy, set_blob):
+    old, new = b"the old blob" * 1000, b"<" + random.Random(6).randbytes(600_000) + b">"
+    whole = proxy(broker.port)
+    assert set_blob(new, whole).status == 0 and set_blob(old).status == 0
+    begin = whole.upstream.index(new)
+    end = begin + len(new)
+    for cut_at in 1, begin - 30, begin, begin + 1, begin + 300_000, end - 1:
+        got = set_blob(new, proxy(broker.port, cut_at=cut_at))
+        assert got.status == 1 and "\nkorvid: " in "\n" + got.err and got.seconds < scaled(6), (cut_at, got)
+        assert stored(broker) == printed(old), cut_at
+
+
+def test_a_stalled_link_is_an_error_in_bounded_time(broker, unit, proxy, set_blob, tmp_path):
+    running = []
+    for size, stall_at in (20_000_000, 300_000), (50_000, 20_000), (50_000, 50_200):
+        (tmp_path / str(size)).write_bytes(b"n" * size)
+        link = proxy(broker.port, stall_at=stall_at)
+        running.append(Running("setsec", tmp_path / str(size), port=link.port))
+    for korvid in running:
+        got = korvid.result(timeout=60)
+        assert got.status == 1 and "korvid: " in got.err and got.seconds < scaled(28), got
+    assert run_korvid("getsec", port=broker.port).err == NO_DATA
+
+
+def test_getsec_gives_up_after_ten_seconds(broker):
+    running = [Running("-l", level, "getsec", port=broker.port) for level in ("WARNING", "ERROR", "DEBUG")]
+    attempt = "DEBUG: Attempt to receive SecStore!\n"
+    for korvid, err in zip(running, (TIMEOUT + NO_DATA, NO_DATA, attempt + TIMEOUT + NO_DATA)):
+        got = korvid.result()
+        assert (got.status, got.out, got.err) == (1, b"", err)
+        assert 10 <= got.seconds < 10.6 + scaled(0.4) - 0.4, got
+
+
+def test_an_empty_blob_is_no_blob_and_is_told_at_once(broker, unit):
+    got = run_korvid("getsec", port=broker.port)
+    assert (got.status, got.out, got.err) == (1, b"", NO_DATA) and got.seconds < scaled(1)
+
+
+def test_getsec_lives_through_a_broker_restart(broker, peer):
+    heard = peer(broker.port, ANNOUNCEMENT)
+    waiting = Running("getsec", port=broker.port)
+    await_that(lambda: heard.messages, "getsec has subscribed")
+    assert heard.messages[0].payload.decode() == BLOB_GET
+    broker.stop()
+    broker.start()
+    publisher = peer(broker.port)
+
+    def taken():
+        publisher.publish(BLOB_GET, b"after the restart")
+        return waiting.process.poll() is not None
+    await_that(taken, "the blob arrives", 8)
+    got = waiting.result()
+    assert (got.status, got.out) == (0, printed(b"after the restart")), got
+
+
+def test_a_flood_of_blobs_harms_no_getsec_that_starts_and_ends_in_it(broker, peer):
+    ended, flood = threading.Event(), peer(broker.port)
+
+    def pour():
+        while not ended.is_set():
+            flood.publish(BLOB_GET, b"drop" * 64, qos=0, wait=False)
+            time.sleep(0.0002)
+    pouring = threading.Thread(target=pour)
+    pouring.start()
+    try:
+        for _ in range(12):
+            for korvid in [Running("getsec", port=broker.port) for _ in range(3)]:
+                got = korvid.result()
+                assert (got.status, got.out, got.err) == (0, printed(b"drop" * 64), "")
+    finally:
+        ended.set()
+        pouring.join()

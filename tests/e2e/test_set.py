@@ -1,0 +1,172 @@
+"""Writing parameters: every interpretation, many writers, and units that are ended, paused or full."""
+
+import os
+import random
+import re
+import signal
+import time
+
+import pytest
+
+from harness import (DEMO_UNIT, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, await_that, block, field, record,
+                     run_korvid, scaled)
+
+DEMO = DEMO_UNIT.read_bytes()
+WORKED = """bytes 1b 2c 4c > 1b2c4c | dec 4223 > 7f10 | hex ab18 > 18ab | str Hello World > 48656c6c6f
+    hex abc > bc0a | hex 0xab18 > 18ab00 | hex ab18zz > 18ab00 | hex 0123456789abcdef > efcdab8967452301
+    hex zz > 00 | hex -1 > ff | dec 0 > 00 | dec 255 > ff | dec 256 > 0001 | dec 65536 > 000001
+    dec 18446744073709551615 > ffffffffffffffff | dec 18446744073709551616 > ffffffffffffffff
+    dec -1 > ffffffffffffffff | dec abc > 00 | dec 12abc > 0c | bytes 1ff zz 0x1b > ff001b
+    bytes 100000000 -100000000 > ffff | b -1 +7f 0X0a fffffffe -fffffffe > ff7f0afe02 | h -0x2 > feff
+    d -2 > feffffffffffffff | d 0x10 > 00 | s 0x10 > 30783130 | d +9 > 09"""
+VALUES = [("0x120 " + words).split() + [bytes.fromhex(stored)] for words, stored in
+          [example.split(" > ") for example in re.split(r" \| |\n +", WORKED)]]
+ODD = [["0x120", "str", text, text.encode()] for text in ("Hello World", "", "'\n\r\u00fc\\n", "x" * 100000)] + [
+    ["0x120", "bytes", "", b"\0"], ["0x120", "hex", "", b""], ["0x120", "dec", "", b"\0"],
+    ["0x120", "dec", " \t12", b"\x0c"], ["4096", "dec", "1", b"\1"], ["-1", "dec", "1", b"\1"],
+    ["0X120", "hex", "ab18", b"\x18\xab"]]
+
+
+def test_a_value_is_read_as_its_word_says_and_stored(broker, unit):
+    expected = DEMO
+    for *arguments, stored in VALUES + ODD:
+        got = run_korvid("set", "--", *arguments, port=broker.port)
+        assert (got.status, got.out, got.err) == (0, b"", ""), (arguments, got)
+        otaid = {"-1": 2**32 - 1, "0x120": 288, "4096": 4096, "0X120": 0}[arguments[0]]
+        text = block(otaid, *{288: (255, 10), 2**32 - 1: (0, 2**32 - 1)}.get(otaid, (0, 0)), stored)
+        after = run_korvid("get", port=broker.port).out
+        start = after.index(b"SysParam (%d):" % otaid)
+        assert after[start:start + len(text)] == text, arguments
+        # Nothing else changed: with this block, or the one that stood in its place, taken out.
+        rest = after[:start] + after[start + len(text):]
+        old = re.search(rb"SysParam \(%d\):.*?(?=SysParam \(|\Z)" % otaid, expected, re.S)
+        assert rest == (expected.replace(old[0], b"") if old else expected), arguments
+        expected = after
+
+
+NO_FORMAT = "Set command requires a format how the data should be written!\n\n  set <OTAID> <AS> value\n"
+
+
+@pytest.mark.parametrize("arguments, out, err", [
+    ([], b"", "Nothing to set..., you are doing it wrong!\nCheck the help using -h\n"),
+    (["abc", "str", "x"], b"OTAID has to be a number, ignore 'abc'\n", ""),
+    (["0xffffffff", "str", "x"], b"OTAID has to be a number, ignore '0xffffffff'\n", ""),
+    (["0x120"], b"", "No value provided for param: '0x120', ignore!\n"),
+    (["0x120", "xyz"], b"", "No value provided for param: '0x120', ignore!\n"),
+    (["0x120", "HEX", "12"], b"", NO_FORMAT),
+    (["0x120", "hex", "0123456789abcdef0"], b"", None),
+])
+def test_what_cannot_be_set_is_told_and_nothing_is_written(broker, unit, peer, arguments, out, err):
+    requests = peer(broker.port, READ_TOPIC, WRITE_TOPIC)
+    got = run_korvid("set", *arguments, port=broker.port)
+    assert got.status == 1 and got.out == out, got
+    if err is None:
+        assert re.fullmatch(".*0123456789abcdef0.*16.*\n|.*16.*0123456789abcdef0.*\n", got.err), got
+    elif err == NO_FORMAT:
+        assert got.err.startswith(err) and got.err.endswith('          korvdi set 0x120 str "Hello World"\n\n')
+        assert "korvid" not in got.err
+    else:
+        assert got.err == err
+    assert [m.topic for m in requests.messages] == [READ_TOPIC]
+
+
+def test_sixty_four_writers_of_different_parameters_all_win(broker, unit):
+    writers = [Running("set", 5000 + n, "dec", n, port=broker.port) for n in range(64)]
+    assert [w.result().status for w in writers] == [0] * 64
+    text = run_korvid("get", port=broker.port).out
+    assert all(block(5000 + n, 0, 0, bytes([n])) in text for n in range(64))
+
+
+def test_two_writers_of_one_parameter_leave_one_of_their_values(broker, unit):
+    for turn in range(5):
+        values = [b"left %d" % turn, b"right %d" % turn]
+        writers = [Running("set", "288", "str", value.decode(), port=broker.port) for value in values]
+        assert [w.result().status for w in writers] == [0, 0]
+        assert run_korvid("get", "288", port=broker.port).out in [block(288, 255, 10, v) for v in values]
+
+
+def test_a_unit_killed_at_any_moment_keeps_every_acknowledged_value(broker, new_unit):
+    pick, acknowledged = random.Random(7), {}
+    unit = new_unit(broker.port)
+    for turn in range(10):
+        writers = {6000 + n: Running("set", 6000 + n, "str", f"{turn}-{n}", port=broker.port,
+                                     request_timeout_ms=1000) for n in range(8)}
+        time.sleep(pick.uniform(0.02, 0.3) * scaled(1))
+        unit.kill()
+        acknowledged.update({otaid: turn for otaid, writer in writers.items() if writer.result().status == 0})
+        unit.start()
+        stored = run_korvid("get", port=broker.port).out.decode()
+        for otaid, least in acknowledged.items():
+            found = re.search(rf"SysParam \({otaid}\):.*?'(\d+)-{otaid - 6000}'", stored, re.S)
+            assert found and least <= int(found[1]) <= turn, (otaid, least, turn)
+    assert acknowledged, "no write ever got through"
+
+
+@pytest.mark.parametrize("paused_at", [READ_TOPIC, WRITE_TOPIC])
+def test_a_request_that_timed_out_at_a_paused_unit_is_never_executed(broker, unit, peer, paused_at):
+    asked = peer(broker.port, READ_TOPIC if paused_at == READ_TOPIC else "clients/+/reply")
+    asked.on_message = lambda *_: os.kill(unit.process.pid, signal.SIGSTOP)
+    got = run_korvid("set", "288", "str", "late", port=broker.port, request_timeout_ms=1000)
+    assert got.seconds < scaled(2.2), got
+    asked.on_message = None
+    time.sleep(0.3)
+    os.kill(unit.process.pid, signal.SIGCONT)
+    await_that(lambda: run_korvid("get", "288", port=broker.port).status == 0, "the unit is back")
+    expected = HI_BLOCK if got.status else block(288, 255, 10, b"late")
+    assert run_korvid("get", "288", port=broker.port).out == expected, got
+
+
+def assert_refused_and_up(port, words):
+    before = run_korvid("get", port=port).out
+    got = run_korvid("set", "0x120", "str", "y" * 60000, port=port)
+    assert got.status == 1 and re.search(words, got.err), got
+    assert run_korvid("get", port=port).out == before != b""
+
+
+def test_a_read_only_parameter_is_refused_by_its_key(broker, new_unit):
+    new_unit(broker.port, "-i", DEMO_UNIT, "-r", "0x120", "-r", "1")
+    assert_refused_and_up(broker.port, "^Failed to write system parameters with OTAID: 288\n$")
+    assert run_korvid("set", "0x200", "dec", "1", port=broker.port).status == 0
+
+
+def mounted(place, *mounts):
+    """A command prefix that sees a mount of its own at a place."""
+    return ["unshare", "-m", "sh", "-ec", f'place=$0; {"; ".join(mounts)}; exec "$@"', place]
+
+
+def test_a_full_disk_is_told_in_the_stores_words_and_survived(broker, tmp_path, new_unit):
+    disk = tmp_path / "disk"
+    disk.mkdir()
+    small = mounted(disk, 'mount -t tmpfs -o size=1m none "$place"')
+    new_unit(broker.port, "-d", disk / "unit.db", "-i", DEMO_UNIT, prefix=small)
+    acknowledged = []
+    for otaid in range(9000, 9040):
+        got = run_korvid("set", otaid, "str", "z" * 60000, port=broker.port)
+        if got.status:
+            break
+        acknowledged.append(otaid)
+    assert acknowledged and got.status == 1 and "full" in got.err, (acknowledged, got)
+    stored = run_korvid("get", port=broker.port).out
+    assert all(block(otaid, 0, 0, b"z" * 60000) in stored for otaid in acknowledged)
+    assert_refused_and_up(broker.port, "full")
+
+
+def test_a_read_only_store_still_serves_and_refuses_in_its_words(broker, tmp_path, new_unit):
+    new_unit(broker.port, "-i", DEMO_UNIT).stop()
+    new_unit(broker.port, prefix=mounted(tmp_path, 'mount --bind "$place" "$place"',
+                                         'mount -o remount,bind,ro "$place"'))
+    assert run_korvid("get", port=broker.port).out == DEMO
+    assert_refused_and_up(broker.port, "read-?only")
+
+
+def test_a_damaged_store_is_told_in_its_words_and_survived(broker, tmp_path, new_unit, peer):
+    new_unit(broker.port, "-i", DEMO_UNIT).stop()
+    with (tmp_path / "unit.db").open("r+b") as store:
+        store.seek(4096)
+        store.write(b"\xa5" * (store.seek(0, os.SEEK_END) - 4096))
+    new_unit(broker.port)
+    for command in ["get"], ["get", "288"], ["set", "288", "str", "x"]:
+        got = run_korvid(*command, port=broker.port)
+        assert got.status == 1 and got.out == b"" and "malformed" in got.err, got
+    reply = peer(broker.port, "clients/#").request(WRITE_TOPIC, field(1, record(288, None, None, b"x")))
+    assert "malformed" in dict(reply.properties.UserProperty)["error"] and reply.payload == b""
