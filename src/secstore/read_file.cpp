@@ -10,7 +10,7 @@ namespace {
 
 namespace logging = ecu::lapi::logging;
 
-constexpr std::size_t READ_SIZE = 256 * 1024;
+constexpr std::size_t READ_SIZE = 256UL * 1024;
 
 /// Makes room for a file's content. The size is only a hint: -1 for a pipe, absurd for a directory.
 void reserve(std::string& content, std::streamoff size) {

@@ -13,15 +13,15 @@
 /// std::future_error.
 class SecStore : public ecu::lapi::com::ISubscriptionObserver {
 public:
-    /// Shares `client`, which must be connected and started when the store is used.
-    explicit SecStore(std::shared_ptr<ecu::lapi::com::ITransportClient>& client);
+    /// Shares `transport`, which must be connected and started when the store is used.
+    explicit SecStore(std::shared_ptr<ecu::lapi::com::ITransportClient>& transport);
 
     /// Waits at most 10 seconds for the blob. Returns it, or an empty string when none came; the
     /// store owns it. Throws what `subscribe` throws.
     const std::string& get_data();
 
     /// Publishes a new blob. Throws what `publish` throws.
-    void set_data(const std::string& blob);
+    void set_data(const std::string& new_blob);
 
     /// Takes the first blob that arrives and drops any further one. Called on the delivery thread.
     void message(const std::string& topic, const ecu::lapi::com::Message& msg) override;
