@@ -16,7 +16,7 @@ from harness import (HI, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, field, puba
 def assert_fails(result, words, seconds, connecting=False):
     """Status 1, nothing printed, the complaint's words, and in time."""
     assert result.status == 1 and result.out == b"", result
-    assert re.search(words, result.err, re.S), result
+    assert re.search(words, result.err, re.S | re.I), result
     errors = [line for line in result.err.splitlines() if line.startswith("ERROR: ")]
     assert len(errors) == (1 if connecting else 0), result
     assert re.search("^korvid: ", result.err, re.M), result
@@ -64,12 +64,12 @@ def test_a_broker_that_never_accepts_costs_the_connect_timeout(scripted, peer_ki
 @pytest.mark.parametrize("greeting, answer, words", [
     (b"HTTP/1.1 400 Bad Request\r\n\r\n", b"", ""),
     (b"SSH-2.0-peer\r\n", b"", ""),
-    (b"", b"\x20\x03\x00\x87\x00", "(?i)not authori[sz]ed"),
-    (b"", b"\x20\x03\x00\x97\x00", "(?i)quota"),
+    (b"", b"\x20\x03\x00\x87\x00", "not authori[sz]ed"),
+    (b"", b"\x20\x03\x00\x97\x00", "quota"),
     (b"", b"\x20\x02\x00\x05", ""),
     (b"", b"\x90\x03\x00\x01\x00", ""),
     (b"\0" * 65536, b"", ""),
-])
+], ids=["HTTP", "SSH", "not authorised", "quota", "MQTT 3 refusal", "SUBACK", "zeros"])
 def test_a_peer_that_is_no_broker_or_refuses_is_told_at_once(scripted, greeting, answer, words):
     port = scripted({1: answer}, greeting).port
     assert_fails(run_korvid("get", port=port), f"127.0.0.1:{port}.*{words}", 3.5, connecting=True)
@@ -84,7 +84,7 @@ def test_refused_credentials_and_good_ones(new_broker, new_unit, tmp_path):
         secret.write_text(word + "\n")
         settings = {**settings, "password_file": secret} if settings else {}
         got = run_korvid("get", port=port, **settings)
-        assert_fails(got, f"127.0.0.1:{port}.*(?i:not authori[sz]ed|user name or password)", 1,
+        assert_fails(got, f"127.0.0.1:{port}.*(not authori[sz]ed|user name or password)", 1,
                      connecting=True)
         assert word not in got.err
     assert_fails(run_korvid("get", port=port, username="bench", password_file=secret),
@@ -105,9 +105,9 @@ def certificates(tmp_path_factory):
 
 @pytest.mark.parametrize("server, trusted, words", [
     ("good", "good", None),
-    ("good", "elsewhere", "(?i)certificate"),
-    ("elsewhere", "elsewhere", "(?i)certificate|host ?name"),
-    ("plain", "good", "(?i)tls"),
+    ("good", "elsewhere", "certificate"),
+    ("elsewhere", "elsewhere", "certificate|host ?name"),
+    ("plain", "good", "tls"),
     ("good", None, ""),
 ])
 def test_tls_is_checked_and_its_refusals_are_named(new_broker, new_unit, certificates, server, trusted,
@@ -127,7 +127,7 @@ def test_no_service_is_told_by_the_broker_or_by_silence(broker, scripted):
         assert_fails(run_korvid(*command, port=broker.port), "no parameter service is listening", 1)
     hinting, mute = scripted({3: puback(0x10)}), scripted({3: puback()})
     assert_fails(run_korvid("get", port=hinting.port), "no parameter service is listening", 1)
-    assert_fails(run_korvid("get", port=mute.port, request_timeout_ms=900), "(?i)no (reply|answer)", 1.6)
+    assert_fails(run_korvid("get", port=mute.port, request_timeout_ms=900), "no (reply|answer)", 1.6)
 
 
 def test_a_broker_that_wrongly_denies_a_service_does_no_harm(scripted):
@@ -147,7 +147,7 @@ def test_a_broker_that_wrongly_denies_a_service_does_no_harm(scripted):
 
 
 WHOLE = read_reply(HI, record(300, 0, 0, b""))
-CUT = "(?i)malformed|truncated|cut|incomplete|not understood|invalid"
+CUT = "malformed|truncated|cut|incomplete|not understood|invalid"
 
 
 @pytest.mark.parametrize("payload, words", [
@@ -193,7 +193,7 @@ DOUBT = "may or may not have been written.*get"
 def test_a_silent_service_costs_the_request_timeout(broker, peer):
     silent = peer(broker.port, READ_TOPIC)
     got = run_korvid("get", port=broker.port, request_timeout_ms=900)
-    assert_fails(got, "(?i)no (reply|answer)", 1.6)
+    assert_fails(got, "no (reply|answer)", 1.6)
     assert got.seconds >= 0.9
     silent.close()
     peer(broker.port, READ_TOPIC, WRITE_TOPIC, on_message=serve_reads)

@@ -44,14 +44,14 @@ def monitor(ending, broker, peer):
     return make
 
 
-@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
-@pytest.mark.parametrize("flags, lines", [
-    ([], []), (["-S"], ["size: 5"]), (["-Q"], ["QoS: 0"]), (["-P"], ["Data: THE DATA HERE"]),
-    (["-P", "-Q", "-T", "-S"], ["size: 5", "timestamp: NOW", "QoS: 0", "Data: THE DATA HERE"]),
+@pytest.mark.parametrize("flags, qos, lines, number", [
+    ([], 0, [], signal.SIGINT), (["-S"], 0, ["size: 5"], signal.SIGTERM), (["-Q"], 1, ["QoS: 1"], signal.SIGINT),
+    (["-P"], 0, ["Data: THE DATA HERE"], signal.SIGTERM), (["-Q"], 0, ["QoS: 0"], signal.SIGTERM),
+    (["-P", "-Q", "-T", "-S"], 2, ["size: 5", "timestamp: NOW", "QoS: 2", "Data: THE DATA HERE"], signal.SIGINT),
 ])
-def test_the_flags_choose_the_lines_of_a_block(monitor, peer, broker, flags, lines, number):
+def test_the_flags_choose_the_lines_of_a_block(monitor, peer, broker, flags, qos, lines, number):
     watching, before = monitor(*flags, "car/door"), time.time() * 1000
-    peer(broker.port).publish("car/door", b"o\0pen", qos=2)
+    peer(broker.port).publish("car/door", b"o\0pen", qos=qos)
     block = "\n           ".join(["car/door", *lines]) + "\n"
     await_that(lambda: watching.text.endswith(block.encode()[-10:]), "a block")
     for stamp in re.findall(r"timestamp: (\d+)", watching.text.decode()):

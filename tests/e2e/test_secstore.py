@@ -89,7 +89,7 @@ def test_a_cut_link_is_an_error_and_leaves_the_old_blob(broker, unit, proxy, set
 
 def test_a_stalled_link_is_an_error_in_bounded_time(broker, unit, proxy, set_blob, tmp_path):
     running = []
-    for size, stall_at in (20_000_000, 300_000), (50_000, 20_000), (50_000, 50_200):
+    for size, stall_at in (20_000_000, 300_000), (50_000, 20_000):
         (tmp_path / str(size)).write_bytes(b"n" * size)
         link = proxy(broker.port, stall_at=stall_at)
         running.append(Running("setsec", tmp_path / str(size), port=link.port))

@@ -102,18 +102,18 @@ def test_a_unit_killed_at_any_moment_keeps_every_acknowledged_value(broker, new_
     assert acknowledged, "no write ever got through"
 
 
-@pytest.mark.parametrize("paused_at", [READ_TOPIC, WRITE_TOPIC])
-def test_a_request_that_timed_out_at_a_paused_unit_is_never_executed(broker, unit, peer, paused_at):
-    asked = peer(broker.port, READ_TOPIC if paused_at == READ_TOPIC else "clients/+/reply")
-    asked.on_message = lambda *_: os.kill(unit.process.pid, signal.SIGSTOP)
-    got = run_korvid("set", "288", "str", "late", port=broker.port, request_timeout_ms=1000)
-    assert got.seconds < scaled(2.2), got
+@pytest.mark.parametrize("seen, doubt", [(READ_TOPIC, ""), ("clients/+/reply", "may or may not have been written")])
+def test_a_request_that_timed_out_at_a_paused_unit_is_never_executed(broker, unit, peer, proxy, seen, doubt):
+    """The unit pauses at the read, or behind it, before the write has passed the slow link."""
+    asked = peer(broker.port, seen, on_message=lambda *_: os.kill(unit.process.pid, signal.SIGSTOP))
+    slow = proxy(broker.port, latency=0.1)
+    got = run_korvid("set", "288", "str", "late", port=slow.port, request_timeout_ms=1000)
+    assert got.status == 1 and "no reply within 1000 ms" in got.err and doubt in got.err, got
+    assert got.seconds < scaled(2.5), got
     asked.on_message = None
     time.sleep(0.3)
     os.kill(unit.process.pid, signal.SIGCONT)
-    await_that(lambda: run_korvid("get", "288", port=broker.port).status == 0, "the unit is back")
-    expected = HI_BLOCK if got.status else block(288, 255, 10, b"late")
-    assert run_korvid("get", "288", port=broker.port).out == expected, got
+    assert run_korvid("get", "288", port=broker.port).out == HI_BLOCK
 
 
 def assert_refused_and_up(port, words):
@@ -161,9 +161,9 @@ def test_a_read_only_store_still_serves_and_refuses_in_its_words(broker, tmp_pat
 
 def test_a_damaged_store_is_told_in_its_words_and_survived(broker, tmp_path, new_unit, peer):
     new_unit(broker.port, "-i", DEMO_UNIT).stop()
-    with (tmp_path / "unit.db").open("r+b") as store:
-        store.seek(4096)
-        store.write(b"\xa5" * (store.seek(0, os.SEEK_END) - 4096))
+    store = tmp_path / "unit.db"
+    sound = store.read_bytes()
+    store.write_bytes(sound[:4096] + b"\xa5" * (len(sound) - 4096))
     new_unit(broker.port)
     for command in ["get"], ["get", "288"], ["set", "288", "str", "x"]:
         got = run_korvid(*command, port=broker.port)
