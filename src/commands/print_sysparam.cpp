@@ -1,5 +1,7 @@
 #include "commands/print_sysparam.h"
 
+#include <charconv>
+#include <cstring>
 #include <iostream>
 
 namespace commands {
@@ -7,46 +9,79 @@ namespace commands {
 namespace {
 
 constexpr char HEX_DIGITS[] = "0123456789abcdef";
-constexpr std::size_t OTAID_DIGITS = 3;
-constexpr std::size_t LABELS_SIZE = 160;    // room for the labels and numbers of a block
-constexpr std::size_t SHOWN_BYTE_SIZE = 6;  // a byte as it is, and as "0xff "
+constexpr int OTAID_DIGITS = 3;
+constexpr std::size_t SHOWN_BYTE_SIZE = 5;  // "0xff "
+constexpr std::size_t LABELS_SIZE = 192;    // room for the labels and numbers of a block
 
-void append_hex(std::string& text, std::size_t number, std::size_t least_digits = 1) {
-    std::size_t digits = 1;
-    while (number >> (4 * digits) != 0 && digits < 2 * sizeof number) ++digits;
-    if (digits < least_digits) digits = least_digits;
-    while (digits-- > 0) text += HEX_DIGITS[number >> (4 * digits) & 0xf];
-}
+/// Fills a buffer that is large enough. A full read composes a block a parameter, so that this
+/// writes in place instead of appending.
+class BlockWriter {
+public:
+    explicit BlockWriter(char* buffer) : at(buffer) {}
 
-void append_hex_bytes(std::string& text, const std::string& bytes) {
-    for (const char character : bytes) {
-        const auto byte = static_cast<unsigned char>(character);
-        const char shown[] = {'0', 'x', HEX_DIGITS[byte >> 4], HEX_DIGITS[byte & 0xf], ' '};
-        text.append(shown, sizeof shown);
+    char* end() const { return at; }
+
+    template <std::size_t SIZE>
+    BlockWriter& label(const char (&text)[SIZE]) {
+        return copy(text, SIZE - 1);
     }
-}
+
+    BlockWriter& copy(const char* bytes, std::size_t size) {
+        std::memcpy(at, bytes, size);
+        at += size;
+        return *this;
+    }
+
+    BlockWriter& decimal(std::uint32_t number) {
+        at = std::to_chars(at, at + MOST_DIGITS, number).ptr;
+        return *this;
+    }
+
+    BlockWriter& hex(std::size_t number, int least_digits = 1) {
+        int digits = least_digits;
+        while (digits < MOST_DIGITS && number >> (4 * digits) != 0) ++digits;
+        while (digits-- > 0) *at++ = HEX_DIGITS[number >> (4 * digits) & 0xf];
+        return *this;
+    }
+
+    BlockWriter& hex_bytes(const std::string& bytes) {
+        char* shown = at;
+        for (const char character : bytes) {
+            const auto byte = static_cast<unsigned char>(character);
+            shown[0] = '0';
+            shown[1] = 'x';
+            shown[2] = HEX_DIGITS[byte >> 4];
+            shown[3] = HEX_DIGITS[byte & 0xf];
+            shown[4] = ' ';
+            shown += SHOWN_BYTE_SIZE;
+        }
+        at = shown;
+        return *this;
+    }
+
+private:
+    static constexpr int MOST_DIGITS = 16;
+
+    char* at;
+};
 
 }  // namespace
 
 std::string compose_sysparam(std::uint32_t otaid,
                              const ecu::lapi::pb::SystemParameterEntry& entry) {
     const std::string& data = entry.data();
-    std::string text;
-    text.reserve(LABELS_SIZE + SHOWN_BYTE_SIZE * data.size());
-    text.append("SysParam (").append(std::to_string(otaid)).append("):\n");
-    text.append("  OTAID: ").append(std::to_string(entry.otaid())).append(" - 0x");
-    append_hex(text, entry.otaid(), OTAID_DIGITS);
-    text.append("\n  DID: ");
-    append_hex(text, entry.did());
-    text.append("\n  XCPID: ");
-    append_hex(text, entry.xcpid());
-    text.append("\n  data(char) [");
-    append_hex(text, data.size());
-    text.append("]: '").append(data).append("'\n  data(hex) [");
-    append_hex(text, data.size());
-    text.append("]: ");
-    append_hex_bytes(text, data);
-    return text += '\n';
+    std::string text(LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size(), '\0');
+    BlockWriter writer(text.data());
+    writer.label("SysParam (").decimal(otaid).label("):\n");
+    writer.label("  OTAID: ").decimal(entry.otaid());
+    writer.label(" - 0x").hex(entry.otaid(), OTAID_DIGITS).label("\n");
+    writer.label("  DID: ").hex(entry.did()).label("\n");
+    writer.label("  XCPID: ").hex(entry.xcpid()).label("\n");
+    writer.label("  data(char) [").hex(data.size()).label("]: '");
+    writer.copy(data.data(), data.size()).label("'\n");
+    writer.label("  data(hex) [").hex(data.size()).label("]: ").hex_bytes(data).label("\n");
+    text.resize(static_cast<std::size_t>(writer.end() - text.data()));
+    return text;
 }
 
 void print_sysparam(const std::uint32_t& otaid, const ecu::lapi::pb::SystemParameterEntry& entry) {
