@@ -95,12 +95,15 @@ void MqttConnection::guarded(Action action) noexcept {
 
 void MqttConnection::set_callbacks() {
     mosquitto* const client = handle.get();
-    mosquitto_connect_v5_callback_set(
-        client, [](mosquitto*, void* object, int reason, int, const mosquitto_property*) {
-            MqttConnection& connection = self(object);
-            connection.accepted = reason == MQTT_RC_SUCCESS;
-            if (!connection.accepted) connection.refusal = cause_of_reason(reason);
-        });
+    mosquitto_connect_v5_callback_set(client, [](mosquitto*, void* object, int reason, int,
+                                                 const mosquitto_property* list) {
+        MqttConnection& connection = self(object);
+        std::uint8_t available = 1;
+        mosquitto_property_read_byte(list, MQTT_PROP_SUBSCRIPTION_ID_AVAILABLE, &available, false);
+        connection.takes_identifiers = available != 0;
+        connection.accepted = reason == MQTT_RC_SUCCESS;
+        if (!connection.accepted) connection.refusal = cause_of_reason(reason);
+    });
     mosquitto_disconnect_v5_callback_set(
         client, [](mosquitto*, void* object, int reason, const mosquitto_property*) {
             MqttConnection& connection = self(object);
@@ -186,6 +189,14 @@ int MqttConnection::publish(const std::string& topic, const ecu::lapi::com::Mess
 int MqttConnection::subscribe(const std::string& filter, int qos) {
     int id = 0;
     check_result(mosquitto_subscribe_v5(handle.get(), &id, filter.c_str(), qos, 0, nullptr));
+    return id;
+}
+
+int MqttConnection::subscribe(const std::string& filter, int qos, std::uint32_t identifier) {
+    if (!takes_identifiers) return subscribe(filter, qos);
+    const PropertyList list = subscription_list(identifier);
+    int id = 0;
+    check_result(mosquitto_subscribe_v5(handle.get(), &id, filter.c_str(), qos, 0, list.get()));
     return id;
 }
 

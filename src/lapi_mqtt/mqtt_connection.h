@@ -58,6 +58,7 @@ public:
     int publish(const std::string& topic, const ecu::lapi::com::Message& message, int qos,
                 const PublishProperties& properties);
     int subscribe(const std::string& filter, int qos);
+    int subscribe(const std::string& filter, int qos, std::uint32_t identifier);
     int unsubscribe(const std::string& filter);
 
     /// Queues DISCONNECT; `loop` returns false once it and all before it are written.
@@ -95,8 +96,9 @@ private:
     // Of the thread that calls open and loop.
     std::chrono::steady_clock::time_point drained = std::chrono::steady_clock::now();
     bool accepted = false;
-    std::string refusal;    ///< the broker's own reason for an end
-    std::string tls_cause;  ///< libmosquitto tells it to its log only
+    bool takes_identifiers = true;  ///< the broker knows subscription identifiers
+    std::string refusal;            ///< the broker's own reason for an end
+    std::string tls_cause;          ///< libmosquitto tells it to its log only
     int last_result = 0;
     int last_errno = 0;
 };

@@ -60,10 +60,32 @@ std::optional<std::string> read_error(const mqtt5__property* list) {
     }
 }
 
+std::vector<std::uint32_t> read_identifiers(const mqtt5__property* list) {
+    std::vector<std::uint32_t> identifiers;
+    bool skip_first = false;
+    for (;;) {
+        std::uint32_t identifier = 0;
+        list = mosquitto_property_read_varint(list, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, &identifier,
+                                              skip_first);
+        if (list == nullptr) return identifiers;
+        identifiers.push_back(identifier);
+        skip_first = true;
+    }
+}
+
 }  // namespace
 
 void PropertyListDeleter::operator()(mqtt5__property* list) const {
     mosquitto_property_free_all(&list);
+}
+
+PropertyList subscription_list(std::uint32_t identifier) {
+    mosquitto_property* head = nullptr;
+    const int result =
+        mosquitto_property_add_varint(&head, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, identifier);
+    PropertyList list(head);
+    check_result(result);
+    return list;
 }
 
 PropertyList to_list(const PublishProperties& properties) {
@@ -111,6 +133,7 @@ PublishProperties from_list(const mqtt5__property* list) {
         properties.expiry_s = expiry_s;
     }
     properties.error = read_error(list);
+    properties.subscription_identifiers = read_identifiers(list);
     return properties;
 }
 

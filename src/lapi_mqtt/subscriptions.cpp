@@ -30,15 +30,26 @@ bool Subscriptions::remove(const std::string& filter, const ObserverHandle& obse
                         [&](const Entry& entry) { return entry.filter == filter; });
 }
 
-std::vector<ObserverHandle> Subscriptions::observers_of(const std::string& topic) const {
-    std::vector<ObserverHandle> observers;
+std::uint32_t Subscriptions::identifier_of(const std::string& filter) {
+    const auto next = static_cast<std::uint32_t>(identifiers.size() + 1);
+    return identifiers.emplace(filter, next).first->second;
+}
+
+std::vector<ObserverHandle> Subscriptions::receivers(
+    const std::string& topic, const std::vector<std::uint32_t>& sent_for) const {
+    std::vector<ObserverHandle> seen;
+    std::vector<ObserverHandle> chosen;
     for (const Entry& entry : entries) {
         if (!topic_matches(entry.filter, topic)) continue;
-        if (std::find(observers.begin(), observers.end(), entry.observer) == observers.end()) {
-            observers.push_back(entry.observer);
-        }
+        if (std::find(seen.begin(), seen.end(), entry.observer) != seen.end()) continue;
+        seen.push_back(entry.observer);
+        const auto identifier = identifiers.find(entry.filter);
+        const bool meant = sent_for.empty() || (identifier != identifiers.end() &&
+                                                std::find(sent_for.begin(), sent_for.end(),
+                                                          identifier->second) != sent_for.end());
+        if (meant) chosen.push_back(entry.observer);
     }
-    return observers;
+    return chosen;
 }
 
 }  // namespace lapi_mqtt

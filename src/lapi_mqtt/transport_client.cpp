@@ -96,7 +96,9 @@ void TransportClient::publish(const std::string& topic, const Message& message) 
 void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandle observer) {
     const Step step{"subscribe", topic};
     Lock lock(mutex);
-    const int id = queue_packet(step, [&] { return connection->subscribe(topic, qos); });
+    const int id = queue_packet(step, [&] {
+        return connection->subscribe(topic, qos, subscriptions.identifier_of(topic));
+    });
     // Before the grant: a kept message may come right behind it.
     subscriptions.add({topic, qos, observer});
     try {

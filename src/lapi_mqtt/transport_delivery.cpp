@@ -73,7 +73,7 @@ void TransportClient::subscribe_again() {
     const Lock lock(mutex);
     for (const auto& [topic, handler] : services) connection->subscribe(topic, 1);
     for (const auto& entry : subscriptions.all()) {
-        connection->subscribe(entry.filter, entry.qos);
+        connection->subscribe(entry.filter, entry.qos, subscriptions.identifier_of(entry.filter));
         const std::vector<std::uint8_t> name(entry.filter.begin(), entry.filter.end());
         connection->publish(wire::ANNOUNCEMENT_TOPIC, Message(name), 0, {});
     }
@@ -118,7 +118,8 @@ void TransportClient::deliver(Incoming& incoming) {
         const Lock lock(mutex);
         const auto service = services.find(incoming.topic);
         if (service != services.end()) handler = service->second;
-        observers = subscriptions.observers_of(incoming.topic);
+        observers =
+            subscriptions.receivers(incoming.topic, incoming.properties.subscription_identifiers);
     }
     if (handler) answer(handler, incoming);
     for (const auto& observer : observers) {
