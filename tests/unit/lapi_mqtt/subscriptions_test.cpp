@@ -1,0 +1,46 @@
+#include "lapi_mqtt/subscriptions.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using lapi_mqtt::ObserverHandle;
+using lapi_mqtt::Subscriptions;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct Silent : ecu::lapi::com::ISubscriptionObserver {
+    void message(const std::string&, const ecu::lapi::com::Message&) override {}
+};
+
+TEST(TopicFilters, MatchAsMqttMatchesThem) {
+    const std::tuple<const char*, const char*, bool> table[] = {
+        {"a/b", "a/b", true},  {"a/+", "a/b", true},          {"a/+", "a/b/c", false},
+        {"a/#", "a", true},    {"a/#", "a/b/c", true},        {"#", "$SYS/uptime", false},
+        {"a/b", "a/B", false}, {"$share/g/a/+", "a/b", true}, {"$share/g", "g", false},
+    };
+    for (const auto& [filter, topic, matches] : table) {
+        EXPECT_EQ(lapi_mqtt::topic_matches(filter, topic), matches) << filter << ' ' << topic;
+    }
+}
+
+TEST(Subscriptions, GiveAMessageOnceToAnObserverHoweverTheBrokerSendsIt) {
+    const ObserverHandle one = std::make_shared<Silent>();
+    const ObserverHandle other = std::make_shared<Silent>();
+    Subscriptions subscriptions;
+    subscriptions.add({"a/#", 0, one});
+    subscriptions.add({"a/b", 0, one});
+    subscriptions.add({"a/b", 0, other});
+    const auto wide = subscriptions.identifier_of("a/#");
+    const auto narrow = subscriptions.identifier_of("a/b");
+    EXPECT_THAT(subscriptions.receivers("a/b", {wide}), ElementsAre(one));
+    EXPECT_THAT(subscriptions.receivers("a/b", {narrow}), ElementsAre(other));
+    EXPECT_THAT(subscriptions.receivers("a/b", {narrow, wide}), ElementsAre(one, other));
+    EXPECT_THAT(subscriptions.receivers("a/b", {}), ElementsAre(one, other));
+    EXPECT_THAT(subscriptions.receivers("b", {}), IsEmpty());
+    EXPECT_FALSE(subscriptions.remove("a/b", one));  // the broker is still to send it
+    EXPECT_TRUE(subscriptions.remove("a/b", other));
+    EXPECT_FALSE(subscriptions.remove("a/b", other));
+}
+
+}  // namespace

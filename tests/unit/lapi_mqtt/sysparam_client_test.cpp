@@ -1,0 +1,149 @@
+#include "lapi_mqtt/sysparam_client.h"
+
+#include <gmock/gmock.h>
+
+#include <functional>
+
+namespace {
+
+using ecu::lapi::com::Message;
+using ecu::lapi::com::TransportError;
+using lapi_mqtt::SysparamClient;
+using testing::HasSubstr;
+using testing::Pair;
+
+std::vector<std::uint8_t> bytes(const std::string& hex) {
+    std::vector<std::uint8_t> out;
+    for (std::size_t at = 0; at < hex.size(); at += 3) {
+        out.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(at, 2), nullptr, 16)));
+    }
+    return out;
+}
+
+/// Takes requests and gives the replies of a script.
+struct ScriptedService : ecu::lapi::com::ITransportClient {
+    Message request(const std::string& topic, const Message& message) override {
+        requests.emplace_back(topic, message.payload);
+        if (reply.empty()) throw TransportError(failure, "cause");
+        const Message answer(bytes(reply.front()));
+        reply.erase(reply.begin());
+        return answer;
+    }
+    void connect() override {}
+    void disconnect() override {}
+    void publish(const std::string&, const Message&) override {}
+    void subscribe(const std::string&, int,
+                   std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>) override {}
+    void unsubscribe(const std::string&,
+                     std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>) override {}
+    void serve(const std::string&, ecu::lapi::com::RequestHandler) override {}
+    void start() override {}
+    void stop() override {}
+
+    std::vector<std::string> reply;
+    TransportError::Kind failure = TransportError::Kind::unanswered;
+    std::vector<std::pair<std::string, std::vector<std::uint8_t>>> requests;
+};
+
+// Encoded by hand: the record 288 with DID 255, XCPID 10 and the data "Hi"; the record
+// 4294967295 with nothing but its OTAID.
+const std::string HI = "0a 0c 08 a0 02 10 ff 01 18 0a 22 02 48 69";
+const std::string LAST = "0a 06 08 ff ff ff ff 0f";
+
+class ParameterClient : public testing::Test {
+protected:
+    std::string failure_of(const std::function<void()>& operation) {
+        try {
+            operation();
+        } catch (const TransportError& error) {
+            return error.what();
+        }
+        return "none";
+    }
+    std::shared_ptr<ScriptedService> service = std::make_shared<ScriptedService>();
+    SysparamClient client{service};
+};
+
+TEST_F(ParameterClient, DecodesWhatAnotherEncoderWrote) {
+    service->reply = {LAST + " " + HI + " 10 02"};
+    const auto parameters = client.get_parameters(0);
+    ASSERT_EQ(parameters.size(), 2U);
+    EXPECT_EQ(parameters.at(288).did(), 255U);
+    EXPECT_EQ(parameters.at(288).xcpid(), 10U);
+    EXPECT_EQ(parameters.at(288).data(), "Hi");
+    EXPECT_FALSE(parameters.at(4294967295).has_data());
+    EXPECT_THAT(service->requests,
+                testing::ElementsAre(Pair("system/vard/sysparam/read", bytes(""))));
+}
+
+TEST_F(ParameterClient, AsksForOneParameterInBytesOfTheProtocol) {
+    service->reply = {HI + " 10 01", "10 00"};
+    EXPECT_TRUE(client.get_parameter(288, 0).first);
+    EXPECT_EQ(service->requests[0].second, bytes("0a 02 a0 02"));
+    EXPECT_FALSE(client.get_parameter(0xffffffff, 0).first);
+    EXPECT_EQ(service->requests[1].second, bytes("0a 05 ff ff ff ff 0f"));
+}
+
+TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
+    const std::string malformed[] = {
+        "",                         // nothing
+        HI,                         // cut before the count
+        HI + " 10 02",              // a record is missing
+        HI + " " + HI + " 10 02",   // a record twice
+        "0a 0c 08 a0 02 10 ff 01",  // cut inside a record
+        "0a ff ff ff ff 0f 08",     // a length beyond the end
+        "0a 02 22 05 10 01",        // a length beyond its record
+        "10 00 00",                 // a field number of 0
+        "10 00 99",                 // cut inside a tag
+        "48 54 54 50",              // another protocol
+    };
+    for (const auto& reply : malformed) {
+        service->reply = {reply, reply};
+        EXPECT_THAT(failure_of([&] { client.get_parameters(0); }), HasSubstr("malformed")) << reply;
+        EXPECT_THAT(failure_of([&] { client.get_parameter(288, 0); }), HasSubstr("malformed"));
+    }
+    service->reply = {LAST + " 10 01"};  // whole, but another parameter
+    EXPECT_THAT(failure_of([&] { client.get_parameter(288, 0); }), HasSubstr("malformed"));
+}
+
+TEST_F(ParameterClient, SendsOnlyTheFieldsThatDiffer) {
+    service->reply = {HI + " " + LAST + " 10 02", "10 02"};
+    auto parameters = client.get_parameters(0);
+    parameters[288].set_data("x");
+    parameters[5].set_otaid(5);
+    client.set_parameters(parameters);
+    EXPECT_TRUE(client.write_parameters().first);
+    EXPECT_THAT(service->requests.back(),
+                Pair("system/vard/sysparam/write", bytes("0a 02 08 05 0a 06 08 a0 02 22 01 78")));
+    service->reply = {HI + " 10 01"};
+    parameters = client.get_parameters(0);
+    client.set_parameters(parameters);
+    EXPECT_TRUE(client.write_parameters().first);
+    EXPECT_EQ(service->requests.size(), 3U) << "a write of nothing was sent";
+}
+
+TEST_F(ParameterClient, TellsRefusedUnknownAndFailedWritesApart) {
+    ecu::lapi::var::ParameterMap parameters;
+    parameters[7].set_otaid(7);
+    client.set_parameters(parameters);
+    service->reply = {"0a 01 07 10 00"};
+    const auto [written, refused] = client.write_parameters();
+    EXPECT_FALSE(written);
+    EXPECT_EQ(refused.count(7), 1U);
+    for (const auto* reply : {"", "10 02", "0a 01 08 10 00", "0a 01 07 10 01", "ff"}) {
+        service->reply = {reply};
+        EXPECT_THAT(failure_of([&] { client.write_parameters(); }),
+                    testing::AllOf(HasSubstr("malformed"), HasSubstr("may or may not")))
+            << reply;
+    }
+    service->reply.clear();
+    EXPECT_THAT(failure_of([&] { client.write_parameters(); }),
+                HasSubstr("cause; the parameter may or may not have been written, check with get"));
+    service->failure = TransportError::Kind::failed;
+    EXPECT_EQ(failure_of([&] { client.write_parameters(); }), "cause");
+    service->failure = TransportError::Kind::no_listener;
+    EXPECT_EQ(failure_of([&] { client.write_parameters(); }),
+              "no parameter service is listening: cause");
+}
+
+}  // namespace

@@ -1,0 +1,73 @@
+#include "unit/store.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "unit/parameter_service.h"
+
+namespace {
+
+using ecu::lapi::com::Message;
+using unit::Entry;
+using unit::SqliteError;
+using unit::Store;
+
+class UnitStore : public testing::Test {
+protected:
+    UnitStore() { std::filesystem::create_directories(folder); }
+    ~UnitStore() override { std::filesystem::remove_all(folder); }
+    const std::string folder =
+        testing::TempDir() + "korvid-store-" + std::to_string(getpid()) + "/";
+    const std::string path = folder + "unit?1%.db";
+};
+
+TEST_F(UnitStore, KeepsWhatAWriteLeavesOutAndFindsItAfterReopening) {
+    Entry whole;
+    whole.set_otaid(0xffffffff);
+    whole.set_did(1);
+    whole.set_data(std::string("\0x", 2));
+    Entry part;
+    part.set_otaid(0xffffffff);
+    part.set_xcpid(2);
+    Store(path).write({whole});
+    Store(path).write({part});
+    const auto found = Store(path).find(0xffffffff);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->did(), 1U);
+    EXPECT_EQ(found->xcpid(), 2U);
+    EXPECT_EQ(found->data(), std::string("\0x", 2));
+    EXPECT_FALSE(Store(path).find(1));
+    EXPECT_EQ(Store(path).blob(), "");
+    Store(path).replace_blob({1, 0});
+    Store(path).replace_blob({0, 7});
+    EXPECT_EQ(Store(path).blob(), std::string("\0\7", 2));
+}
+
+TEST_F(UnitStore, RefusesFilesThatAreNotItsOwn) {
+    std::ofstream(path) << "not a database, but long enough to be taken for the header of one ...";
+    EXPECT_THROW(Store store(path), SqliteError);
+    std::filesystem::remove(path);
+    unit::Database(path, unit::Database::Access::read_write).execute("CREATE TABLE t (x)");
+    EXPECT_THROW(Store store(path), SqliteError);
+    EXPECT_THROW(Store store(folder + "no/such/folder.db"), SqliteError);
+}
+
+TEST_F(UnitStore, AnswersRequestsInBytesOfTheProtocol) {
+    Store store(path);
+    unit::ParameterService service(store, {7});
+    const auto write = [&](std::vector<std::uint8_t> bytes) {
+        return service.write(Message(std::move(bytes))).payload;
+    };
+    using Bytes = std::vector<std::uint8_t>;
+    // Records 5 (data "a") and 7, which is read-only: one written, 7 refused.
+    EXPECT_EQ(write({0x0a, 5, 8, 5, 0x22, 1, 'a', 0x0a, 2, 8, 7}), (Bytes{0x0a, 1, 7, 0x10, 1}));
+    EXPECT_EQ(service.read(Message()).payload, (Bytes{0x0a, 5, 8, 5, 0x22, 1, 'a', 0x10, 1}));
+    EXPECT_EQ(service.read(Message({0x0a, 1, 9})).payload, (Bytes{0x10, 0}));
+    EXPECT_THROW(write({0x0a, 0}), std::runtime_error) << "a record without OTAID";
+    EXPECT_THROW(write({0x0a, 9, 8}), std::runtime_error);
+    EXPECT_THROW(service.read(Message({0xff})), std::runtime_error);
+}
+
+}  // namespace
