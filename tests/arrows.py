@@ -21,7 +21,7 @@ ALLOWED = {
 
 # Foreign header or target -> the rooms that may use it.
 FOREIGN = {
-    r"mosquitto": {"lapi_mqtt"},
+    r"(?i)mosquitto": {"lapi_mqtt"},
     r"sqlite3?\b|SQLite": {"unit"},
     r"google/protobuf|protobuf::|\.pb\.h$": {"platform", "wire", "lapi_mqtt", "unit"},
     r"ecu::lapi$": {"main", "monitor", "unit"},
