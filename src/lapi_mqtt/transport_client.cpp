@@ -1,6 +1,7 @@
 #include "lapi_mqtt/transport_client.h"
 
 #include <algorithm>
+#include <exception>
 
 #include "ecu/lapi/logging.h"
 #include "lapi_mqtt/client_id.h"
@@ -61,9 +62,16 @@ void TransportClient::start() {
 }
 
 void TransportClient::disconnect() {
-    const Lock lock(mutex);
+    Lock lock(mutex);
+    std::exception_ptr failure;
+    try {
+        if (unproven) await_taken(lock, *unproven);
+    } catch (const TransportError&) {
+        failure = std::current_exception();
+    }
     leaving = true;
     if (connection) connection->disconnect();
+    if (failure) std::rethrow_exception(failure);
 }
 
 void TransportClient::stop() {
@@ -81,7 +89,7 @@ void TransportClient::stop() {
 
 void TransportClient::publish(const std::string& topic, const Message& message) {
     const Step step{"publish on", topic};
-    Lock lock(mutex);
+    const Lock lock(mutex);
     int proof = queue_packet(
         step, [&] { return connection->publish(topic, message, qos_of(message), {}); });
     if (on_delivery_thread()) return;
@@ -90,7 +98,9 @@ void TransportClient::publish(const std::string& topic, const Message& message) 
     if (qos_of(message) == 0) {
         proof = queue_packet(step, [&] { return connection->unsubscribe(reply_topic + "/none"); });
     }
-    await_taken(lock, proof, step);
+    // The proof of the last message is one of all before it, unless one of those was lost.
+    if (unproven && unproven->connection_number != connection_count) return;
+    unproven.emplace(*this, proof, topic);
 }
 
 void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandle observer) {
@@ -170,6 +180,12 @@ TransportClient::Acknowledgement::~Acknowledgement() {
     client.acknowledgements.erase(entry);
 }
 
+TransportClient::Publication::Publication(TransportClient& owner, int packet_id,
+                                          std::string publication_topic)
+    : proof(owner, packet_id),
+      topic(std::move(publication_topic)),
+      connection_number(owner.connection_count) {}
+
 /// Returns the packet's id, as `queue` does.
 template <typename Queue>
 int TransportClient::queue_packet(const Step& step, Queue queue) {
@@ -212,9 +228,11 @@ void TransportClient::await_grant(Lock& lock, int id, const Step& step) {
     }
 }
 
-void TransportClient::await_taken(Lock& lock, int id, const Step& step) {
-    const Acknowledgement proof(*this, id);
-    const auto end = wait_for(lock, PUBLISH_PATIENCE, [&] { return proof.is_here(); });
+void TransportClient::await_taken(Lock& lock, const Publication& publication) {
+    const Step step{"publish on", publication.topic};
+    const auto taken = [&publication] { return publication.proof.is_here(); };
+    const bool is_lost = !taken() && publication.connection_number != connection_count;
+    const auto end = is_lost ? WaitEnd::connection_lost : wait_for(lock, PUBLISH_PATIENCE, taken);
     if (end == WaitEnd::connection_lost) {
         fail(Kind::unanswered, step, down_cause + ", before the broker had taken the message");
     }
@@ -223,8 +241,8 @@ void TransportClient::await_taken(Lock& lock, int id, const Step& step) {
         fail(Kind::unanswered, step,
              "the connection stalled before the broker had taken the message");
     }
-    if (proof.reason() >= FIRST_REFUSAL) {
-        fail(Kind::failed, step, cause_of_reason(proof.reason()));
+    if (publication.proof.reason() >= FIRST_REFUSAL) {
+        fail(Kind::failed, step, cause_of_reason(publication.proof.reason()));
     }
 }
 

@@ -68,13 +68,21 @@ private:
         std::map<int, std::optional<int>>::iterator entry;
     };
 
+    /// A message of which the broker is still to show that it has taken it.
+    struct Publication {
+        Publication(TransportClient& owner, int packet_id, std::string publication_topic);
+        Acknowledgement proof;
+        std::string topic;
+        unsigned connection_number;
+    };
+
     [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const;
     template <typename Queue>
     int queue_packet(const Step& step, Queue queue);
     template <typename Done>
     WaitEnd wait_for(Lock& lock, std::chrono::milliseconds patience, Done done);
     void await_grant(Lock& lock, int id, const Step& step);
-    void await_taken(Lock& lock, int id, const Step& step);
+    void await_taken(Lock& lock, const Publication& publication);
     Message await_reply(Lock& lock, int id, std::optional<Incoming>& reply, const Step& step);
     bool on_delivery_thread() const { return std::this_thread::get_id() == delivery_id; }
 
@@ -108,6 +116,7 @@ private:
     std::map<int, std::optional<int>> acknowledgements;  ///< reason by packet id, of those awaited
     std::map<std::string, std::optional<Incoming>> calls;            ///< reply by correlation data
     std::map<std::string, ecu::lapi::com::RequestHandler> services;  ///< by topic
+    std::optional<Publication> unproven;  ///< the first that was lost, else the last
     Subscriptions subscriptions;
     bool replies_subscribed = false;
     std::uint64_t foreign_bytes_end = 0;  ///< bytes moved when the last foreign reply was whole

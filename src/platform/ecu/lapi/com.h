@@ -75,11 +75,13 @@ public:
     /// thrown by the first operation that needs the broker.
     virtual void connect() = 0;
 
-    /// Says goodbye to the broker, behind everything that was published.
+    /// Returns when the broker has taken everything that was published, and says goodbye. Throws
+    /// TransportError when a message was lost or the connection stalls; `stop` still follows.
     virtual void disconnect() = 0;
 
-    /// Returns when the broker has taken the message; called on the delivery thread it only queues
-    /// it. Throws TransportError.
+    /// Queues the message, to go out while the caller goes on; whether the broker has taken it is
+    /// `disconnect`'s to tell. Throws TransportError without a connection or for a message that is
+    /// too large.
     virtual void publish(const std::string& topic, const Message& message) = 0;
 
     /// Returns when the broker has granted the subscription to the topic filter; the library keeps
