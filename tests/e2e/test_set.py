@@ -12,36 +12,40 @@ from harness import (DEMO_UNIT, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, awai
                      run_korvid, scaled)
 
 DEMO = DEMO_UNIT.read_bytes()
-WORKED = """bytes 1b 2c 4c > 1b2c4c | dec 4223 > 7f10 | hex ab18 > 18ab | str Hello World > 48656c6c6f
-    hex abc > bc0a | hex 0xab18 > 18ab00 | hex ab18zz > 18ab00 | hex 0123456789abcdef > efcdab8967452301
-    hex zz > 00 | hex -1 > ff | dec 0 > 00 | dec 255 > ff | dec 256 > 0001 | dec 65536 > 000001
-    dec 18446744073709551615 > ffffffffffffffff | dec 18446744073709551616 > ffffffffffffffff
-    dec -1 > ffffffffffffffff | dec abc > 00 | dec 12abc > 0c | bytes 1ff zz 0x1b > ff001b
-    bytes 100000000 -100000000 > ffff | b -1 +7f 0X0a fffffffe -fffffffe > ff7f0afe02 | h -0x2 > feff
+EXAMPLES = """bytes 1b 2c 4c > 1b2c4c | dec 4223 > 7f10 | hex ab18 > 18ab | str Hello World > 48656c6c6f |
+    hex abc > bc0a | hex 0xab18 > 18ab00 | hex ab18zz > 18ab00 | hex 0123456789abcdef > efcdab8967452301 |
+    hex zz > 00 | hex -1 > ff | dec 0 > 00 | dec 255 > ff | dec 256 > 0001 | dec 65536 > 000001 |
+    dec 18446744073709551615 > ffffffffffffffff | dec 18446744073709551616 > ffffffffffffffff |
+    dec -1 > ffffffffffffffff | dec abc > 00 | dec 12abc > 0c | bytes 1ff zz 0x1b > ff001b |
+    bytes 100000000 -100000000 > ffff | b -1 +7f 0X0a fffffffe -fffffffe > ff7f0afe02 | h -0x2 > feff |
     d -2 > feffffffffffffff | d 0x10 > 00 | s 0x10 > 30783130 | d +9 > 09"""
-VALUES = [("0x120 " + words).split() + [bytes.fromhex(stored)] for words, stored in
-          [example.split(" > ") for example in re.split(r" \| |\n +", WORKED)]]
-ODD = [["0x120", "str", text, text.encode()] for text in ("Hello World", "", "'\n\r\u00fc\\n", "x" * 100000)] + [
-    ["0x120", "bytes", "", b"\0"], ["0x120", "hex", "", b""], ["0x120", "dec", "", b"\0"],
-    ["0x120", "dec", " \t12", b"\x0c"], ["4096", "dec", "1", b"\1"], ["-1", "dec", "1", b"\1"],
-    ["0X120", "hex", "ab18", b"\x18\xab"]]
+VALUES = [("0x120", *words.split(), bytes.fromhex(stored))
+          for words, stored in (example.split(" > ") for example in EXAMPLES.split("|"))] + [
+    *(("0x120", "str", text, text.encode()) for text in ("Hello World", "", "'\n\r\u00fc\\n", "x" * 100000)),
+    ("0x120", "bytes", "", b"\0"), ("0x120", "hex", "", b""), ("0x120", "dec", "", b"\0"),
+    ("0x120", "dec", " \t12", b"\x0c"), ("4096", "dec", "1", b"\1"), ("-1", "dec", "1", b"\1"),
+    ("0X120", "hex", "ab18", b"\x18\xab")]
 
 
-def test_a_value_is_read_as_its_word_says_and_stored(broker, unit):
-    expected = DEMO
-    for *arguments, stored in VALUES + ODD:
-        got = run_korvid("set", "--", *arguments, port=broker.port)
+def without(text, *blocks):
+    for one in blocks:
+        before, found, behind = text.partition(one)
+        assert found, one
+        text = before + behind
+    return text
+
+
+def test_a_value_is_read_as_its_word_says_and_stored_and_nothing_else_changes(broker, unit):
+    blocks = {}
+    for otaid, *arguments, stored in VALUES:
+        got = run_korvid("set", "--", otaid, *arguments, port=broker.port)
         assert (got.status, got.out, got.err) == (0, b"", ""), (arguments, got)
-        otaid = {"-1": 2**32 - 1, "0x120": 288, "4096": 4096, "0X120": 0}[arguments[0]]
-        text = block(otaid, *{288: (255, 10), 2**32 - 1: (0, 2**32 - 1)}.get(otaid, (0, 0)), stored)
-        after = run_korvid("get", port=broker.port).out
-        start = after.index(b"SysParam (%d):" % otaid)
-        assert after[start:start + len(text)] == text, arguments
-        # Nothing else changed: with this block, or the one that stood in its place, taken out.
-        rest = after[:start] + after[start + len(text):]
-        old = re.search(rb"SysParam \(%d\):.*?(?=SysParam \(|\Z)" % otaid, expected, re.S)
-        assert rest == (expected.replace(old[0], b"") if old else expected), arguments
-        expected = after
+        number, did, xcpid = {"0x120": (288, 255, 10), "-1": (2**32 - 1, 0, 2**32 - 1), "4096": (4096, 0, 0),
+                              "0X120": (0, 0, 0)}[otaid]
+        blocks[otaid] = block(number, did, xcpid, stored)
+        assert run_korvid("get", "--", otaid, port=broker.port).out == blocks[otaid], arguments
+    untouched = without(DEMO, HI_BLOCK, block(2**32 - 1, 0, 2**32 - 1, b"last"))
+    assert without(run_korvid("get", port=broker.port).out, *blocks.values()) == untouched
 
 
 NO_FORMAT = "Set command requires a format how the data should be written!\n\n  set <OTAID> <AS> value\n"
