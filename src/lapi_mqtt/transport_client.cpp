@@ -57,8 +57,7 @@ void TransportClient::connect() {
 }
 
 void TransportClient::start() {
-    if (!connection || delivery.joinable()) return;
-    delivery = std::thread([this] { deliver_until_the_end(); });
+    started = true;
 }
 
 void TransportClient::disconnect() {
@@ -71,6 +70,8 @@ void TransportClient::disconnect() {
     }
     leaving = true;
     if (connection) connection->disconnect();
+    const auto deadline = Clock::now() + GOODBYE_PATIENCE;
+    while (connection && !delivery.joinable() && Clock::now() < deadline) drive(lock, deadline);
     if (failure) std::rethrow_exception(failure);
 }
 
@@ -90,6 +91,7 @@ void TransportClient::stop() {
 void TransportClient::publish(const std::string& topic, const Message& message) {
     const Step step{"publish on", topic};
     const Lock lock(mutex);
+    need_delivery();
     int proof = queue_packet(
         step, [&] { return connection->publish(topic, message, qos_of(message), {}); });
     if (on_delivery_thread()) return;
@@ -106,6 +108,7 @@ void TransportClient::publish(const std::string& topic, const Message& message) 
 void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandle observer) {
     const Step step{"subscribe", topic};
     Lock lock(mutex);
+    need_delivery();
     const int id = queue_packet(step, [&] {
         return connection->subscribe(topic, qos, subscriptions.identifier_of(topic));
     });
@@ -136,6 +139,7 @@ void TransportClient::unsubscribe(const std::string& topic, ObserverHandle obser
 void TransportClient::serve(const std::string& topic, ecu::lapi::com::RequestHandler handler) {
     const Step step{"serve", topic};
     Lock lock(mutex);
+    need_delivery();
     const int id = queue_packet(step, [&] { return connection->subscribe(topic, 1); });
     services[topic] = std::move(handler);
     await_grant(lock, id, step);
@@ -197,6 +201,22 @@ int TransportClient::queue_packet(const Step& step, Queue queue) {
     }
 }
 
+/// The delivery thread starts with the first thing that goes on while the caller does something
+/// else. Requests alone do without: their caller drives the connection, which spares a thread's
+/// start and the hand-overs.
+void TransportClient::need_delivery() {
+    if (!started || !connection || delivery.joinable()) return;
+    delivery = std::thread([this] { deliver_until_the_end(); });
+}
+
+void TransportClient::drive_or_wait(Lock& lock, Clock::time_point until) {
+    if (delivery.joinable()) {
+        changed.wait_until(lock, until);
+    } else {
+        drive(lock, until);
+    }
+}
+
 /// Waits until `done`, with `patience` for a connection on which nothing moves: large packets
 /// may take their time. Foreign replies do not count as movement.
 template <typename Done>
@@ -213,7 +233,7 @@ TransportClient::WaitEnd TransportClient::wait_for(Lock& lock, milliseconds pati
             moved_at = now;
         }
         if (now >= moved_at + patience) return WaitEnd::out_of_patience;
-        changed.wait_until(lock, std::min(moved_at + patience, now + patience / 4));
+        drive_or_wait(lock, std::min(moved_at + patience, now + patience / 4));
     }
     return WaitEnd::done;
 }

@@ -18,8 +18,8 @@
 
 namespace lapi_mqtt {
 
-/// The transport client over MQTT 5. One delivery thread drives the connection, replaces a lost
-/// one, and calls observers and handlers.
+/// The transport client over MQTT 5. The delivery thread drives the connection, replaces a lost
+/// one, and calls observers and handlers; while there is none yet, whoever waits drives.
 class TransportClient final : public ecu::lapi::com::ITransportClient, private MqttEvents {
 public:
     using Message = ecu::lapi::com::Message;
@@ -79,6 +79,8 @@ private:
     [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const;
     template <typename Queue>
     int queue_packet(const Step& step, Queue queue);
+    void need_delivery();
+    void drive_or_wait(Lock& lock, Clock::time_point until);
     template <typename Done>
     WaitEnd wait_for(Lock& lock, std::chrono::milliseconds patience, Done done);
     void await_grant(Lock& lock, int id, const Step& step);
@@ -88,6 +90,8 @@ private:
 
     // Of the thread that drives the connection, in transport_delivery.cpp.
     void open_connection();
+    void drive(Lock& lock, Clock::time_point until);
+    bool drive_once(std::chrono::milliseconds timeout);
     void lose_connection();
     bool reconnect();
     void subscribe_again();
@@ -118,6 +122,7 @@ private:
     std::map<std::string, ecu::lapi::com::RequestHandler> services;  ///< by topic
     std::optional<Publication> unproven;  ///< the first that was lost, else the last
     Subscriptions subscriptions;
+    bool started = false;
     bool replies_subscribed = false;
     std::uint64_t foreign_bytes_end = 0;  ///< bytes moved when the last foreign reply was whole
     bool leaving = false;                 ///< DISCONNECT is on its way

@@ -36,6 +36,22 @@ void TransportClient::open_connection() {
     ++connection_count;
 }
 
+/// Drives the connection from a waiting operation, until something happened or `until`.
+void TransportClient::drive(Lock& lock, Clock::time_point until) {
+    lock.unlock();
+    const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
+    drive_once(std::max(left, milliseconds::zero()));
+    lock.lock();
+}
+
+/// False when the connection has ended.
+bool TransportClient::drive_once(milliseconds timeout) {
+    const bool connected = connection->loop(timeout);
+    deliver_inbox();
+    if (!connected) lose_connection();
+    return connected;
+}
+
 void TransportClient::lose_connection() {
     const Lock lock(mutex);
     down_cause = "the connection was lost: " + connection->end_cause();
@@ -83,12 +99,8 @@ void TransportClient::subscribe_again() {
 void TransportClient::deliver_until_the_end() {
     delivery_id = std::this_thread::get_id();
     do {
-        bool connected = true;
-        while (connected) {
-            connected = connection->loop(LOOP_SLICE);
-            deliver_inbox();
+        while (drive_once(LOOP_SLICE)) {
         }
-        lose_connection();
     } while (reconnect());
     const Lock lock(mutex);
     finished = true;

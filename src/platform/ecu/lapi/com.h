@@ -66,7 +66,7 @@ private:
 };
 
 /// A client of the broker. Goes through `connect`, `start`, use, `disconnect`, `stop`, in this
-/// order; the operations in between may be called from any thread.
+/// order, called by one thread at a time; observers and handlers may `publish`.
 class ITransportClient {
 public:
     virtual ~ITransportClient() = default;
@@ -100,7 +100,7 @@ public:
     /// Answers the requests on a topic until `disconnect`. Throws TransportError.
     virtual void serve(const std::string& topic, RequestHandler handler) = 0;
 
-    /// Begins delivery, on a thread of the library's own.
+    /// Lets delivery begin, on a thread of the library's own.
     virtual void start() = 0;
 
     /// Ends the delivery thread; no observer or handler is called after it returns.
