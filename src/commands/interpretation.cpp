@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <limits>
@@ -23,11 +22,10 @@ bool is_negative(const std::string& number) {
 /// strtoul of base 16 where a long has 32 bits, as it has on the unit.
 std::uint32_t to_uint32(const std::string& token) {
     constexpr auto LARGEST = std::numeric_limits<std::uint32_t>::max();
-    errno = 0;
     const unsigned long long number = std::strtoull(token.c_str(), nullptr, 16);
-    const bool negative = is_negative(token);
-    const unsigned long long magnitude = negative ? 0 - number : number;
-    if (errno == ERANGE || magnitude > LARGEST) return LARGEST;
+    const unsigned long long magnitude = is_negative(token) ? 0 - number : number;
+    if (magnitude > LARGEST) return LARGEST;
+    // Where 64 bits were exceeded too, every bit is set already.
     return static_cast<std::uint32_t>(number);
 }
 

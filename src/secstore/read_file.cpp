@@ -12,13 +12,13 @@ namespace logging = ecu::lapi::logging;
 
 constexpr std::size_t READ_SIZE = 256UL * 1024;
 
-/// Makes room for a file's content. The size is only a hint: -1 for a pipe, absurd for a directory.
+/// Makes room for a file's content if `size` is one to make room for: it is -1 for a pipe and
+/// absurd for a directory.
 void reserve(std::string& content, std::streamoff size) {
-    if (size <= 0) return;
     try {
         content.reserve(static_cast<std::size_t>(size));
     } catch (const std::exception&) {
-        logging::write(logging::DEBUG, "No room to reserve for the file's size");
+        // The content then grows as it is read.
     }
 }
 

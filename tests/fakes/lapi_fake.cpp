@@ -86,7 +86,6 @@ private:
 void Lapi::record(const std::string& call) {
     const std::lock_guard<std::mutex> lock(recording);
     calls.push_back(call);
-    times[call] = std::chrono::steady_clock::now();
     const auto error = errors.find(call);
     if (error != errors.end())
         throw com::TransportError(com::TransportError::Kind::failed, error->second);

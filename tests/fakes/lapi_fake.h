@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -36,8 +35,7 @@ struct Lapi {
     std::function<void()> on_unsubscribe;
 
     // Asked.
-    std::vector<std::string> calls;  ///< name and arguments, in order
-    std::map<std::string, std::chrono::steady_clock::time_point> times;  ///< a call's latest
+    std::vector<std::string> calls;                    ///< name and arguments, in order
     std::map<std::string, std::string> configuration;  ///< as handed to create_client
     ecu::lapi::var::ParameterMap handed_over;          ///< to set_parameters
     std::vector<std::pair<std::string, ecu::lapi::com::Message>> published;

@@ -25,12 +25,7 @@ TEST(Interpretation, IsChosenByTheExactWord) {
 }
 
 TEST(Interpretation, TurnsValuesIntoBytes) {
-    struct Case {
-        std::string as;
-        std::vector<std::string> values;
-        std::vector<int> bytes;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, std::vector<std::string>, std::vector<int>> cases[] = {
         {"bytes", {"1b", "2c", "4c"}, {0x1b, 0x2c, 0x4c}},
         {"dec", {"4223"}, {0x7f, 0x10}},
         {"hex", {"ab18"}, {0x18, 0xab}},

@@ -7,29 +7,23 @@
 namespace {
 
 TEST(Otaid, FollowsTheNotation) {
-    struct Case {
-        std::string text;
-        std::int32_t otaid;
-    };
-    const Case cases[] = {
-        {"42", 42},
-        {"0x2a", 42},
-        {"0x2A", 42},
-        {"12abc", 12},
-        {"0x1Fz", 31},
-        {"0x", 0},
-        {"0xzz", 0},
-        {"0X1F", 0},
-        {" 0x10", 0},
-        {" \t7", 7},
-        {"010", 10},
-        {"+5", 5},
-        {"-5", -5},
-        {"-0x10", 0},
-        {"2147483647", 2147483647},
-        {"-2147483648", -2147483647 - 1},
-        {"0x7fffffff", 2147483647},
-    };
+    const std::pair<std::string, std::int32_t> cases[] = {{"42", 42},
+                                                          {"0x2a", 42},
+                                                          {"0x2A", 42},
+                                                          {"12abc", 12},
+                                                          {"0x1Fz", 31},
+                                                          {"0x", 0},
+                                                          {"0xzz", 0},
+                                                          {"0X1F", 0},
+                                                          {" 0x10", 0},
+                                                          {" \t7", 7},
+                                                          {"010", 10},
+                                                          {"+5", 5},
+                                                          {"-5", -5},
+                                                          {"-0x10", 0},
+                                                          {"2147483647", 2147483647},
+                                                          {"-2147483648", -2147483647 - 1},
+                                                          {"0x7fffffff", 2147483647}};
     for (const auto& [text, otaid] : cases) {
         EXPECT_EQ(commands::parse_otaid(text), otaid) << "'" << text << "'";
     }

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 
@@ -29,7 +31,7 @@ protected:
     }
     void TearDown() override { std::remove(path.c_str()); }
 
-    const std::string path = testing::TempDir() + "korvid secret";
+    const std::string path = testing::TempDir() + "a secret of " + std::to_string(getpid());
     const commands::GetSecCmd getsec{"getsec"};
     const commands::SetSecCmd setsec{"setsec"};
     std::shared_ptr<ecu::lapi::com::ITransportClient> client = fake::transport();

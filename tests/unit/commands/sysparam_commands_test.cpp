@@ -63,13 +63,7 @@ TEST_F(SysparamCommands, GetSucceedsWhenEveryArgumentDid) {
 }
 
 TEST_F(SysparamCommands, SetHandsOverTheWholeMap) {
-    struct Case {
-        Strings args;
-        unsigned int otaid;
-        std::string data;
-        bool known;
-    };
-    const Case cases[] = {
+    const std::tuple<Strings, unsigned int, std::string, bool> cases[] = {
         {{"0x3", "hex", "ab18"}, 3, "\x18\xab", true},
         {{"0x120", "b", "1", "2"}, 288, "\x01\x02", false},
         {{"0X120", "s", "zero"}, 0, "zero", false},
@@ -100,12 +94,7 @@ TEST_F(SysparamCommands, SetComplainsOfTheFirstFaultOnly) {
     const std::string no_format =
         "Set command requires a format how the data should be written!\n\n" +
         set.help_text("korvdi") + "\n";
-    struct Case {
-        Strings args;
-        std::string out;
-        std::string err;
-    };
-    const Case cases[] = {
+    const std::tuple<Strings, std::string, std::string> cases[] = {
         {{}, "", "Nothing to set..., you are doing it wrong!\nCheck the help using -h\n"},
         {{"abc"}, malformed, ""},
         {{"abc", "xyz", "12"}, malformed, ""},

@@ -13,43 +13,32 @@ std::string flags() {
 }
 
 TEST(Options, AreTakenFromAnywhereOnTheCommandLine) {
-    struct Case {
-        Strings words;
-        Strings args;
-        std::string host, port, level, flags;
+    const std::tuple<Strings, Strings, std::string> cases[] = {
+        {{}, {}, ",,WARNING,"},
+        {{"get", "-p", "1884", "0x120"}, {"get", "0x120"}, ",1884,WARNING,"},
+        {{"--port=1884", "get"}, {"get"}, ",1884,WARNING,"},
+        {{"-p1884", "-p", "1"}, {}, ",1,WARNING,"},
+        {{"-H", "unit", "--host", ""}, {}, ",,WARNING,"},
+        {{"--ho", "unit", "--logl", "whatever"}, {}, "unit,,whatever,"},
+        {{"-PQTS", "get"}, {"get"}, ",,WARNING,PSQT"},
+        {{"--payload"}, {}, ",,WARNING,P"},
+        {{"--payload-size"}, {}, ",,WARNING,S"},
+        {{"--qos"}, {}, ",,WARNING,Q"},
+        {{"--timestamp"}, {}, ",,WARNING,T"},
+        {{"--", "set", "-1", "-p"}, {"set", "-1", "-p"}, ",,WARNING,"},
+        {{"", "-"}, {"", "-"}, ",,WARNING,"},
     };
-    const Case cases[] = {
-        {{}, {}, "", "", "WARNING", ""},
-        {{"get", "-p", "1884", "0x120"}, {"get", "0x120"}, "", "1884", "WARNING", ""},
-        {{"--port=1884", "get"}, {"get"}, "", "1884", "WARNING", ""},
-        {{"-p1884", "-p", "1"}, {}, "", "1", "WARNING", ""},
-        {{"-H", "unit", "--host", ""}, {}, "", "", "WARNING", ""},
-        {{"--ho", "unit", "--logl", "whatever"}, {}, "unit", "", "whatever", ""},
-        {{"-PQTS", "get"}, {"get"}, "", "", "WARNING", "PSQT"},
-        {{"--payload"}, {}, "", "", "WARNING", "P"},
-        {{"--payload-size"}, {}, "", "", "WARNING", "S"},
-        {{"--qos"}, {}, "", "", "WARNING", "Q"},
-        {{"--timestamp"}, {}, "", "", "WARNING", "T"},
-        {{"--", "set", "-1", "-p"}, {"set", "-1", "-p"}, "", "", "WARNING", ""},
-        {{"", "-"}, {"", "-"}, "", "", "WARNING", ""},
-    };
-    for (const auto& [words, args, host, port, level, shown] : cases) {
+    for (const auto& [words, args, values] : cases) {
         CommandLine line(words);
         Strings rest;
         EXPECT_TRUE(parse_opts(line.argc(), line.argv(), rest));
         EXPECT_EQ(rest, args);
-        EXPECT_EQ(opt_host + "," + opt_port + "," + opt_loglevel + "," + flags(),
-                  host + "," + port + "," + level + "," + shown);
+        EXPECT_EQ(opt_host + "," + opt_port + "," + opt_loglevel + "," + flags(), values);
     }
 }
 
 TEST(Options, EndTheParsingWhenTheyAreWrong) {
-    struct Case {
-        Strings words;
-        std::string level;
-        std::string diagnosis;
-    };
-    const Case cases[] = {
+    const std::tuple<Strings, std::string, std::string> cases[] = {
         {{"-l", "DEBUG", "-h"}, "DEBUG", ""},
         {{"--help", "-l", "DEBUG"}, "WARNING", ""},
         {{"-x", "-v"}, "WARNING", "invalid option -- 'x'"},

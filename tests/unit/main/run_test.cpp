@@ -1,8 +1,8 @@
 #include "main/run.h"
 
-#include <fstream>
+#include <gmock/gmock.h>
+
 #include <iostream>
-#include <sstream>
 
 #include "captured.h"
 #include "command_line.h"
@@ -17,12 +17,6 @@ Captured<int> korvid(const Strings& words) {
     CommandLine line(words);
     fake::lapi().calls.clear();
     return captured([&] { return run(line.argc(), line.argv()); });
-}
-
-std::string usage_text() {
-    std::stringstream text;
-    text << std::ifstream(USAGE_FILE).rdbuf();
-    return text.str();
 }
 
 class Run : public testing::Test {
@@ -57,14 +51,9 @@ TEST_F(Run, OverridesTheVerifiedConfiguration) {
 }
 
 TEST_F(Run, PassesOnTheArgumentsBehindTheWord) {
+    EXPECT_EQ(korvid({"get", "5"}).result, 1);
     EXPECT_EQ(korvid({"set", "--", "-1", "b", "1", "2"}).result, 0);
     EXPECT_EQ(fake::lapi().handed_over.at(0xffffffffU).data(), "\x01\x02");
-}
-
-TEST_F(Run, PausesBeforeItDisconnects) {
-    korvid({"get"});
-    const auto pause = fake::lapi().times["disconnect"] - fake::lapi().times["get_parameters 0"];
-    EXPECT_GE(pause, std::chrono::milliseconds(100));
 }
 
 TEST_F(Run, ShowsTheUsageForAnUnknownWord) {
@@ -72,37 +61,25 @@ TEST_F(Run, ShowsTheUsageForAnUnknownWord) {
         const auto failed = korvid({word});
         EXPECT_EQ(failed.result, 1);
         EXPECT_EQ(failed.out, "");
-        const std::string start = "korvid syntax error!\n\nkorvid: ";
-        EXPECT_EQ(failed.err.substr(0, start.size()), start);
-        const auto end_of_version = failed.err.find('\n', start.size()) + 1;
-        EXPECT_EQ(failed.err.substr(end_of_version), usage_text());
+        EXPECT_THAT(failed.err, testing::StartsWith("korvid syntax error!\n\nkorvid: "));
+        EXPECT_THAT(failed.err, testing::EndsWith("show version\n\n"));
         EXPECT_EQ(fake::lapi().calls.end()[-4], "disconnect");
     }
 }
 
-TEST_F(Run, FailsWithItsCommand) {
-    EXPECT_EQ(korvid({"get", "5"}).result, 1);
-    EXPECT_EQ(fake::lapi().calls.end()[-4], "disconnect");
-}
-
 TEST_F(Run, ReportsWhatThePlatformThrows) {
     const Strings closing{"disconnect", "stop", "release sysparams", "release client"};
-    struct Case {
-        std::string thrower;
-        Strings last_calls;
-        bool pauses;
-    };
-    const Case cases[] = {
+    const std::tuple<std::string, Strings, bool> cases[] = {
         {"Configuration", {"set_log_mode 1", "Configuration"}, false},
         {"create_client 0", {"verify", "create_client 0"}, false},
         {"create_sysparams_client",
          {"create_sysparams_client", "disconnect", "stop", "release client"},
          false},
-        {"connect", {"connect", closing[0], closing[1], closing[2], closing[3]}, false},
-        {"start", {"start", closing[0], closing[1], closing[2], closing[3]}, false},
-        {"get_parameters 0", {closing[0], closing[1], closing[2], closing[3]}, true},
-        {"disconnect", {closing[0], closing[1], closing[2], closing[3]}, true},
-        {"stop", {closing[0], closing[1], closing[2], closing[3]}, true},
+        {"connect", closing, false},
+        {"start", closing, false},
+        {"get_parameters 0", closing, true},
+        {"disconnect", closing, true},
+        {"stop", closing, true},
     };
     for (const auto& [thrower, last_calls, pauses] : cases) {
         fake::reset();

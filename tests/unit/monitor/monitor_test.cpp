@@ -74,16 +74,11 @@ TEST_F(Monitor, ReportsARefusedSubscription) {
               (Strings{"subscribe b 2", "disconnect", "stop", "release client"}));
 }
 
-TEST_F(Monitor, ShowsItsUsage) {
-    for (const Strings& words : {Strings{}, Strings{"-h"}, Strings{"a", "-x"}}) {
-        const auto shown = monitor(words);
-        EXPECT_EQ(shown.result, 1);
-        EXPECT_NE(shown.err.find("USAGE: korvid-monitor [OPTIONS] TOPIC..."), std::string::npos);
-        for (const char* option : {"-p,", "-H,", "-l,", "-P,", "-Q,", "-T,", "-S,", "-h,", "-v,"}) {
-            EXPECT_NE(shown.err.find("\n  " + std::string(option)), std::string::npos) << option;
-        }
-        EXPECT_TRUE(fake::lapi().subscribed.empty());
-    }
+TEST_F(Monitor, NeedsATopic) {
+    const auto shown = monitor({"-Q"});
+    EXPECT_EQ(shown.result, 1);
+    EXPECT_THAT(shown.err, testing::HasSubstr("USAGE: korvid-monitor [OPTIONS] TOPIC..."));
+    EXPECT_TRUE(fake::lapi().calls.size() == 1);
 }
 
 }  // namespace

@@ -55,12 +55,12 @@ TEST(LogStatement, IsGatedByLevelAndModule) {
 TEST(LogStatement, IsNotTornByAnotherThread) {
     fake::reset();
     const auto log = [] {
-        for (int i = 0; i < 200; ++i) logging::write(logging::ERROR, "one", 2, "three");
+        for (int i = 0; i < 20000; ++i) logging::write(logging::ERROR, "one", 2, "three");
     };
     std::thread other(log);
     log();
     other.join();
-    EXPECT_EQ(fake::lapi().records, std::vector<std::string>(400, "ERROR: one2three"));
+    EXPECT_EQ(fake::lapi().records, std::vector<std::string>(40000, "ERROR: one2three"));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -20,7 +21,7 @@ protected:
     }
     void TearDown() override { std::remove(path.c_str()); }
 
-    const std::string path = testing::TempDir() + "korvid file loader";
+    const std::string path = testing::TempDir() + "a file of " + std::to_string(getpid());
 };
 
 TEST_F(FileLoader, ReturnsEveryByteWithoutWastingMemory) {

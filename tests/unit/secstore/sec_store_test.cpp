@@ -131,17 +131,4 @@ TEST_F(SecureStore, ReceivesOnlyOnce) {
     EXPECT_EQ(fake::lapi().calls.back(), UNSUBSCRIBE);
 }
 
-TEST_F(SecureStore, PublishesAnyBlob) {
-    for (const std::string& bytes : {std::string(), std::string("\0\x80", 2)}) {
-        fake::lapi().published.clear();
-        store->set_data(bytes);
-        ASSERT_EQ(fake::lapi().published.size(), 1U);
-        EXPECT_EQ(fake::lapi().published[0].first, "system/vard/secstore/set");
-        EXPECT_EQ(fake::lapi().published[0].second.payload, blob(bytes).payload);
-        EXPECT_EQ(fake::lapi().records.back(),
-                  "NOTICE: Blob(" + std::to_string(bytes.size()) + ") has been published!");
-    }
-    EXPECT_TRUE(fake::lapi().subscribed.empty());
-}
-
 }  // namespace
