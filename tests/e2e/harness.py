@@ -199,7 +199,7 @@ class Listening:
 
 
 class ScriptedBroker(Listening):
-    """`script` answers packets by their type: bytes, or a function of the packet's body."""
+    """`script` answers packets by their type: bytes, pieces, or a function of the packet's body."""
 
     CONNECT, PUBLISH, SUBSCRIBE, UNSUBSCRIBE = 1, 3, 8, 10
 
@@ -219,7 +219,10 @@ class ScriptedBroker(Listening):
                     length, shift = length | (byte & 127) << shift, shift + 7
                 body = stream.read(length | byte << shift)
                 answer = self.script.get(head[0] >> 4, b"")
-                link.sendall(answer(body) if callable(answer) else answer)
+                answer = answer(body) if callable(answer) else answer
+                for part in [answer] if isinstance(answer, bytes) else answer:
+                    link.sendall(part)
+                    time.sleep(0.2 if part is not answer else 0)
 
 
 def puback(reason=0):

@@ -114,7 +114,7 @@ def test_a_broker_that_wrongly_denies_a_service_does_no_harm(scripted):
             return b""
         correlation = body.split(b"\x09\x00\x10")[1][:16]
         content = b"\0%c%s\x13\x09\x00\x10%s%s" % (len(topic[0]), topic[0], correlation, read_reply(HI))
-        return puback(0x10)(body) + b"\x30%c" % len(content) + content
+        return [puback(0x10)(body), b"\x30%c" % len(content) + content]
     got = run_korvid("get", port=scripted({3: answer}).port)
     assert (got.status, got.out, got.err) == (0, HI_BLOCK, "")
 
