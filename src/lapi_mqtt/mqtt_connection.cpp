@@ -40,8 +40,8 @@ std::uint64_t milliseconds_since_epoch() {
 
 }  // namespace
 
-void MqttConnection::HandleDeleter::operator()(mosquitto* handle) const {
-    mosquitto_destroy(handle);
+void MqttConnection::HandleDeleter::operator()(mosquitto* client) const {
+    mosquitto_destroy(client);
 }
 
 MqttConnection::MqttConnection(const Settings& connection_settings, const std::string& client_id,

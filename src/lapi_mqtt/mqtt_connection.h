@@ -86,7 +86,7 @@ private:
     void note_log(int level, const char* text);
 
     struct HandleDeleter {
-        void operator()(mosquitto* handle) const;
+        void operator()(mosquitto* client) const;
     };
 
     const Settings& settings;
