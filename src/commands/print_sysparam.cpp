@@ -65,12 +65,11 @@ private:
     char* at;
 };
 
-}  // namespace
-
-std::string compose_sysparam(std::uint32_t otaid,
-                             const ecu::lapi::pb::SystemParameterEntry& entry) {
+/// Makes `text` the block, in the room that it has from the block before.
+void compose_into(std::string& text, std::uint32_t otaid,
+                  const ecu::lapi::pb::SystemParameterEntry& entry) {
     const std::string& data = entry.data();
-    std::string text(LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size(), '\0');
+    text.resize(LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size());
     BlockWriter writer(text.data());
     writer.label("SysParam (").decimal(otaid).label("):\n");
     writer.label("  OTAID: ").decimal(entry.otaid());
@@ -81,11 +80,20 @@ std::string compose_sysparam(std::uint32_t otaid,
     writer.copy(data.data(), data.size()).label("'\n");
     writer.label("  data(hex) [").hex(data.size()).label("]: ").hex_bytes(data).label("\n");
     text.resize(static_cast<std::size_t>(writer.end() - text.data()));
+}
+
+}  // namespace
+
+std::string compose_sysparam(std::uint32_t otaid,
+                             const ecu::lapi::pb::SystemParameterEntry& entry) {
+    std::string text;
+    compose_into(text, otaid, entry);
     return text;
 }
 
 void print_sysparam(const std::uint32_t& otaid, const ecu::lapi::pb::SystemParameterEntry& entry) {
-    const std::string text = compose_sysparam(otaid, entry);
+    static thread_local std::string text;
+    compose_into(text, otaid, entry);
     std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 

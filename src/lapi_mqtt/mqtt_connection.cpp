@@ -154,7 +154,7 @@ void MqttConnection::open(const std::atomic<bool>& abandoned) {
         if (!loop(std::min(left, OPEN_SLICE))) throw MqttError(end_cause());
         // Inside a TLS handshake libmosquitto takes a closed connection for one that is slow.
         if (!accepted && tcp_socket::is_closed_by_peer(socket())) {
-            throw MqttError("the connection was closed before it was accepted");
+            throw MqttError(closed_early());
         }
     }
 }
@@ -168,9 +168,16 @@ bool MqttConnection::loop(milliseconds timeout) {
     return last_result == MOSQ_ERR_SUCCESS && refusal.empty();
 }
 
+/// What a broker does that expects TLS and gets none, or the other way round.
+std::string MqttConnection::closed_early() const {
+    return std::string(settings.ca_file.empty() ? "" : "TLS: ") +
+           "the connection was closed before it was accepted";
+}
+
 std::string MqttConnection::end_cause() const {
     if (!refusal.empty()) return refusal;
     if (!tls_cause.empty()) return "TLS: " + tls_cause;
+    if (last_result == MOSQ_ERR_CONN_LOST && !accepted) return closed_early();
     return cause_of_result(last_result, last_errno);
 }
 

@@ -77,6 +77,7 @@ private:
     void set_credentials(const Settings& settings);
     void set_tls(const Settings& settings);
     void set_callbacks();
+    std::string closed_early() const;
     int socket() const;
 
     static MqttConnection& self(void* object) { return *static_cast<MqttConnection*>(object); }

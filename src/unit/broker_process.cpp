@@ -84,6 +84,7 @@ Descriptor configuration_file(int port) {
                              "allow_anonymous true\n"
                              "set_tcp_nodelay true\n"
                              "persistence false\n"
+                             "user root\n"  // a change of user would undo that it ends with us
                              "log_dest stderr\n"
                              "log_type error\n"
                              "log_type warning\n";
