@@ -86,8 +86,7 @@ Descriptor configuration_file(int port) {
                              "persistence false\n"
                              "user root\n"  // a change of user would undo that it ends with us
                              "log_dest stderr\n"
-                             "log_type error\n"
-                             "log_type warning\n";
+                             "log_type error\n";
     Descriptor file(memfd_create("mosquitto.conf", 0));
     if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
         throw std::system_error(errno, std::generic_category(), "mosquitto.conf");

@@ -1,25 +1,16 @@
 // Whatever a service replies is decoded or refused; a decoded full read keys every record rightly.
 #include <cstdlib>
 
+#include "fakes/requests_only.h"
 #include "lapi_mqtt/sysparam_client.h"
 
 namespace {
 
 using ecu::lapi::com::Message;
 
-struct Replying : ecu::lapi::com::ITransportClient {
+struct Replying : fake::RequestsOnly {
     explicit Replying(Message any_reply) : reply(std::move(any_reply)) {}
     Message request(const std::string&, const Message&) override { return reply; }
-    void connect() override {}
-    void disconnect() override {}
-    void publish(const std::string&, const Message&) override {}
-    void subscribe(const std::string&, int,
-                   std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>) override {}
-    void unsubscribe(const std::string&,
-                     std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>) override {}
-    void serve(const std::string&, ecu::lapi::com::RequestHandler) override {}
-    void start() override {}
-    void stop() override {}
     const Message reply;
 };
 

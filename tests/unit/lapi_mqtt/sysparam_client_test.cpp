@@ -4,6 +4,8 @@
 
 #include <functional>
 
+#include "fakes/requests_only.h"
+
 namespace {
 
 using ecu::lapi::com::Message;
@@ -21,7 +23,7 @@ std::vector<std::uint8_t> bytes(const std::string& hex) {
 }
 
 /// Takes requests and gives the replies of a script.
-struct ScriptedService : ecu::lapi::com::ITransportClient {
+struct ScriptedService : fake::RequestsOnly {
     Message request(const std::string& topic, const Message& message) override {
         requests.emplace_back(topic, message.payload);
         if (reply.empty()) throw TransportError(failure, "cause");
@@ -29,17 +31,6 @@ struct ScriptedService : ecu::lapi::com::ITransportClient {
         reply.erase(reply.begin());
         return answer;
     }
-    void connect() override {}
-    void disconnect() override {}
-    void publish(const std::string&, const Message&) override {}
-    void subscribe(const std::string&, int,
-                   std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>) override {}
-    void unsubscribe(const std::string&,
-                     std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>) override {}
-    void serve(const std::string&, ecu::lapi::com::RequestHandler) override {}
-    void start() override {}
-    void stop() override {}
-
     std::vector<std::string> reply;
     TransportError::Kind failure = TransportError::Kind::unanswered;
     std::vector<std::pair<std::string, std::vector<std::uint8_t>>> requests;
