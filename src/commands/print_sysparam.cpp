@@ -37,7 +37,7 @@ public:
         return *this;
     }
 
-    BlockWriter& hex(std::size_t number, int least_digits = 1) {
+    BlockWriter& hex(std::uint64_t number, int least_digits = 1) {
         int digits = least_digits;
         while (digits < MOST_DIGITS && number >> (4 * digits) != 0) ++digits;
         while (digits-- > 0) *at++ = HEX_DIGITS[number >> (4 * digits) & 0xf];
