@@ -53,10 +53,8 @@ NO_FORMAT = "Set command requires a format how the data should be written!\n\n  
 
 @pytest.mark.parametrize("arguments, out, err", [
     ([], b"", "Nothing to set..., you are doing it wrong!\nCheck the help using -h\n"),
-    (["abc", "str", "x"], b"OTAID has to be a number, ignore 'abc'\n", ""),
     (["0xffffffff", "str", "x"], b"OTAID has to be a number, ignore '0xffffffff'\n", ""),
-    (["0x120"], b"", "No value provided for param: '0x120', ignore!\n"),
-    (["0x120", "xyz"], b"", "No value provided for param: '0x120', ignore!\n"),
+    *((["0x120", *word], b"", "No value provided for param: '0x120', ignore!\n") for word in ([], ["xyz"])),
     (["0x120", "HEX", "12"], b"", NO_FORMAT),
     (["0x120", "hex", "0123456789abcdef0"], b"", None),
 ])
