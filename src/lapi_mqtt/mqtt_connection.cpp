@@ -147,8 +147,8 @@ void MqttConnection::open(const std::atomic<bool>& abandoned) {
     while (!accepted) {
         const auto left = std::chrono::ceil<milliseconds>(deadline - steady_clock::now());
         if (left <= milliseconds::zero()) {
-            throw MqttError("no answer within " + std::to_string(settings.connect_timeout.count()) +
-                            " ms");
+            throw MqttError("no answer of an MQTT broker within " +
+                            std::to_string(settings.connect_timeout.count()) + " ms");
         }
         if (abandoned) throw MqttError("given up");
         if (!loop(std::min(left, OPEN_SLICE))) throw MqttError(end_cause());
