@@ -3,23 +3,20 @@
 #include <algorithm>
 #include <mutex>
 
-namespace com = ecu::lapi::com;
-namespace var = ecu::lapi::var;
+#include "requests_only.h"
 
 namespace fake {
 
 namespace {
 
+using ecu::lapi::pb::SystemParameterEntry;
+using ecu::lapi::var::ParameterMap;
+
+const std::vector<std::string> LEVELS{"EMERG",   "ALERT",  "CRITICAL", "ERROR",
+                                      "WARNING", "NOTICE", "INFO",     "DEBUG"};
 std::mutex recording;
-int log_level = ecu::lapi::logging::LEVEL_WARNING;
 
-Lapi fresh() {
-    Lapi lapi;
-    lapi.parameters[288] = entry(288, 255, 10, "Hi");
-    return lapi;
-}
-
-class TransportClient : public com::ITransportClient {
+class TransportClient : public RequestsOnly {
 public:
     ~TransportClient() override { lapi().record("release client"); }
 
@@ -27,8 +24,9 @@ public:
     void disconnect() override { lapi().record("disconnect"); }
     void start() override { lapi().record("start"); }
     void stop() override { lapi().record("stop"); }
+    Message request(const std::string&, const Message&) override { return {}; }
 
-    void publish(const std::string& topic, const com::Message& message) override {
+    void publish(const std::string& topic, const Message& message) override {
         lapi().record("publish " + topic);
         lapi().published.emplace_back(topic, message);
     }
@@ -40,45 +38,31 @@ public:
     void unsubscribe(const std::string& topic, Observer observer) override {
         lapi().record("unsubscribe " + topic);
         lapi().unsubscribed.emplace_back(topic, observer);
-        if (lapi().on_unsubscribe) lapi().on_unsubscribe();
-    }
-    com::Message request(const std::string& topic, const com::Message& /*message*/) override {
-        lapi().record("request " + topic);
-        return {};
-    }
-    void serve(const std::string& topic, com::RequestHandler /*handler*/) override {
-        lapi().record("serve " + topic);
     }
 };
 
-class SystemParameterClient : public var::ISystemParameterClient {
+class SystemParameterClient : public ecu::lapi::var::ISystemParameterClient {
 public:
-    explicit SystemParameterClient(std::shared_ptr<com::ITransportClient> client)
-        : transport(std::move(client)) {}
     ~SystemParameterClient() override { lapi().record("release sysparams"); }
 
-    std::pair<bool, ecu::lapi::pb::SystemParameterEntry> get_parameter(std::uint32_t otaid,
-                                                                       int reserved) override {
+    std::pair<bool, SystemParameterEntry> get_parameter(std::uint32_t otaid,
+                                                        int reserved) override {
         lapi().record("get_parameter " + std::to_string(otaid) + " " + std::to_string(reserved));
-        const auto found = lapi().parameters.find(otaid);
-        if (found == lapi().parameters.end()) return {false, {}};
-        return {true, found->second};
+        const bool found = lapi().parameters.count(otaid) != 0;
+        return {found, found ? lapi().parameters[otaid] : SystemParameterEntry()};
     }
-    var::ParameterMap get_parameters(int reserved) override {
+    ParameterMap get_parameters(int reserved) override {
         lapi().record("get_parameters " + std::to_string(reserved));
         return lapi().parameters;
     }
-    void set_parameters(var::ParameterMap& parameters) override {
+    void set_parameters(ParameterMap& parameters) override {
         lapi().record("set_parameters");
         lapi().handed_over = parameters;
     }
-    std::pair<bool, var::ParameterMap> write_parameters() override {
+    std::pair<bool, ParameterMap> write_parameters() override {
         lapi().record("write_parameters");
         return {lapi().writes, lapi().refused};
     }
-
-private:
-    std::shared_ptr<com::ITransportClient> transport;
 };
 
 }  // namespace
@@ -86,24 +70,18 @@ private:
 void Lapi::record(const std::string& call) {
     const std::lock_guard<std::mutex> lock(recording);
     calls.push_back(call);
-    const auto error = errors.find(call);
-    if (error != errors.end())
-        throw com::TransportError(com::TransportError::Kind::failed, error->second);
+    using ecu::lapi::com::TransportError;
+    if (errors.count(call) != 0) throw TransportError(TransportError::Kind::failed, errors[call]);
 }
 
 Lapi& lapi() {
-    static Lapi the_one = fresh();
+    static Lapi the_one;
     return the_one;
 }
 
-void reset() {
-    lapi() = fresh();
-    log_level = ecu::lapi::logging::LEVEL_WARNING;
-}
-
-ecu::lapi::pb::SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did,
-                                          std::uint32_t xcpid, const std::string& data) {
-    ecu::lapi::pb::SystemParameterEntry record;
+SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did, std::uint32_t xcpid,
+                           const std::string& data) {
+    SystemParameterEntry record;
     record.set_otaid(otaid);
     record.set_did(did);
     record.set_xcpid(xcpid);
@@ -111,91 +89,66 @@ ecu::lapi::pb::SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did
     return record;
 }
 
-std::shared_ptr<com::ITransportClient> transport() {
+std::shared_ptr<ecu::lapi::com::ITransportClient> transport() {
     return std::make_shared<TransportClient>();
 }
 
 }  // namespace fake
 
-namespace ecu::lapi::config {
+namespace ecu::lapi {
 
-Configuration::Configuration() {
+config::Configuration::Configuration() {
     fake::lapi().record("Configuration");
 }
 
-std::string& Configuration::operator[](const std::string& key) {
+std::string& config::Configuration::operator[](const std::string& key) {
     fake::lapi().record("[" + key + "]");
-    return values[key];
+    return fake::lapi().configuration[key];
 }
 
-std::string Configuration::get(const std::string& key) const {
-    const auto found = values.find(key);
-    return found == values.end() ? "" : found->second;
-}
-
-bool Configuration::verify() const {
+bool config::Configuration::verify() const {
     fake::lapi().record("verify");
     return fake::lapi().verifies;
 }
 
-}  // namespace ecu::lapi::config
-
-namespace ecu::lapi::com {
-
-std::shared_ptr<ITransportClient> create_client(std::unique_ptr<config::Configuration>& config,
-                                                TransportType type) {
+std::shared_ptr<com::ITransportClient> com::create_client(
+    std::unique_ptr<config::Configuration>& config, TransportType type) {
     fake::lapi().record("create_client " + std::to_string(static_cast<int>(type)));
-    for (const char* key : {"client_name", "host", "port"}) {
-        if (!config->get(key).empty()) fake::lapi().configuration[key] = config->get(key);
-    }
     if (!fake::lapi().creates_client) return nullptr;
     config.reset();
     return fake::transport();
 }
 
-}  // namespace ecu::lapi::com
-
-namespace ecu::lapi::var {
-
-std::shared_ptr<ISystemParameterClient> create_sysparams_client(
-    std::shared_ptr<com::ITransportClient> transport) {
+std::shared_ptr<var::ISystemParameterClient> var::create_sysparams_client(
+    std::shared_ptr<com::ITransportClient> /*transport*/) {
     fake::lapi().record("create_sysparams_client");
     if (!fake::lapi().creates_sysparams) return nullptr;
-    return std::make_shared<fake::SystemParameterClient>(std::move(transport));
+    return std::make_shared<fake::SystemParameterClient>();
 }
 
-}  // namespace ecu::lapi::var
-
-namespace ecu::lapi::logging {
-
-namespace {
-
-const std::vector<std::string> LEVELS{"EMERG",   "ALERT",  "CRITICAL", "ERROR",
-                                      "WARNING", "NOTICE", "INFO",     "DEBUG"};
-
-}  // namespace
-
-_internal::LogStream ERROR(LEVEL_ERROR);
-_internal::LogStream WARNING(LEVEL_WARNING);
-_internal::LogStream NOTICE(LEVEL_NOTICE);
-_internal::LogStream INFO(LEVEL_INFO);
-_internal::LogStream DEBUG(LEVEL_DEBUG);
-
-void set_log_mode(LogMode mode) {
+void logging::set_log_mode(LogMode mode) {
     fake::lapi().record("set_log_mode " + std::to_string(static_cast<int>(mode)));
 }
 
-void configure_logging(const std::string& level) {
+void logging::configure_logging(const std::string& level) {
     fake::lapi().record("configure_logging " + level);
-    const auto found = std::find(LEVELS.begin(), LEVELS.end(), level);
-    if (found != LEVELS.end()) fake::log_level = static_cast<int>(found - LEVELS.begin());
+    const auto found = std::find(fake::LEVELS.begin(), fake::LEVELS.end(), level);
+    if (found == fake::LEVELS.end()) return;
+    fake::lapi().log_level = static_cast<int>(found - fake::LEVELS.begin());
 }
 
-int get_log_level() {
-    return fake::log_level;
+int logging::get_log_level() {
+    return fake::lapi().log_level;
 }
 
-namespace _internal {
+namespace logging {
+
+_internal::LogStream ERROR(LEVEL_ERROR), WARNING(LEVEL_WARNING), NOTICE(LEVEL_NOTICE),
+    INFO(LEVEL_INFO), DEBUG(LEVEL_DEBUG);
+
+}
+
+namespace logging::_internal {
 
 std::shared_ptr<LogModule> LogStreambuf::get_active_module() {
     const std::lock_guard<std::mutex> lock(fake::recording);
@@ -223,10 +176,9 @@ LogStream::LogStream(Level level_of_stream) : std::ostream(nullptr), stream_leve
 
 void LogStream::do_flush() {
     const std::lock_guard<std::mutex> lock(fake::recording);
-    fake::lapi().records.push_back(LEVELS[static_cast<std::size_t>(stream_level)] + ": " +
-                                   buffer.take());
+    fake::lapi().records.push_back(fake::LEVELS.at(stream_level) + ": " + buffer.take());
 }
 
-}  // namespace _internal
+}  // namespace logging::_internal
 
-}  // namespace ecu::lapi::logging
+}  // namespace ecu::lapi

@@ -1,11 +1,8 @@
 #pragma once
 
-#include <cstdint>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "ecu/lapi/com.h"
@@ -18,29 +15,29 @@ namespace fake {
 
 using Observer = std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>;
 
+/// A parameter record.
+ecu::lapi::pb::SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did,
+                                          std::uint32_t xcpid, const std::string& data);
+
 /// What the library is told, and what was asked of it. Only `record` and the log are safe to use
 /// from several threads.
 struct Lapi {
     // Told.
-    bool verifies = true;
-    bool creates_client = true;
-    bool creates_sysparams = true;
+    bool verifies = true, creates_client = true, creates_sysparams = true, writes = true;
     std::map<std::string, std::string> errors;  ///< call -> text of the error that it throws
-    ecu::lapi::var::ParameterMap parameters;
-    bool writes = true;
+    ecu::lapi::var::ParameterMap parameters{{288, entry(288, 255, 10, "Hi")}};
     ecu::lapi::var::ParameterMap refused;  ///< what a write returns
     bool module_enabled = true;
     /// Runs inside a subscription, when the client has taken the observer.
     std::function<void(const std::string& topic, const Observer& observer)> on_subscribe;
-    std::function<void()> on_unsubscribe;
+    int log_level = ecu::lapi::logging::LEVEL_WARNING;
 
     // Asked.
     std::vector<std::string> calls;                    ///< name and arguments, in order
-    std::map<std::string, std::string> configuration;  ///< as handed to create_client
+    std::map<std::string, std::string> configuration;  ///< as the program set it
     ecu::lapi::var::ParameterMap handed_over;          ///< to set_parameters
     std::vector<std::pair<std::string, ecu::lapi::com::Message>> published;
-    std::vector<std::pair<std::string, Observer>> subscribed;
-    std::vector<std::pair<std::string, Observer>> unsubscribed;
+    std::vector<std::pair<std::string, Observer>> subscribed, unsubscribed;
     std::vector<std::string> records;  ///< of the log, "LEVEL: text"
     int module_tests = 0;              ///< how often the active log module was asked for
 
@@ -48,15 +45,8 @@ struct Lapi {
     void record(const std::string& call);
 };
 
-/// The one library of the process. It starts with one parameter, OTAID 288.
+/// The one library of the process. A new one, which `lapi() = {}` makes it, holds one parameter.
 Lapi& lapi();
-
-/// Forgets what the library was told and asked.
-void reset();
-
-/// A parameter record.
-ecu::lapi::pb::SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did,
-                                          std::uint32_t xcpid, const std::string& data);
 
 /// A transport client that records its calls.
 std::shared_ptr<ecu::lapi::com::ITransportClient> transport();

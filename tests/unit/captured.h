@@ -3,13 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
+
+using Strings = std::vector<std::string>;
 
 /// What a call returned and wrote to the standard streams.
 template <typename Result>
 struct Captured {
     Result result;
-    std::string out;
-    std::string err;
+    std::string out, err;
 };
 
 template <typename Call>

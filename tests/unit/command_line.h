@@ -2,28 +2,19 @@
 
 #include <unistd.h>
 
-#include <string>
-#include <vector>
-
+#include "captured.h"
 #include "main/options.h"
 
-/// A command line as main gets it; building it sets the options back to their defaults.
-class CommandLine {
-public:
-    explicit CommandLine(std::vector<std::string> arguments) : words(std::move(arguments)) {
-        words.insert(words.begin(), "/usr/bin/invoked");
-        for (auto& word : words) pointers.push_back(word.data());
-        pointers.push_back(nullptr);
-        optind = 0;  // glibc then starts anew
-        opt_loglevel = "WARNING";
-        opt_host = opt_port = "";
-        opt_payload = opt_payload_size = opt_qos = opt_timestamp = false;
-    }
-
-    int argc() const { return static_cast<int>(words.size()); }
-    char** argv() { return pointers.data(); }
-
-private:
-    std::vector<std::string> words;
-    std::vector<char*> pointers;
-};
+/// Calls a main function with a command line, all options being at their defaults.
+template <typename Main>
+auto invoke(Main main, Strings words) {
+    words.insert(words.begin(), "/usr/bin/invoked");
+    std::vector<char*> argv;
+    for (auto& word : words) argv.push_back(word.data());
+    argv.push_back(nullptr);
+    optind = 0;  // glibc then starts anew
+    opt_loglevel = "WARNING";
+    opt_host = opt_port = "";
+    opt_payload = opt_payload_size = opt_qos = opt_timestamp = false;
+    return main(static_cast<int>(words.size()), argv.data());
+}

@@ -2,17 +2,14 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
-
 #include "fakes/requests_only.h"
 
 namespace {
 
-using ecu::lapi::com::Message;
 using ecu::lapi::com::TransportError;
-using lapi_mqtt::SysparamClient;
 using testing::HasSubstr;
 using testing::Pair;
+using testing::ThrowsMessage;
 
 std::vector<std::uint8_t> bytes(const std::string& hex) {
     std::vector<std::uint8_t> out;
@@ -26,12 +23,12 @@ std::vector<std::uint8_t> bytes(const std::string& hex) {
 struct ScriptedService : fake::RequestsOnly {
     Message request(const std::string& topic, const Message& message) override {
         requests.emplace_back(topic, message.payload);
-        if (reply.empty()) throw TransportError(failure, "cause");
-        const Message answer(bytes(reply.front()));
-        reply.erase(reply.begin());
+        if (replies.empty()) throw TransportError(failure, "cause");
+        const Message answer(bytes(replies.front()));
+        replies.erase(replies.begin());
         return answer;
     }
-    std::vector<std::string> reply;
+    std::vector<std::string> replies;
     TransportError::Kind failure = TransportError::Kind::unanswered;
     std::vector<std::pair<std::string, std::vector<std::uint8_t>>> requests;
 };
@@ -41,38 +38,24 @@ struct ScriptedService : fake::RequestsOnly {
 const std::string HI = "0a 0c 08 a0 02 10 ff 01 18 0a 22 02 48 69";
 const std::string LAST = "0a 06 08 ff ff ff ff 0f";
 
-class ParameterClient : public testing::Test {
-protected:
-    std::string failure_of(const std::function<void()>& operation) {
-        try {
-            operation();
-        } catch (const TransportError& error) {
-            return error.what();
-        }
-        return "none";
-    }
+struct ParameterClient : testing::Test {
     std::shared_ptr<ScriptedService> service = std::make_shared<ScriptedService>();
-    SysparamClient client{service};
+    lapi_mqtt::SysparamClient client{service};
 };
 
-TEST_F(ParameterClient, DecodesWhatAnotherEncoderWrote) {
-    service->reply = {LAST + " " + HI + " 10 02"};
+TEST_F(ParameterClient, SpeaksTheBytesOfAnotherEncoder) {
+    service->replies = {LAST + " " + HI + " 10 02", HI + " 10 01", "10 00"};
     const auto parameters = client.get_parameters(0);
     ASSERT_EQ(parameters.size(), 2U);
-    EXPECT_EQ(parameters.at(288).did(), 255U);
-    EXPECT_EQ(parameters.at(288).xcpid(), 10U);
-    EXPECT_EQ(parameters.at(288).data(), "Hi");
+    const auto& hi = parameters.at(288);
+    EXPECT_EQ(std::tuple(hi.did(), hi.xcpid(), hi.data()), std::tuple(255U, 10U, "Hi"));
     EXPECT_FALSE(parameters.at(4294967295).has_data());
-    EXPECT_THAT(service->requests,
-                testing::ElementsAre(Pair("system/vard/sysparam/read", bytes(""))));
-}
-
-TEST_F(ParameterClient, AsksForOneParameterInBytesOfTheProtocol) {
-    service->reply = {HI + " 10 01", "10 00"};
     EXPECT_TRUE(client.get_parameter(288, 0).first);
-    EXPECT_EQ(service->requests[0].second, bytes("0a 02 a0 02"));
     EXPECT_FALSE(client.get_parameter(0xffffffff, 0).first);
-    EXPECT_EQ(service->requests[1].second, bytes("0a 05 ff ff ff ff 0f"));
+    const std::string topic = "system/vard/sysparam/read";
+    EXPECT_THAT(service->requests,
+                testing::ElementsAre(Pair(topic, bytes("")), Pair(topic, bytes("0a 02 a0 02")),
+                                     Pair(topic, bytes("0a 05 ff ff ff ff 0f"))));
 }
 
 TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
@@ -86,19 +69,19 @@ TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
         "0a 02 22 05 10 01",        // a length beyond its record
         "10 00 00",                 // a field number of 0
         "10 00 99",                 // cut inside a tag
-        "48 54 54 50",              // another protocol
+        LAST + " 10 01",            // whole, but another parameter
     };
     for (const auto& reply : malformed) {
-        service->reply = {reply, reply};
-        EXPECT_THAT(failure_of([&] { client.get_parameters(0); }), HasSubstr("malformed")) << reply;
-        EXPECT_THAT(failure_of([&] { client.get_parameter(288, 0); }), HasSubstr("malformed"));
+        service->replies = {reply, reply};
+        const auto malformed_reply = ThrowsMessage<TransportError>(HasSubstr("malformed"));
+        EXPECT_THAT([this] { client.get_parameter(288, 0); }, malformed_reply) << reply;
+        if (reply == LAST + " 10 01") continue;
+        EXPECT_THAT([this] { client.get_parameters(0); }, malformed_reply) << reply;
     }
-    service->reply = {LAST + " 10 01"};  // whole, but another parameter
-    EXPECT_THAT(failure_of([&] { client.get_parameter(288, 0); }), HasSubstr("malformed"));
 }
 
 TEST_F(ParameterClient, SendsOnlyTheFieldsThatDiffer) {
-    service->reply = {HI + " " + LAST + " 10 02", "10 02"};
+    service->replies = {HI + " " + LAST + " 10 02", "10 02", HI + " 10 01"};
     auto parameters = client.get_parameters(0);
     parameters[288].set_data("x");
     parameters[5].set_otaid(5);
@@ -106,7 +89,6 @@ TEST_F(ParameterClient, SendsOnlyTheFieldsThatDiffer) {
     EXPECT_TRUE(client.write_parameters().first);
     EXPECT_THAT(service->requests.back(),
                 Pair("system/vard/sysparam/write", bytes("0a 02 08 05 0a 06 08 a0 02 22 01 78")));
-    service->reply = {HI + " 10 01"};
     parameters = client.get_parameters(0);
     client.set_parameters(parameters);
     EXPECT_TRUE(client.write_parameters().first);
@@ -117,24 +99,23 @@ TEST_F(ParameterClient, TellsRefusedUnknownAndFailedWritesApart) {
     ecu::lapi::var::ParameterMap parameters;
     parameters[7].set_otaid(7);
     client.set_parameters(parameters);
-    service->reply = {"0a 01 07 10 00"};
+    service->replies = {"0a 01 07 10 00"};
     const auto [written, refused] = client.write_parameters();
     EXPECT_FALSE(written);
     EXPECT_EQ(refused.count(7), 1U);
+    const auto expect_failure = [this](const std::string& pattern) {
+        EXPECT_THAT([this] { client.write_parameters(); },
+                    ThrowsMessage<TransportError>(testing::MatchesRegex(pattern)));
+    };
     for (const auto* reply : {"", "10 02", "0a 01 08 10 00", "0a 01 07 10 01", "ff"}) {
-        service->reply = {reply};
-        EXPECT_THAT(failure_of([&] { client.write_parameters(); }),
-                    testing::AllOf(HasSubstr("malformed"), HasSubstr("may or may not")))
-            << reply;
+        service->replies = {reply};
+        expect_failure("malformed.*may or may not.*");
     }
-    service->reply.clear();
-    EXPECT_THAT(failure_of([&] { client.write_parameters(); }),
-                HasSubstr("cause; the parameter may or may not have been written, check with get"));
+    expect_failure("cause; the parameter may or may not have been written, check with get");
     service->failure = TransportError::Kind::failed;
-    EXPECT_EQ(failure_of([&] { client.write_parameters(); }), "cause");
+    expect_failure("cause");
     service->failure = TransportError::Kind::no_listener;
-    EXPECT_EQ(failure_of([&] { client.write_parameters(); }),
-              "no parameter service is listening: cause");
+    expect_failure("no parameter service is listening: cause");
 }
 
 }  // namespace

@@ -6,41 +6,29 @@
 
 namespace {
 
-using ecu::lapi::pb::SystemParameterEntry;
+using commands::compose_sysparam;
 using unit::parse_dump;
 
-SystemParameterEntry record(std::uint32_t otaid, const std::string& data) {
-    SystemParameterEntry entry;
-    entry.set_otaid(otaid);
-    entry.set_did(0xf190);
-    entry.set_data(data);
-    return entry;
-}
-
-std::string dump_of(const std::vector<SystemParameterEntry>& entries) {
-    std::string dump;
-    for (const auto& entry : entries) dump += commands::compose_sysparam(entry.otaid(), entry);
-    return dump;
-}
-
 TEST(Dump, ComesBackByteForByteWhateverTheValues) {
-    std::string every_byte;
-    for (int byte = 0; byte < 256; ++byte) every_byte += static_cast<char>(byte);
-    const std::string dump = dump_of({
-        record(0, ""),
-        record(5, every_byte),
-        record(6, "'\n  data(hex) [0]: \nSysParam (7):\n"),
-        record(4294967295, std::string(3, '\0')),
-    });
-    EXPECT_EQ(dump_of(parse_dump(dump, "x")), dump);
-    EXPECT_TRUE(parse_dump("", "x").empty());
+    std::string data = "'\n  data(hex) [0]: \nSysParam (7):\n";
+    for (int byte = 0; byte < 256; ++byte) data += static_cast<char>(byte);
+    ecu::lapi::pb::SystemParameterEntry last;
+    last.set_otaid(4294967295);
+    last.set_did(0xf190);
+    last.set_xcpid(10);
+    last.set_data(data);
+    const std::string dump = compose_sysparam(0, {}) + compose_sysparam(4294967295, last);
+    const auto entries = parse_dump(dump + dump, "x");
+    ASSERT_EQ(entries.size(), 2U);
+    EXPECT_EQ(compose_sysparam(0, entries[0]) + compose_sysparam(4294967295, entries[1]), dump);
 }
 
 TEST(Dump, IsRefusedWithTheLineOfTheFault) {
-    const std::string good = dump_of({record(1, "a\nb")});  // 7 lines
+    const std::string good =
+        "SysParam (1):\n  OTAID: 1 - 0x001\n  DID: f190\n  XCPID: 0\n"
+        "  data(char) [3]: 'a\nb'\n  data(hex) [3]: 0x61 0x0a 0x62 \n";
     const auto changed = [&good](const std::string& from, const std::string& to) {
-        std::string text = good;
-        return text.replace(text.find(from), from.size(), to);
+        return std::string(good).replace(good.find(from), from.size(), to);
     };
     const std::pair<std::string, const char*> table[] = {
         {"OTAID has to be a number, ignore 'abc'\n", "x:1: expected \"SysParam (\""},
@@ -58,14 +46,10 @@ TEST(Dump, IsRefusedWithTheLineOfTheFault) {
         {changed("\n", "\r\n"), "x:1: expected the end of the line"},
     };
     for (const auto& [dump, complaint] : table) {
-        try {
-            parse_dump(dump, "x");
-            ADD_FAILURE() << "taken: " << dump;
-        } catch (const std::runtime_error& error) {
-            EXPECT_THAT(error.what(), testing::HasSubstr(complaint));
-        }
+        EXPECT_THAT([&dump = dump] { parse_dump(dump, "x"); },
+                    testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(complaint)))
+            << dump;
     }
-    EXPECT_EQ(parse_dump(good + good, "x").size(), 1U);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "unit/store.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
@@ -10,34 +10,29 @@
 namespace {
 
 using ecu::lapi::com::Message;
-using unit::Entry;
 using unit::SqliteError;
 using unit::Store;
 
-class UnitStore : public testing::Test {
-protected:
+struct UnitStore : testing::Test {
     UnitStore() { std::filesystem::create_directories(folder); }
     ~UnitStore() override { std::filesystem::remove_all(folder); }
-    const std::string folder =
-        testing::TempDir() + "korvid-store-" + std::to_string(getpid()) + "/";
-    const std::string path = folder + "unit?1%.db";
+    const std::string folder = testing::TempDir() + "korvid-store-" + std::to_string(getpid());
+    const std::string path = folder + "/unit?1%.db";
 };
 
 TEST_F(UnitStore, KeepsWhatAWriteLeavesOutAndFindsItAfterReopening) {
-    Entry whole;
+    unit::Entry whole, part;
     whole.set_otaid(0xffffffff);
     whole.set_did(1);
     whole.set_data(std::string("\0x", 2));
-    Entry part;
     part.set_otaid(0xffffffff);
     part.set_xcpid(2);
     Store(path).write({whole});
     Store(path).write({part});
+    whole.MergeFrom(part);
     const auto found = Store(path).find(0xffffffff);
     ASSERT_TRUE(found);
-    EXPECT_EQ(found->did(), 1U);
-    EXPECT_EQ(found->xcpid(), 2U);
-    EXPECT_EQ(found->data(), std::string("\0x", 2));
+    EXPECT_EQ(found->SerializeAsString(), whole.SerializeAsString());
     EXPECT_FALSE(Store(path).find(1));
     EXPECT_EQ(Store(path).blob(), "");
     Store(path).replace_blob({1, 0});
@@ -51,16 +46,13 @@ TEST_F(UnitStore, RefusesFilesThatAreNotItsOwn) {
     std::filesystem::remove(path);
     unit::Database(path, unit::Database::Access::read_write).execute("CREATE TABLE t (x)");
     EXPECT_THROW(Store store(path), SqliteError);
-    EXPECT_THROW(Store store(folder + "no/such/folder.db"), SqliteError);
 }
 
 TEST_F(UnitStore, AnswersRequestsInBytesOfTheProtocol) {
     Store store(path);
     unit::ParameterService service(store, {7});
-    const auto write = [&](std::vector<std::uint8_t> bytes) {
-        return service.write(Message(std::move(bytes))).payload;
-    };
     using Bytes = std::vector<std::uint8_t>;
+    const auto write = [&](Bytes bytes) { return service.write(Message(bytes)).payload; };
     // Records 5 (data "a") and 7, which is read-only: one written, 7 refused.
     EXPECT_EQ(write({0x0a, 5, 8, 5, 0x22, 1, 'a', 0x0a, 2, 8, 7}), (Bytes{0x0a, 1, 7, 0x10, 1}));
     EXPECT_EQ(service.read(Message()).payload, (Bytes{0x0a, 5, 8, 5, 0x22, 1, 'a', 0x10, 1}));
