@@ -1,6 +1,5 @@
 #include "lapi_fake.h"
 
-#include <algorithm>
 #include <mutex>
 
 #include "requests_only.h"
@@ -132,9 +131,6 @@ void logging::set_log_mode(LogMode mode) {
 
 void logging::configure_logging(const std::string& level) {
     fake::lapi().record("configure_logging " + level);
-    const auto found = std::find(fake::LEVELS.begin(), fake::LEVELS.end(), level);
-    if (found == fake::LEVELS.end()) return;
-    fake::lapi().log_level = static_cast<int>(found - fake::LEVELS.begin());
 }
 
 int logging::get_log_level() {

@@ -37,7 +37,7 @@ TEST_F(Run, OverridesTheVerifiedConfiguration) {
     EXPECT_EQ(
         Strings(lapi.calls.begin() + 3, lapi.calls.begin() + 8),
         (Strings{"configure_logging DEBUG", "verify", "[host]", "[port]", "create_client 0"}));
-    EXPECT_EQ(lapi.calls[12], "get_parameter 288 0");
+    EXPECT_EQ(lapi.calls.at(12), "get_parameter 288 0");
     EXPECT_EQ(lapi.configuration["host"] + ":" + lapi.configuration["port"], "unit:1884");
 }
 
@@ -93,18 +93,6 @@ TEST_F(Run, EndsTheProcessWhenTheConfigurationIsWrong) {
     lapi.verifies = false;
     EXPECT_EXIT(korvid_and_show(), testing::ExitedWithCode(1),
                 "^ERROR: Configuration verification failed! calls: 5$");
-}
-
-TEST(Options, OfTheDisplayHaveLongNames) {
-    for (const auto& [word, flag] : {std::pair("--payload", &opt_payload),
-                                     {"--qos", &opt_qos},
-                                     {"--payload-size", &opt_payload_size},
-                                     {"--timestamp", &opt_timestamp}}) {
-        Strings rest;
-        invoke([&](int argc, char** argv) { return parse_opts(argc, argv, rest); }, {word});
-        EXPECT_TRUE(*flag) << word;
-        EXPECT_EQ(opt_payload + opt_payload_size + opt_qos + opt_timestamp, 1) << word;
-    }
 }
 
 }  // namespace

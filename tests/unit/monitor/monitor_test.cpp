@@ -16,14 +16,20 @@ int monitor(const Strings& words) {
 
 TEST_F(Monitor, PrintsUntilASignalEndsIt) {
     lapi.on_subscribe = [](const std::string& topic, const auto& observer) {
-        observer->message(topic, ecu::lapi::com::Message({1, 2, 3}));
+        ecu::lapi::com::Message message({1, 2, 3});
+        message.qos = '1';
+        observer->message(topic, message);
         if (topic == "b/#") kill(getpid(), SIGTERM);
     };
-    const auto ended = captured([] { return monitor({"-p", "1884", "a", "-S", "b/#"}); });
+    const auto ended = captured([] {
+        return monitor(
+            {"-p", "1884", "a", "--payload-size", "--qos", "b/#", "--timestamp", "--payload"});
+    });
     EXPECT_EQ(ended.result, 0);
     EXPECT_EQ(ended.err, "");
-    EXPECT_THAT(ended.out, testing::MatchesRegex("\\[.{7}\\] a\n           size: 3\n"
-                                                 "\\[.{7}\\] b/#\n           size: 3\n"));
+    const std::string lines = "\n +size: 3\n +timestamp: 0\n +QoS: 1\n +Data: THE DATA HERE\n";
+    EXPECT_THAT(ended.out,
+                testing::MatchesRegex("\\[.{7}\\] a" + lines + "\\[.{7}\\] b/#" + lines));
     EXPECT_EQ(lapi.configuration.at("client_name"), "korvid-monitor");
     EXPECT_EQ(lapi.configuration.at("port"), "1884");
     EXPECT_EQ(Strings(lapi.calls.begin() + 6, lapi.calls.end()),
