@@ -1,5 +1,6 @@
 #include "commands/print_sysparam.h"
 
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <iostream>
@@ -12,6 +13,20 @@ constexpr char HEX_DIGITS[] = "0123456789abcdef";
 constexpr int OTAID_DIGITS = 3;
 constexpr std::size_t SHOWN_BYTE_SIZE = 5;  // "0xff "
 constexpr std::size_t LABELS_SIZE = 192;    // room for the labels and numbers of a block
+
+/// A byte as "0xff ", filled up to a size that is copied in one go.
+struct ShownByte {
+    char text[8];
+};
+
+constexpr std::array<ShownByte, 256> shown_bytes() {
+    std::array<ShownByte, 256> table{};
+    for (std::size_t byte = 0; byte < table.size(); ++byte) {
+        table[byte] = {{'0', 'x', HEX_DIGITS[byte >> 4], HEX_DIGITS[byte & 0xf], ' '}};
+    }
+    return table;
+}
+constexpr std::array<ShownByte, 256> SHOWN_BYTES = shown_bytes();
 
 /// Fills a buffer that is large enough. A full read composes a block a parameter, so that this
 /// writes in place instead of appending.
@@ -48,11 +63,7 @@ public:
         char* shown = at;
         for (const char character : bytes) {
             const auto byte = static_cast<unsigned char>(character);
-            shown[0] = '0';
-            shown[1] = 'x';
-            shown[2] = HEX_DIGITS[byte >> 4];
-            shown[3] = HEX_DIGITS[byte & 0xf];
-            shown[4] = ' ';
+            std::memcpy(shown, SHOWN_BYTES[byte].text, sizeof SHOWN_BYTES[byte].text);
             shown += SHOWN_BYTE_SIZE;
         }
         at = shown;
@@ -65,12 +76,13 @@ private:
     char* at;
 };
 
-/// Makes `text` the block, in the room that it has from the block before.
-void compose_into(std::string& text, std::uint32_t otaid,
-                  const ecu::lapi::pb::SystemParameterEntry& entry) {
+/// Writes the block to the front of `buffer`, which grows when it has to, and returns its size.
+std::size_t compose_into(std::string& buffer, std::uint32_t otaid,
+                         const ecu::lapi::pb::SystemParameterEntry& entry) {
     const std::string& data = entry.data();
-    text.resize(LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size());
-    BlockWriter writer(text.data());
+    const std::size_t room = LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size();
+    if (buffer.size() < room) buffer.resize(room);
+    BlockWriter writer(buffer.data());
     writer.label("SysParam (").decimal(otaid).label("):\n");
     writer.label("  OTAID: ").decimal(entry.otaid());
     writer.label(" - 0x").hex(entry.otaid(), OTAID_DIGITS).label("\n");
@@ -79,7 +91,7 @@ void compose_into(std::string& text, std::uint32_t otaid,
     writer.label("  data(char) [").hex(data.size()).label("]: '");
     writer.copy(data.data(), data.size()).label("'\n");
     writer.label("  data(hex) [").hex(data.size()).label("]: ").hex_bytes(data).label("\n");
-    text.resize(static_cast<std::size_t>(writer.end() - text.data()));
+    return static_cast<std::size_t>(writer.end() - buffer.data());
 }
 
 }  // namespace
@@ -87,14 +99,14 @@ void compose_into(std::string& text, std::uint32_t otaid,
 std::string compose_sysparam(std::uint32_t otaid,
                              const ecu::lapi::pb::SystemParameterEntry& entry) {
     std::string text;
-    compose_into(text, otaid, entry);
+    text.resize(compose_into(text, otaid, entry));
     return text;
 }
 
 void print_sysparam(const std::uint32_t& otaid, const ecu::lapi::pb::SystemParameterEntry& entry) {
-    static thread_local std::string text;
-    compose_into(text, otaid, entry);
-    std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
+    static thread_local std::string buffer;
+    const std::size_t size = compose_into(buffer, otaid, entry);
+    std::cout.write(buffer.data(), static_cast<std::streamsize>(size));
 }
 
 }  // namespace commands

@@ -1,10 +1,8 @@
 #include "lapi_mqtt/sysparam_client.h"
 
-#include <google/protobuf/io/coded_stream.h>
-
 #include <climits>
-#include <optional>
 
+#include "lapi_mqtt/read_reply.h"
 #include "sysparam.pb.h"
 #include "wire/topics.h"
 
@@ -42,51 +40,11 @@ std::vector<std::uint8_t> call(ITransportClient& transport, const char* topic,
     }
 }
 
-constexpr std::uint32_t tag_of(int field, int wire_type) {
-    return static_cast<std::uint32_t>(field) << 3U | static_cast<std::uint32_t>(wire_type);
-}
-constexpr std::uint32_t ENTRY_TAG = tag_of(wire::ReadReply::kEntryFieldNumber, 2);
-constexpr std::uint32_t COUNT_TAG = tag_of(wire::ReadReply::kCountFieldNumber, 0);
-
-bool decode_entry(google::protobuf::io::CodedInputStream& input, Entry& entry) {
-    std::uint32_t size = 0;
-    const void* bytes = nullptr;
-    int available = 0;
-    if (!input.ReadVarint32(&size) || size > INT_MAX) return false;
-    const int wanted = static_cast<int>(size);
-    if (wanted == 0) return true;
-    return input.GetDirectBufferPointer(&bytes, &available) && wanted <= available &&
-           entry.ParseFromArray(bytes, wanted) && input.Skip(wanted);
-}
-
-/// The records of a ReadReply, each decoded into its place: by way of a wire::ReadReply a full
-/// read would build and destroy every record twice. Throws TransportError unless the reply is
-/// whole and every OTAID stands in it once.
-ParameterMap decode_read_reply(const std::vector<std::uint8_t>& payload) {
-    google::protobuf::io::CodedInputStream input(payload.data(), static_cast<int>(payload.size()));
-    ParameterMap parameters;
-    std::uint32_t records = 0;
-    std::optional<std::uint32_t> count;
-    bool well_formed = true;
-    while (well_formed) {
-        const std::uint32_t tag = input.ReadTag();
-        if (tag == 0) break;
-        std::uint32_t announced = 0;
-        if (tag == ENTRY_TAG) {
-            Entry entry;
-            well_formed = decode_entry(input, entry);
-            const auto otaid = entry.otaid();
-            parameters.emplace_hint(parameters.end(), otaid, std::move(entry));
-            ++records;
-        } else {
-            well_formed = tag == COUNT_TAG && input.ReadVarint32(&announced);
-            count = announced;
-        }
-    }
-    const bool whole = well_formed && input.ConsumedEntireMessage() && count == records &&
-                       parameters.size() == records;
-    if (!whole) fail_malformed(wire::SYSPARAM_READ_TOPIC, "");
-    return parameters;
+/// Throws TransportError for what is not a whole reply.
+ParameterMap records_of(const std::vector<std::uint8_t>& payload) {
+    auto records = decode_read_reply(payload);
+    if (!records) fail_malformed(wire::SYSPARAM_READ_TOPIC, "");
+    return std::move(*records);
 }
 
 bool same_field(bool has_one, bool has_other, bool same_value) {
@@ -114,7 +72,7 @@ bool differs(const Entry& wanted, const Entry& stored, Entry& difference) {
 std::pair<bool, Entry> SysparamClient::get_parameter(std::uint32_t otaid, int /*reserved*/) {
     wire::ReadRequest request;
     request.add_otaid(otaid);
-    ParameterMap found = decode_read_reply(call(*transport, wire::SYSPARAM_READ_TOPIC, request));
+    ParameterMap found = records_of(call(*transport, wire::SYSPARAM_READ_TOPIC, request));
     if (found.empty()) return {false, Entry()};
     if (found.size() > 1 || found.count(otaid) == 0) {
         fail_malformed(wire::SYSPARAM_READ_TOPIC, "");
@@ -124,13 +82,13 @@ std::pair<bool, Entry> SysparamClient::get_parameter(std::uint32_t otaid, int /*
 
 ParameterMap SysparamClient::get_parameters(int /*reserved*/) {
     last_read = call(*transport, wire::SYSPARAM_READ_TOPIC, wire::ReadRequest());
-    return decode_read_reply(last_read);
+    return records_of(last_read);
 }
 
 void SysparamClient::set_parameters(ParameterMap& parameters) {
     changes.clear();
     ParameterMap stored;
-    if (!last_read.empty()) stored = decode_read_reply(last_read);
+    if (!last_read.empty()) stored = records_of(last_read);
     for (const auto& [otaid, wanted] : parameters) {
         const auto found = stored.find(otaid);
         Entry difference;

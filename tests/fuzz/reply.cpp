@@ -1,8 +1,10 @@
-// Whatever a service replies is decoded or refused; a decoded full read keys every record rightly.
+// Whatever a service replies is decoded or refused, and what is decoded is what the generated class
+// reads in it.
 #include <cstdlib>
 
 #include "fakes/requests_only.h"
 #include "lapi_mqtt/sysparam_client.h"
+#include "sysparam.pb.h"
 
 namespace {
 
@@ -30,8 +32,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     lapi_mqtt::SysparamClient client(std::make_shared<Replying>(reply));
     accept_refusal([&] {
         auto parameters = client.get_parameters(0);
-        for (const auto& [otaid, entry] : parameters) {
-            if (otaid != entry.otaid()) std::abort();
+        wire::ReadReply reference;
+        if (!reference.ParseFromArray(data, static_cast<int>(size))) std::abort();
+        if (reference.count() != parameters.size()) std::abort();
+        for (auto& entry : *reference.mutable_entry()) {
+            const auto& decoded = parameters.at(entry.otaid());
+            if (entry.did() != decoded.did() || entry.has_did() != decoded.has_did() ||
+                entry.xcpid() != decoded.xcpid() || entry.has_xcpid() != decoded.has_xcpid() ||
+                entry.data() != decoded.data() || entry.has_data() != decoded.has_data()) {
+                std::abort();
+            }
         }
         parameters[1].set_otaid(1);
         parameters[1].set_data("x");
