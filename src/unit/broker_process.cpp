@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -106,7 +107,8 @@ Descriptor configuration_file(int port) {
     const std::string path = "/proc/self/fd/" + std::to_string(configuration);
     execlp("mosquitto", "mosquitto", "-c", path.c_str(), nullptr);
     execl("/usr/sbin/mosquitto", "mosquitto", "-c", path.c_str(), nullptr);
-    _exit(127);
+    dprintf(STDERR_FILENO, "cannot run mosquitto: %s\n", std::strerror(errno));
+    _exit(EXIT_FAILURE);
 }
 
 }  // namespace

@@ -42,10 +42,9 @@ std::string read_all(const std::string& name) {
     return text;
 }
 
-void import(Store& store, const std::string& name) {
-    const auto entries = parse_dump(read_all(name), name == "-" ? "standard input" : name);
-    store.write(entries);
-    logging::write(logging::INFO, "Imported ", entries.size(), " parameters from ", name);
+std::vector<Entry> read_import(const std::string& name) {
+    if (name.empty()) return {};
+    return parse_dump(read_all(name), name == "-" ? "standard input" : name);
 }
 
 void wait_for_the_end(const sigset_t& signals, const std::unique_ptr<BrokerProcess>& broker) {
@@ -61,8 +60,12 @@ bool serve(const Options& options) {
     auto configuration =
         load_configuration(PROGRAM_NAME, options.loglevel, options.host, options.port);
     const sigset_t signals = block_end_signals();
+    const auto imported = read_import(options.import_from);
     Store store(options.store);
-    if (!options.import_from.empty()) import(store, options.import_from);
+    if (!imported.empty()) {
+        store.write(imported);
+        logging::write(logging::INFO, "Imported ", imported.size(), " parameters");
+    }
 
     ParameterService parameters(store, options.read_only);
     const std::string port = configuration->get("port");
