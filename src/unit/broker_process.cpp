@@ -2,7 +2,9 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <grp.h>
 #include <netinet/in.h>
+#include <pwd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
@@ -85,7 +87,6 @@ Descriptor configuration_file(int port) {
                              "allow_anonymous true\n"
                              "set_tcp_nodelay true\n"
                              "persistence false\n"
-                             "user root\n"  // a change of user would undo that it ends with us
                              "log_dest stderr\n"
                              "log_type error\n";
     Descriptor file(memfd_create("mosquitto.conf", 0));
@@ -95,9 +96,21 @@ Descriptor configuration_file(int port) {
     return file;
 }
 
+/// As root mosquitto would change its user by itself, and no longer end with us.
+void leave_root() {
+    if (geteuid() != 0) return;
+    const passwd* user = getpwnam("mosquitto");
+    if (user == nullptr) user = getpwnam("nobody");
+    if (user == nullptr || setgroups(0, nullptr) != 0 || setgid(user->pw_gid) != 0 ||
+        setuid(user->pw_uid) != 0) {
+        _exit(EXIT_FAILURE);
+    }
+}
+
 [[noreturn]] void become_broker(int configuration, pid_t parent) {
     // Its own process group: an interrupt from the terminal is for us to pass on.
     setpgid(0, 0);
+    leave_root();
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) _exit(EXIT_FAILURE);
     sigset_t none;
