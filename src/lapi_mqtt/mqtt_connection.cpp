@@ -24,6 +24,9 @@ constexpr milliseconds DEAD_PEER{20'000};
 constexpr milliseconds OPEN_SLICE{50};
 constexpr int FIRST_REFUSAL = 0x80;
 
+/// How many messages above QoS 0 the broker may send ahead of our acknowledgements.
+constexpr int RECEIVE_MAXIMUM = 20;
+
 /// libmosquitto's global state, set up by the first connection and released at exit.
 void use_library() {
     struct Library {
@@ -52,6 +55,7 @@ MqttConnection::MqttConnection(const Settings& connection_settings, const std::s
     if (!handle) throw MqttError("out of memory");
     check_result(mosquitto_int_option(handle.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5));
     check_result(mosquitto_int_option(handle.get(), MOSQ_OPT_TCP_NODELAY, 1));
+    check_result(mosquitto_int_option(handle.get(), MOSQ_OPT_RECEIVE_MAXIMUM, RECEIVE_MAXIMUM));
     check_result(mosquitto_threaded_set(handle.get(), true));
     set_credentials(settings);
     set_tls(settings);
@@ -238,7 +242,22 @@ void MqttConnection::received(const mosquitto_message* message, const mqtt5__pro
     incoming.message.timestamp = milliseconds_since_epoch();
     incoming.message.retain = message->retain ? 1 : 0;
     incoming.properties = from_list(properties);
+    incoming.sent_after = earliest_sending(message->qos);
     events.on_message(std::move(incoming));
+}
+
+/// What is read now was sent after the socket was last found empty; and, above QoS 0, after the
+/// message was read whose acknowledgement made room for it. While requests keep coming in only the
+/// latter moves on, after this process slept only the former tells.
+steady_clock::time_point MqttConnection::earliest_sending(int qos) {
+    if (qos == 0) return drained;
+    auto earliest = drained;
+    if (last_read.size() == RECEIVE_MAXIMUM) {
+        earliest = std::max(earliest, last_read.front());
+        last_read.pop_front();
+    }
+    last_read.push_back(steady_clock::now());
+    return earliest;
 }
 
 /// The cause of a failed handshake reaches only libmosquitto's log, in one of the forms

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 
@@ -20,6 +21,7 @@ struct Incoming {
     std::string topic;
     ecu::lapi::com::Message message;
     PublishProperties properties;
+    std::chrono::steady_clock::time_point sent_after;  ///< the broker sent it no earlier
 };
 
 /// What a connection tells its owner. Called inside `loop`, under libmosquitto's callback lock:
@@ -70,9 +72,6 @@ public:
     /// Grows while the peer takes or sends bytes.
     std::uint64_t bytes_moved() const;
 
-    /// When everything the peer had sent was read; what came in after it may be this old.
-    std::chrono::steady_clock::time_point drained_at() const { return drained; }
-
 private:
     void set_credentials(const Settings& settings);
     void set_tls(const Settings& settings);
@@ -84,6 +83,7 @@ private:
     template <typename Action>
     void guarded(Action action) noexcept;
     void received(const mosquitto_message* message, const mqtt5__property* properties);
+    std::chrono::steady_clock::time_point earliest_sending(int qos);
     void note_log(int level, const char* text);
 
     struct HandleDeleter {
@@ -96,6 +96,8 @@ private:
 
     // Of the thread that calls open and loop.
     std::chrono::steady_clock::time_point drained = std::chrono::steady_clock::now();
+    std::deque<std::chrono::steady_clock::time_point>
+        last_read;  ///< of messages that are flow-controlled
     bool accepted = false;
     bool takes_identifiers = true;  ///< the broker knows subscription identifiers
     std::string refusal;            ///< the broker's own reason for an end

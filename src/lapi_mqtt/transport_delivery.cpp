@@ -167,7 +167,7 @@ void TransportClient::answer(const ecu::lapi::com::RequestHandler& handler,
         return;
     }
     // The broker drops what has expired, but not what it had already sent to a process that slept.
-    const auto age = Clock::now() - connection->drained_at();
+    const auto age = Clock::now() - request.sent_after;
     if (properties.expiry_s && age >= std::chrono::seconds(*properties.expiry_s)) {
         logging::write(logging::WARNING, "Dropped a request on ", request.topic,
                        ": nobody may await it any more");

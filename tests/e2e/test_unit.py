@@ -2,11 +2,12 @@
 
 import itertools
 import signal
+import time
 
 import pytest
 
 from harness import (BLOB_SET, HI, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, Unit, await_that, block, field,
-                     free_port, read_reply, record, run_korvid)
+                     free_port, read_reply, record, run_korvid, scaled)
 
 
 def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, peer):
@@ -38,6 +39,26 @@ def test_bad_requests_are_answered_with_an_error_or_dropped_and_harm_nothing(uni
     assert asking.request(READ_TOPIC, field(1, 288)).payload == read_reply(HI)
     assert len(asking.messages) == answered + 1
     assert run_korvid("getsec", port=broker.port).status == 1
+
+
+def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(broker, new_unit, peer, tmp_path):
+    (tmp_path / "many.txt").write_bytes(b"".join(block(n, 1, 1, b"value-%08d" % n) for n in range(3000)))
+    new_unit(broker.port, "-i", tmp_path / "many.txt")
+    expiry, ends = int(scaled(1)), time.monotonic() + scaled(2.5)
+
+    def ask(client, _reply=None):
+        if time.monotonic() < ends:
+            client.publish(READ_TOPIC, wait=False, ResponseTopic=client.topic, CorrelationData=b"x",
+                           MessageExpiryInterval=expiry)
+    asking = [peer(broker.port, f"clients/{n}/reply", on_message=ask) for n in range(2)]
+    for n, client in enumerate(asking):
+        client.topic = f"clients/{n}/reply"
+        for _ in range(8):
+            ask(client)
+    await_that(lambda: time.monotonic() > ends + 0.5, "the end of the load")
+    for client in asking:
+        late = [m for m in client.messages if hasattr(m.properties, "UserProperty")]
+        assert client.messages and not late, (len(client.messages), len(late), late[0].properties)
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
