@@ -4,6 +4,7 @@
 #include <mqtt_protocol.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 
 #include "lapi_mqtt/mqtt_error.h"
@@ -17,6 +18,9 @@ struct Free {
 };
 template <typename Value>
 using CPointer = std::unique_ptr<Value, Free>;
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
 
 /// A property's text has to be UTF-8 without control characters, whatever a cause was written in.
 std::string printable(std::string text) {
@@ -45,7 +49,8 @@ std::string read_binary(const mqtt5__property* list, int identifier) {
     return {static_cast<const char*>(bytes), size};
 }
 
-std::optional<std::string> read_error(const mqtt5__property* list) {
+std::optional<std::string> read_user_property(const mqtt5__property* list,
+                                              const std::string& wanted) {
     bool skip_first = false;
     for (;;) {
         char* name = nullptr;
@@ -55,9 +60,22 @@ std::optional<std::string> read_error(const mqtt5__property* list) {
         if (list == nullptr) return std::nullopt;
         const CPointer<char> owned_name(name);
         const CPointer<char> owned_value(value);
-        if (std::string(name) == wire::ERROR_PROPERTY) return std::string(value);
+        if (wanted == name) return std::string(value);
         skip_first = true;
     }
+}
+
+/// Message expiry is in whole seconds, so that the exact time travels beside it.
+std::optional<milliseconds> read_timeout(const mqtt5__property* list) {
+    std::uint32_t expiry_s = 0;
+    const bool expires = mosquitto_property_read_int32(list, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+                                                       &expiry_s, false) != nullptr;
+    const auto text = read_user_property(list, wire::TIMEOUT_PROPERTY).value_or("");
+    std::uint32_t timeout_ms = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), timeout_ms);
+    if (error == std::errc() && end == text.data() + text.size()) return milliseconds(timeout_ms);
+    if (expires) return seconds(expiry_s);
+    return std::nullopt;
 }
 
 std::vector<std::uint32_t> read_identifiers(const mqtt5__property* list) {
@@ -107,9 +125,13 @@ PropertyList to_list(const PublishProperties& properties) {
         add(mosquitto_property_add_string, &head, MQTT_PROP_CONTENT_TYPE,
             properties.content_type.c_str());
     }
-    if (properties.expiry_s) {
+    if (properties.timeout) {
         add(mosquitto_property_add_int32, &head, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
-            *properties.expiry_s);
+            static_cast<std::uint32_t>(std::chrono::ceil<seconds>(*properties.timeout).count()));
+    }
+    if (properties.timeout && !properties.response_topic.empty()) {  // a request
+        add(mosquitto_property_add_string_pair, &head, MQTT_PROP_USER_PROPERTY,
+            wire::TIMEOUT_PROPERTY, std::to_string(properties.timeout->count()).c_str());
     }
     if (properties.error) {
         const std::string text = printable(*properties.error);
@@ -127,12 +149,8 @@ PublishProperties from_list(const mqtt5__property* list) {
     properties.response_topic = read_text(list, MQTT_PROP_RESPONSE_TOPIC);
     properties.correlation_data = read_binary(list, MQTT_PROP_CORRELATION_DATA);
     properties.content_type = read_text(list, MQTT_PROP_CONTENT_TYPE);
-    std::uint32_t expiry_s = 0;
-    if (mosquitto_property_read_int32(list, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s, false) !=
-        nullptr) {
-        properties.expiry_s = expiry_s;
-    }
-    properties.error = read_error(list);
+    properties.timeout = read_timeout(list);
+    properties.error = read_user_property(list, wire::ERROR_PROPERTY);
     properties.subscription_identifiers = read_identifiers(list);
     return properties;
 }

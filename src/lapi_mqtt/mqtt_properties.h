@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -15,7 +16,7 @@ struct PublishProperties {
     std::string response_topic;
     std::string correlation_data;
     std::string content_type;
-    std::optional<std::uint32_t> expiry_s;                ///< whole seconds
+    std::optional<std::chrono::milliseconds> timeout;     ///< how long a reply is awaited
     std::optional<std::string> error;                     ///< why a reply has no result
     std::vector<std::uint32_t> subscription_identifiers;  ///< of the broker alone
 };

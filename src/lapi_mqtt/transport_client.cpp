@@ -12,7 +12,6 @@ namespace lapi_mqtt {
 namespace {
 
 using std::chrono::milliseconds;
-using std::chrono::seconds;
 
 /// How long a publication may rest: a link may be slow, and buffers on it may have to drain.
 constexpr milliseconds PUBLISH_PATIENCE{20'000};
@@ -152,8 +151,7 @@ TransportClient::Message TransportClient::request(const std::string& topic,
     properties.response_topic = reply_topic;
     properties.correlation_data = random_bytes(CORRELATION_BYTES);
     properties.content_type = wire::CONTENT_TYPE;
-    properties.expiry_s =
-        static_cast<std::uint32_t>(std::chrono::ceil<seconds>(settings.request_timeout).count());
+    properties.timeout = settings.request_timeout;
 
     Lock lock(mutex);
     if (!replies_subscribed) {

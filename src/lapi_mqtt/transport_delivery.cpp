@@ -14,10 +14,13 @@ namespace {
 using std::chrono::milliseconds;
 namespace logging = ecu::lapi::logging;
 
-constexpr milliseconds LOOP_SLICE{500};
+constexpr milliseconds LOOP_SLICE{100};
 constexpr milliseconds FIRST_BACK_OFF{50};
 constexpr milliseconds LAST_BACK_OFF{1000};
 constexpr int FIRST_REFUSAL = 0x80;
+
+/// A smaller age is no sign that this process slept: an idle connection is looked at so often.
+constexpr milliseconds LEAST_SLEEP = 2 * LOOP_SLICE;
 
 /// A reply goes only where a client of ours awaits it: never to a topic that means something else.
 bool is_reply_topic(const std::string& topic) {
@@ -168,7 +171,7 @@ void TransportClient::answer(const ecu::lapi::com::RequestHandler& handler,
     }
     // The broker drops what has expired, but not what it had already sent to a process that slept.
     const auto age = Clock::now() - request.sent_after;
-    if (properties.expiry_s && age >= std::chrono::seconds(*properties.expiry_s)) {
+    if (properties.timeout && age >= std::max(*properties.timeout, LEAST_SLEEP)) {
         logging::write(logging::WARNING, "Dropped a request on ", request.topic,
                        ": nobody may await it any more");
         return send_reply(request, {}, "the request came too late and was not executed");
@@ -188,7 +191,7 @@ void TransportClient::send_reply(const Incoming& request, const Message& reply,
                                  const std::optional<std::string>& error) {
     PublishProperties properties;
     properties.correlation_data = request.properties.correlation_data;
-    properties.expiry_s = request.properties.expiry_s;
+    properties.timeout = request.properties.timeout;
     properties.error = error;
     if (!error) properties.content_type = wire::CONTENT_TYPE;
     const Lock lock(mutex);
