@@ -100,7 +100,7 @@ void TransportClient::publish(const std::string& topic, const Message& message) 
         proof = queue_packet(step, [&] { return connection->unsubscribe(reply_topic + "/none"); });
     }
     // The proof of the last message is one of all before it, unless one of those was lost.
-    if (unproven && unproven->connection_number != connection_count) return;
+    if (unproven && !unproven->proof.is_here() && !unproven->proof.is_of_this_connection()) return;
     unproven.emplace(*this, proof, topic);
 }
 
@@ -176,7 +176,10 @@ void TransportClient::fail(Kind kind, const Step& step, const std::string& cause
 }
 
 TransportClient::Acknowledgement::Acknowledgement(TransportClient& owner, int packet_id)
-    : client(owner), entry(client.acknowledgements.emplace(packet_id, std::nullopt).first) {}
+    : client(owner),
+      entry(client.acknowledgements
+                .emplace(std::pair(client.connection_count, packet_id), std::nullopt)
+                .first) {}
 
 TransportClient::Acknowledgement::~Acknowledgement() {
     client.acknowledgements.erase(entry);
@@ -184,9 +187,7 @@ TransportClient::Acknowledgement::~Acknowledgement() {
 
 TransportClient::Publication::Publication(TransportClient& owner, int packet_id,
                                           std::string publication_topic)
-    : proof(owner, packet_id),
-      topic(std::move(publication_topic)),
-      connection_number(owner.connection_count) {}
+    : proof(owner, packet_id), topic(std::move(publication_topic)) {}
 
 /// Returns the packet's id, as `queue` does.
 template <typename Queue>
@@ -249,7 +250,7 @@ void TransportClient::await_grant(Lock& lock, int id, const Step& step) {
 void TransportClient::await_taken(Lock& lock, const Publication& publication) {
     const Step step{"publish on", publication.topic};
     const auto taken = [&publication] { return publication.proof.is_here(); };
-    const bool is_lost = !taken() && publication.connection_number != connection_count;
+    const bool is_lost = !taken() && !publication.proof.is_of_this_connection();
     const auto end = is_lost ? WaitEnd::connection_lost : wait_for(lock, PUBLISH_PATIENCE, taken);
     if (end == WaitEnd::connection_lost) {
         fail(Kind::unanswered, step, down_cause + ", before the broker had taken the message");

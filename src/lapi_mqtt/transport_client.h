@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ecu/lapi/com.h"
@@ -52,6 +53,9 @@ private:
         const std::string& topic;
     };
 
+    /// Reasons by number of the connection and packet id: each connection counts its packets anew.
+    using Acknowledgements = std::map<std::pair<unsigned, int>, std::optional<int>>;
+
     /// Keeps the acknowledgement of a packet while this lives. Begun under the lock that the
     /// packet was queued under, it cannot be late.
     class Acknowledgement {
@@ -62,10 +66,11 @@ private:
         Acknowledgement& operator=(const Acknowledgement&) = delete;
         bool is_here() const { return entry->second.has_value(); }
         int reason() const { return entry->second.value_or(0); }
+        bool is_of_this_connection() const { return entry->first.first == client.connection_count; }
 
     private:
         TransportClient& client;
-        std::map<int, std::optional<int>>::iterator entry;
+        Acknowledgements::iterator entry;
     };
 
     /// A message of which the broker is still to show that it has taken it.
@@ -73,7 +78,6 @@ private:
         Publication(TransportClient& owner, int packet_id, std::string publication_topic);
         Acknowledgement proof;
         std::string topic;
-        unsigned connection_number;
     };
 
     [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const;
@@ -117,7 +121,7 @@ private:
     std::unique_ptr<MqttConnection> connection;  ///< null while there is none
     std::string down_cause = "not connected";    ///< why there is none
     unsigned connection_count = 0;               ///< tells a waiter that its connection went
-    std::map<int, std::optional<int>> acknowledgements;  ///< reason by packet id, of those awaited
+    Acknowledgements acknowledgements;           ///< of the packets that somebody waits for
     std::map<std::string, std::optional<Incoming>> calls;            ///< reply by correlation data
     std::map<std::string, ecu::lapi::com::RequestHandler> services;  ///< by topic
     std::optional<Publication> unproven;  ///< the first that was lost, else the last

@@ -204,7 +204,7 @@ void TransportClient::on_message(Incoming incoming) {
 
 void TransportClient::on_acknowledged(int id, int reason) {
     const Lock lock(mutex);
-    const auto awaited = acknowledgements.find(id);
+    const auto awaited = acknowledgements.find({connection_count, id});
     if (awaited != acknowledgements.end()) {
         awaited->second = reason;
         changed.notify_all();
