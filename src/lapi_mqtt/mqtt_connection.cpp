@@ -22,7 +22,6 @@ using std::chrono::steady_clock;
 constexpr int KEEPALIVE_S = 7200;
 constexpr milliseconds DEAD_PEER{20'000};
 constexpr milliseconds OPEN_SLICE{50};
-constexpr int FIRST_REFUSAL = 0x80;
 
 /// How many messages above QoS 0 the broker may send ahead of our acknowledgements.
 constexpr int RECEIVE_MAXIMUM = 20;

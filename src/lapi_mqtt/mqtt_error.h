@@ -5,6 +5,10 @@
 
 namespace lapi_mqtt {
 
+/// Reason codes of MQTT. From the first refusal on, all of them are refusals.
+constexpr int REASON_NO_MATCHING_SUBSCRIBERS = 0x10;
+constexpr int FIRST_REFUSAL = 0x80;
+
 /// A failed step of the connection; the text is the cause alone.
 class MqttError : public std::runtime_error {
 public:

@@ -25,8 +25,6 @@ constexpr milliseconds GOODBYE_PATIENCE{2'000};
 /// Fewer bytes are acknowledgements and other trifles, no sign of a large packet on its way.
 constexpr std::uint64_t TRICKLE_BYTES = 1024;
 
-constexpr int REASON_NO_MATCHING_SUBSCRIBERS = 0x10;
-constexpr int FIRST_REFUSAL = 0x80;
 constexpr std::size_t CORRELATION_BYTES = 16;
 
 int qos_of(const ecu::lapi::com::Message& message) {

@@ -17,7 +17,6 @@ namespace logging = ecu::lapi::logging;
 constexpr milliseconds LOOP_SLICE{100};
 constexpr milliseconds FIRST_BACK_OFF{50};
 constexpr milliseconds LAST_BACK_OFF{1000};
-constexpr int FIRST_REFUSAL = 0x80;
 
 /// A smaller age is no sign that this process slept: an idle connection is looked at so often.
 constexpr milliseconds LEAST_SLEEP = 2 * LOOP_SLICE;

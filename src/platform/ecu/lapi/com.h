@@ -30,7 +30,7 @@ struct Message {
     std::uint64_t timestamp = 0;
     std::uint8_t retain = 0;  ///< 1 when the broker had kept the message
     std::vector<std::uint8_t> payload;
-    std::uint8_t duplicate = 0;  ///< 1 when the broker sent the message again
+    std::uint8_t duplicate = 0;  ///< 1 when it is known to be delivered again
 };
 
 /// Receives the messages of a subscription.
