@@ -163,7 +163,9 @@ void MqttConnection::open(const std::atomic<bool>& abandoned) {
 }
 
 bool MqttConnection::loop(milliseconds timeout) {
-    if (!tcp_socket::is_readable(socket())) drained = steady_clock::now();
+    // The time from before the look: a process is put to sleep at the end of a system call.
+    const auto now = steady_clock::now();
+    if (!tcp_socket::is_readable(socket())) drained = now;
     tcp_socket::acknowledge_at_once(socket());
     errno = 0;
     last_result = mosquitto_loop(handle.get(), static_cast<int>(timeout.count()), 1);
