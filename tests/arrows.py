@@ -5,26 +5,34 @@ import pathlib
 import re
 import sys
 
-# Room -> what it may include besides its own files: rooms, or single headers of a room.
+# Room -> the rooms that it may use besides itself. Rooms may lie in rooms.
 ALLOWED = {
     "platform": set(),
-    "wire": {"platform"},
-    "secstore": {"platform"},
+    "protocol": {"platform"},
+    "lapi_mqtt/logging": {"platform"},
+    "lapi_mqtt/config": {"lapi_mqtt/logging", "platform"},
+    "lapi_mqtt/mqtt": {"lapi_mqtt/config", "platform", "protocol"},
+    "lapi_mqtt/transport": {"lapi_mqtt/config", "lapi_mqtt/logging", "lapi_mqtt/mqtt", "platform", "protocol"},
+    "lapi_mqtt/sysparam": {"platform", "protocol"},
+    "lapi_mqtt": {"lapi_mqtt/sysparam", "lapi_mqtt/transport"},
+    "secstore": {"platform", "protocol"},
     "topic_printer": {"platform"},
-    "commands": {"secstore", "platform"},
-    "main": {"commands", "platform"},
-    "monitor": {"topic_printer", "platform", "main/options", "main/startup",
-                "main/build_description"},
-    "lapi_mqtt": {"platform", "wire"},
-    "unit": {"platform", "wire", "secstore/topics", "main/startup", "main/build_description"},
+    "dump": {"platform"},
+    "program": {"platform"},
+    "commands": {"dump", "platform", "program", "secstore"},
+    "main": {"commands", "platform", "program"},
+    "monitor": {"platform", "program", "topic_printer"},
+    "unit": {"dump", "platform", "program", "protocol"},
 }
+PROGRAMS = {"main", "monitor", "unit"}
 
 # Foreign header or target -> the rooms that may use it.
 FOREIGN = {
-    r"(?i)mosquitto": {"lapi_mqtt"},
+    r"(?i)mosquitto": {"lapi_mqtt/mqtt"},
     r"sqlite3?\b|SQLite": {"unit"},
-    r"google/protobuf|protobuf::|\.pb\.h$": {"platform", "wire", "lapi_mqtt", "unit"},
-    r"ecu::lapi$": {"main", "monitor", "unit"},
+    r"google/protobuf|protobuf::": {"platform", "protocol", "lapi_mqtt/sysparam", "unit"},
+    r"sysparam\.pb\.h$|sysparam_messages$": {"protocol", "lapi_mqtt/sysparam", "unit"},
+    r"ecu::lapi$": PROGRAMS,
 }
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^">]+)[">]')
@@ -32,54 +40,50 @@ COMMAND = re.compile(r"\b(\w+)\s*\(([^()]*(?:\$<[^()]*>[^()]*)*)\)")
 SCOPES = {"PRIVATE", "PUBLIC", "INTERFACE"}
 
 
-def room_of_include(name, room):
-    """The room whose header `name` is; None for a header from outside src/."""
+def room_of(name):
+    """The innermost room that a path below src/ lies in; None outside of them."""
+    inner = name.rpartition("/")[0]
+    while inner:
+        if inner in ALLOWED:
+            return inner
+        inner = inner.rpartition("/")[0]
+    return None
+
+
+def room_of_include(name):
     if name.startswith("ecu/lapi/") or name == "system_parameter_entry.pb.h":
         return "platform"
-    if name == "sysparam.pb.h":
-        return "wire"
-    first = name.split("/")[0]
-    return first if first in ALLOWED and "/" in name else None
+    return "protocol" if name == "sysparam.pb.h" else room_of(name)
 
 
-def may(room, target_room, header=""):
-    return (target_room in (None, room) or target_room in ALLOWED[room]
-            or header.rsplit(".", 1)[0] in ALLOWED[room])
+def may(room, target):
+    return target in (None, room) or target in ALLOWED.get(room, ())
 
 
 def foreign_fault(room, name):
-    return any(re.search(pattern, name) and room not in rooms
-               for pattern, rooms in FOREIGN.items())
+    return any(re.search(pattern, name) and room not in rooms for pattern, rooms in FOREIGN.items())
 
 
 def include_faults(src):
-    for path in sorted(p for p in src.rglob("*") if re.search(r"\.(cpp|h|cpp\.in|h\.in)$", p.name)):
-        room = path.relative_to(src).parts[0]
+    for path in sorted(p for p in src.rglob("*") if p.suffix in (".cpp", ".h")):
+        room = room_of(path.relative_to(src).as_posix())
         for number, line in enumerate(path.read_text().splitlines(), 1):
             found = INCLUDE.match(line)
-            if not found:
-                continue
-            name = found.group(1)
-            record = name == "system_parameter_entry.pb.h"  # the platform's own record
-            if room not in ALLOWED or not may(room, room_of_include(name, room), name) or (
-                    not record and foreign_fault(room, name)):
+            if found and (room is None or not may(room, room_of_include(found[1])) or foreign_fault(room, found[1])):
                 yield f"{path}:{number}: {line.strip()}"
 
 
 def commands_of(path):
     text = re.sub(r"#.*", lambda m: " " * len(m.group()), path.read_text())
     for found in COMMAND.finditer(text):
-        number = text.count("\n", 0, found.start()) + 1
-        yield number, found.group(1), found.group(2).split()
+        yield text.count("\n", 0, found.start()) + 1, found[1], found[2].split()
 
 
 def link_faults(src):
     """Links between targets, each target belonging to the room that defines it."""
     links, room_of_target = [], {}
-    for path in sorted(src.rglob("CMakeLists.txt")):
-        room = path.relative_to(src).parts[0]
-        if path.parent == src:
-            continue
+    for path in sorted(src.glob("*/**/CMakeLists.txt")):
+        room = room_of(path.relative_to(src).as_posix())
         for number, command, words in commands_of(path):
             if command in ("add_library", "add_executable", "korvid_room", "korvid_proto"):
                 room_of_target[words[0]] = room
@@ -91,15 +95,12 @@ def link_faults(src):
                 continue
             links += [(path, number, room, name) for name in linked if name not in SCOPES]
     for path, number, room, name in links:
-        # monitor and unit share a few files of main's: the library that holds them, and no other.
-        if not may(room, room_of_target.get(name), "main/" + name.replace("main_", "")) or (
-                foreign_fault(room, name)):
+        if not may(room, room_of_target.get(name)) or foreign_fault(room, name):
             yield f"{path}:{number}: {room} links {name}"
 
 
 def main():
-    src = pathlib.Path(sys.argv[1] if len(sys.argv) > 1
-                       else pathlib.Path(__file__).parent.parent / "src")
+    src = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent / "src")
     if not any(src.rglob("*.cpp")) or not any(src.glob("*/CMakeLists.txt")):
         sys.exit(f"{src} holds no rooms")
     faults = [*include_faults(src), *link_faults(src)]

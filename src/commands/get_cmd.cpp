@@ -5,6 +5,7 @@
 
 #include "commands/otaid.h"
 #include "commands/print_sysparam.h"
+#include "commands/sysparams.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 
@@ -39,7 +40,7 @@ bool print_one(ISystemParameterClient& sysparams, const std::string& argument) {
 
 bool GetCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
                      const std::vector<std::string>& args) const {
-    const auto sysparams = ecu::lapi::var::create_sysparams_client(client);
+    const auto sysparams = create_sysparams(client);
     if (args.empty()) return print_all(*sysparams);
     bool all_printed = true;
     for (const auto& argument : args) all_printed = print_one(*sysparams, argument) && all_printed;

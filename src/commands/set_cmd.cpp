@@ -6,6 +6,7 @@
 
 #include "commands/interpretation.h"
 #include "commands/otaid.h"
+#include "commands/sysparams.h"
 #include "ecu/lapi/var.h"
 
 namespace commands {
@@ -55,7 +56,7 @@ bool write(ecu::lapi::var::ISystemParameterClient& sysparams,
 
 bool SetCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
                      const std::vector<std::string>& args) const {
-    const auto sysparams = ecu::lapi::var::create_sysparams_client(client);
+    const auto sysparams = create_sysparams(client);
     auto parameters = sysparams->get_parameters(0);
     if (args.empty()) {
         std::cerr << "Nothing to set..., you are doing it wrong!\n"

@@ -1,17 +1,20 @@
 #include <malloc.h>
+#include <unistd.h>
 
 #include <iostream>
 
 #include "main/run.h"
-#include "main/startup.h"
+#include "program/startup.h"
 
 namespace {
 
 /// A full read prints some hundred bytes a parameter; small writes would cost as much as the rest.
+/// On a terminal each block is to be seen when it is printed.
 void widen_standard_output() {
     static char buffer[64 * 1024];
     std::ios::sync_with_stdio(false);
     std::cout.rdbuf()->pubsetbuf(buffer, sizeof buffer);
+    if (isatty(STDOUT_FILENO) != 0) std::cout << std::unitbuf;
 }
 
 /// A full read fills the heap with small pieces. Room is asked for in few large steps; it takes no

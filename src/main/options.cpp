@@ -3,9 +3,8 @@
 #include <getopt.h>
 
 #include <cstdlib>
-#include <iostream>
 
-#include "main/build_description.h"
+#include "program/options.h"
 
 std::string opt_loglevel = "WARNING";
 std::string opt_host;
@@ -28,7 +27,7 @@ constexpr option LONG_OPTIONS[] = {
 };
 
 /// Takes one option; false when it ends the parsing.
-bool take_option(int letter, const char* program) {
+bool take_option(int letter) {
     switch (letter) {
         case 'H':
             opt_host = optarg;
@@ -52,7 +51,7 @@ bool take_option(int letter, const char* program) {
             opt_timestamp = true;
             return true;
         case 'v':
-            version(program);
+            version();
             std::exit(0);
         default:
             return false;
@@ -61,16 +60,16 @@ bool take_option(int letter, const char* program) {
 
 }  // namespace
 
-bool parse_opts(int argc, char** argv, std::vector<std::string>& args, const char* program) {
+bool parse_opts(int argc, char** argv, std::vector<std::string>& args) {
     int index = 0;
     int letter = 0;
     while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, LONG_OPTIONS, &index)) != -1) {
-        if (!take_option(letter, program)) return false;
+        if (!take_option(letter)) return false;
     }
     while (optind < argc) args.emplace_back(argv[optind++]);
     return true;
 }
 
-void version(const char* program) {
-    std::cerr << program << ": " << build_description << std::endl;
+void version() {
+    write_version(PROGRAM_NAME);
 }

@@ -16,10 +16,9 @@ extern bool opt_qos;
 extern bool opt_timestamp;
 
 /// Takes the options and appends the other arguments to `args`. Returns false when the usage is to
-/// be shown: for -h, an unknown option or a missing argument. -v writes the version of `program`
-/// and ends the process with status 0.
-bool parse_opts(int argc, char** argv, std::vector<std::string>& args,
-                const char* program = PROGRAM_NAME);
+/// be shown: for -h, an unknown option or a missing argument. -v writes the version and ends the
+/// process with status 0.
+bool parse_opts(int argc, char** argv, std::vector<std::string>& args);
 
 /// Writes the version line to standard error.
-void version(const char* program = PROGRAM_NAME);
+void version();

@@ -5,17 +5,19 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "commands/get_cmd.h"
 #include "commands/registry.h"
+#include "commands/sysparams.h"
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 #include "main/options.h"
-#include "main/startup.h"
 #include "main/usage.h"
+#include "program/startup.h"
 
 namespace {
 
@@ -36,17 +38,11 @@ struct Connection {
     std::shared_ptr<var::ISystemParameterClient> sysparams;
 };
 
-bool fail(const char* what) {
-    std::cerr << PROGRAM_NAME << ": " << what << std::endl;
-    return false;
-}
-
 bool open(Connection& connection) {
-    connection.configuration = load_configuration(PROGRAM_NAME, opt_loglevel, opt_host, opt_port);
+    connection.configuration = load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
     connection.client = com::create_client(connection.configuration, com::TransportType::mqtt);
-    if (!connection.client) return fail("no transport client could be created");
-    connection.sysparams = var::create_sysparams_client(connection.client);
-    if (!connection.sysparams) return fail("no system-parameter client could be created");
+    if (!connection.client) throw std::runtime_error("no transport client could be created");
+    connection.sysparams = commands::create_sysparams(connection.client);
     connection.client->connect();
     connection.client->start();
     return true;

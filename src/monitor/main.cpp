@@ -1,5 +1,5 @@
-#include "main/startup.h"
 #include "monitor/run.h"
+#include "program/startup.h"
 
 int main(int argc, char** argv) {
     secure_standard_streams();

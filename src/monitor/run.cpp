@@ -1,15 +1,12 @@
 #include "monitor/run.h"
 
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
-#include "main/options.h"
-#include "main/startup.h"
-#include "monitor/end_signal.h"
-#include "monitor/usage.h"
+#include "monitor/options.h"
+#include "program/end_signal.h"
+#include "program/startup.h"
 #include "topic_printer/topic_printer.h"
 
 namespace {
@@ -20,26 +17,25 @@ namespace logging = ecu::lapi::logging;
 // The highest, so that each message comes with the QoS it was published at.
 constexpr int QOS = 2;
 
-std::shared_ptr<com::ITransportClient> create_client() {
-    auto configuration = load_configuration(MONITOR_NAME, opt_loglevel, opt_host, opt_port);
+std::shared_ptr<com::ITransportClient> create_client(const CommonOptions& options) {
+    auto configuration = load_configuration(MONITOR_NAME, options);
     return com::create_client(configuration, com::TransportType::mqtt);
 }
 
-void print_messages(com::ITransportClient& client, const std::vector<std::string>& topics) {
+void print_messages(com::ITransportClient& client, const MonitorOptions& options) {
     // One for all, so that a message that several filters match is printed once.
-    const auto printer = std::make_shared<TopicPrinter>(
-        DisplayFlags{opt_payload, opt_payload_size, opt_qos, opt_timestamp});
+    const auto printer = std::make_shared<TopicPrinter>(options.shown);
     client.connect();
     client.start();
-    for (const auto& topic : topics) client.subscribe(topic, QOS, printer);
+    for (const auto& topic : options.topics) client.subscribe(topic, QOS, printer);
 }
 
 }  // namespace
 
 int run_monitor(int argc, char** argv) {
     logging::set_log_mode(logging::LogMode::console);
-    std::vector<std::string> topics;
-    if (!parse_opts(argc, argv, topics, MONITOR_NAME) || topics.empty()) {
+    const auto options = parse_monitor_options(argc, argv);
+    if (!options) {
         monitor_usage();
         return 1;
     }
@@ -47,8 +43,8 @@ int run_monitor(int argc, char** argv) {
     std::shared_ptr<com::ITransportClient> client;
     bool succeeded = guarded(MONITOR_NAME, [&] {
         EndSignal end_signal;
-        client = create_client();
-        print_messages(*client, topics);
+        client = create_client(options->common);
+        print_messages(*client, *options);
         end_signal.wait();
         return true;
     });

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "ecu/lapi/logging.h"
-#include "secstore/topics.h"
+#include "protocol/topics.h"
 
 namespace {
 
@@ -65,7 +65,7 @@ public:
     }
 
 private:
-    const std::string topic = secstore::GET_TOPIC;
+    const std::string topic = protocol::SECSTORE_GET_TOPIC;
     com::ITransportClient& client;
     std::shared_ptr<SecStoreObserver> observer;
 };
@@ -89,18 +89,18 @@ const std::string& SecStore::get_data() {
 void SecStore::set_data(const std::string& new_blob) {
     const auto* bytes = reinterpret_cast<const std::uint8_t*>(new_blob.data());
     const com::Message message(std::vector<std::uint8_t>(bytes, bytes + new_blob.size()));
-    client->publish(secstore::SET_TOPIC, message);
+    client->publish(protocol::SECSTORE_SET_TOPIC, message);
     logging::write(logging::NOTICE, "Blob(", new_blob.size(), ") has been published!");
 }
 
 void SecStore::message(const std::string& topic, const com::Message& msg) {
-    if (topic == secstore::GET_TOPIC) {
+    if (topic == protocol::SECSTORE_GET_TOPIC) {
         logging::write(logging::DEBUG, "Message on GET_TOPIC, payload: ", msg.payload.size());
         // The hand-over is for once, and a flood of blobs must not cost a copy of each.
         if (handed_over.exchange(true)) return;
         blob_promise.set_value(
             std::string(reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()));
-    } else if (topic == secstore::SET_TOPIC) {
+    } else if (topic == protocol::SECSTORE_SET_TOPIC) {
         logging::write(logging::DEBUG, "Message on SET_TOPIC");
     }
 }

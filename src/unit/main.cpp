@@ -1,4 +1,4 @@
-#include "main/startup.h"
+#include "program/startup.h"
 #include "unit/run.h"
 
 int main(int argc, char** argv) {

@@ -1,103 +1,58 @@
 #include "unit/options.h"
 
-#include <getopt.h>
-
-#include <charconv>
-#include <cstdlib>
 #include <iostream>
 
-#include "main/build_description.h"
+#include "program/otaid.h"
 
 namespace unit {
 namespace {
-
-constexpr option LONG_OPTIONS[] = {
-    {"host", required_argument, nullptr, 'H'},     {"port", required_argument, nullptr, 'p'},
-    {"loglevel", required_argument, nullptr, 'l'}, {"db", required_argument, nullptr, 'd'},
-    {"import", required_argument, nullptr, 'i'},   {"read-only", required_argument, nullptr, 'r'},
-    {"broker", no_argument, nullptr, 'b'},         {"version", no_argument, nullptr, 'v'},
-    {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0},
-};
 
 bool complain(const std::string& text) {
     std::cerr << PROGRAM_NAME << ": " << text << '\n';
     return false;
 }
 
-/// The whole of `text`, as decimal or, after "0x", hexadecimal.
-std::optional<std::uint32_t> parse_otaid(const std::string& text) {
-    const bool hexadecimal = text.rfind("0x", 0) == 0;
-    const char* const begin = text.data() + (hexadecimal ? 2 : 0);
-    const char* const end = text.data() + text.size();
-    std::uint32_t otaid = 0;
-    const auto [stopped, error] = std::from_chars(begin, end, otaid, hexadecimal ? 16 : 10);
-    if (error != std::errc() || stopped != end) return std::nullopt;
-    return otaid;
-}
-
-bool take(int letter, Options& options) {
-    switch (letter) {
-        case 'H':
-            options.host = optarg;
-            return true;
-        case 'p':
-            options.port = optarg;
-            return true;
-        case 'l':
-            options.loglevel = optarg;
-            return true;
-        case 'd':
-            options.store = optarg;
-            return true;
-        case 'i':
-            options.import_from = optarg;
-            return true;
-        case 'b':
-            options.broker = true;
-            return true;
-        case 'r': {
-            const auto otaid = parse_otaid(optarg);
-            if (!otaid) return complain(std::string("'") + optarg + "' is not an OTAID");
-            options.read_only.insert(*otaid);
-            return true;
-        }
-        case 'v':
-            std::cerr << PROGRAM_NAME << ": " << build_description << std::endl;
-            std::exit(EXIT_SUCCESS);
-        default:
-            return false;
-    }
+bool add_read_only(Options& options, const std::string& text) {
+    const auto otaid = parse_whole_otaid(text);
+    if (!otaid) return complain("'" + text + "' is not an OTAID");
+    options.read_only.insert(*otaid);
+    return true;
 }
 
 bool is_consistent(const Options& options) {
-    if (!options.broker || options.host.empty() || options.host == "127.0.0.1" ||
-        options.host == "localhost") {
+    if (!options.broker || options.common.host.empty() || options.common.host == "127.0.0.1" ||
+        options.common.host == "localhost") {
         return true;
     }
-    return complain("the broker of -b runs on 127.0.0.1, not on '" + options.host + "'");
+    return complain("the broker of -b runs on 127.0.0.1, not on '" + options.common.host + "'");
 }
 
 }  // namespace
 
 std::optional<Options> parse_options(int argc, char** argv) {
     Options options;
-    for (;;) {
-        const int letter = getopt_long(argc, argv, "H:p:l:d:i:r:bvh", LONG_OPTIONS, nullptr);
-        if (letter == -1) break;
-        if (!take(letter, options)) return std::nullopt;
-    }
-    if (optind < argc) {
-        complain(std::string("unexpected argument '") + argv[optind] + "'");
+    const auto arguments = parse_command_line(
+        argc, argv, PROGRAM_NAME, options.common,
+        {
+            text_option('d', "db", options.store),
+            text_option('i', "import", options.import_from),
+            {'r', "read-only", true,
+             [&](const char* argument) { return add_read_only(options, argument); }},
+            flag_option('b', "broker", options.broker),
+        });
+    if (!arguments) return std::nullopt;
+    if (!arguments->empty()) {
+        complain("unexpected argument '" + arguments->front() + "'");
         return std::nullopt;
     }
     if (!is_consistent(options)) return std::nullopt;
-    if (options.broker) options.host = "127.0.0.1";
+    if (options.broker) options.common.host = "127.0.0.1";
     return options;
 }
 
 void usage() {
-    std::cerr << PROGRAM_NAME << ": " << build_description << R"(
-
+    write_version(PROGRAM_NAME);
+    std::cerr << R"(
 USAGE: korvid-unit [OPTIONS]
 
 Serves system parameters and the secure store from an SQLite file, through a broker.

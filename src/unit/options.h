@@ -5,23 +5,22 @@
 #include <set>
 #include <string>
 
+#include "program/options.h"
+
 namespace unit {
 
 inline constexpr char PROGRAM_NAME[] = "korvid-unit";
 
 /// The command line of korvid-unit.
 struct Options {
-    std::string host;
-    std::string port;
-    std::string loglevel = "WARNING";
+    CommonOptions common;
     std::string store = "korvid-unit.db";
     std::string import_from;  ///< empty: nothing; "-": standard input
     std::set<std::uint32_t> read_only;
     bool broker = false;
 };
 
-/// Nothing when the usage is to be shown. -v writes the version line and ends the process with
-/// status 0.
+/// Nothing when the usage is to be shown.
 std::optional<Options> parse_options(int argc, char** argv);
 
 /// Writes the usage to standard error.

@@ -3,8 +3,8 @@
 #include <stdexcept>
 
 #include "ecu/lapi/logging.h"
+#include "protocol/topics.h"
 #include "sysparam.pb.h"
-#include "wire/topics.h"
 
 namespace unit {
 namespace {
@@ -37,15 +37,15 @@ Message serialized(const google::protobuf::MessageLite& reply) {
 }  // namespace
 
 void ParameterService::start(ecu::lapi::com::ITransportClient& client) {
-    client.serve(wire::SYSPARAM_READ_TOPIC,
+    client.serve(protocol::SYSPARAM_READ_TOPIC,
                  [this](const Message& request) { return read(request); });
-    client.serve(wire::SYSPARAM_WRITE_TOPIC,
+    client.serve(protocol::SYSPARAM_WRITE_TOPIC,
                  [this](const Message& request) { return write(request); });
 }
 
 Message ParameterService::read(const Message& message) {
-    const auto request = parse<wire::ReadRequest>(message);
-    wire::ReadReply reply;
+    const auto request = parse<protocol::ReadRequest>(message);
+    protocol::ReadReply reply;
     const auto add = [&reply](Entry entry) { *reply.add_entry() = std::move(entry); };
     if (request.otaid().empty()) {
         store.for_each(add);
@@ -60,8 +60,8 @@ Message ParameterService::read(const Message& message) {
 }
 
 Message ParameterService::write(const Message& message) {
-    auto request = parse<wire::WriteRequest>(message);
-    wire::WriteReply reply;
+    auto request = parse<protocol::WriteRequest>(message);
+    protocol::WriteReply reply;
     std::vector<Entry> writable;
     for (Entry& entry : *request.mutable_entry()) {
         if (!entry.has_otaid()) throw std::runtime_error("a record without OTAID");

@@ -7,11 +7,11 @@
 #include <memory>
 #include <stdexcept>
 
+#include "dump/parse.h"
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
-#include "main/startup.h"
+#include "program/startup.h"
 #include "unit/broker_process.h"
-#include "unit/dump_parser.h"
 #include "unit/options.h"
 #include "unit/parameter_service.h"
 #include "unit/sec_store_service.h"
@@ -44,7 +44,7 @@ std::string read_all(const std::string& name) {
 
 std::vector<Entry> read_import(const std::string& name) {
     if (name.empty()) return {};
-    return parse_dump(read_all(name), name == "-" ? "standard input" : name);
+    return dump::parse(read_all(name), name == "-" ? "standard input" : name);
 }
 
 void wait_for_the_end(const sigset_t& signals, const std::unique_ptr<BrokerProcess>& broker) {
@@ -57,8 +57,7 @@ void wait_for_the_end(const sigset_t& signals, const std::unique_ptr<BrokerProce
 }
 
 bool serve(const Options& options) {
-    auto configuration =
-        load_configuration(PROGRAM_NAME, options.loglevel, options.host, options.port);
+    auto configuration = load_configuration(PROGRAM_NAME, options.common);
     const sigset_t signals = block_end_signals();
     const auto imported = read_import(options.import_from);
     Store store(options.store);

@@ -1,7 +1,7 @@
 #include "commands/getsec_cmd.h"
 #include "commands/setsec_cmd.h"
 #include "over_fake_lapi.h"
-#include "secstore/topics.h"
+#include "protocol/topics.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ TEST_F(SecstoreCommands, SetsecPublishesOneFileThatHasContent) {
     const std::string content("\0\xff\r\nx", 5);
     EXPECT_FALSE(execute(setsec, {write_file(content), path}).result);
     EXPECT_TRUE(execute(setsec, {path}).result);
-    ASSERT_EQ(lapi.calls, Strings{std::string("publish ") + secstore::SET_TOPIC});
+    ASSERT_EQ(lapi.calls, Strings{std::string("publish ") + protocol::SECSTORE_SET_TOPIC});
     const Message& message = lapi.published.front().second;
     EXPECT_EQ(std::string(message.payload.begin(), message.payload.end()), content);
     EXPECT_EQ(message.qos, 0);

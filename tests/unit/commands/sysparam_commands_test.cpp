@@ -1,6 +1,6 @@
 #include "commands/get_cmd.h"
-#include "commands/print_sysparam.h"
 #include "commands/set_cmd.h"
+#include "dump/compose.h"
 #include "over_fake_lapi.h"
 
 namespace {
@@ -9,9 +9,7 @@ class SysparamCommands : public OverFakeLapi {
 protected:
     SysparamCommands() { lapi.parameters = {{3, fake::entry(3, 1, 2, "x")}, {0x80000000U, {}}}; }
 
-    std::string block(unsigned int otaid) {
-        return commands::compose_sysparam(otaid, lapi.parameters[otaid]);
-    }
+    std::string block(unsigned int otaid) { return dump::compose(otaid, lapi.parameters[otaid]); }
 
     const commands::GetCmd get{"get"};
     const commands::SetCmd set{"set"};

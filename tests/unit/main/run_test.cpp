@@ -7,12 +7,18 @@
 #include <iostream>
 
 #include "command_line.h"
-#include "main/startup.h"
+#include "main/options.h"
 #include "over_fake_lapi.h"
+#include "program/startup.h"
 
 namespace {
 
 struct Run : OverFakeLapi {
+    Run() {
+        opt_loglevel = "WARNING";
+        opt_host = opt_port = "";
+        opt_payload = opt_payload_size = opt_qos = opt_timestamp = false;
+    }
     static Captured<int> korvid(const Strings& words) {
         return captured([&] { return invoke(run, words); });
     }

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "over_fake_lapi.h"
-#include "secstore/topics.h"
+#include "protocol/topics.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ protected:
     /// The observer that the library still holds no longer reaches the store.
     void expect_no_forwarding() {
         lapi.records.clear();
-        lapi.subscribed.at(0).second->message(secstore::GET_TOPIC, blob("late"));
+        lapi.subscribed.at(0).second->message(protocol::SECSTORE_GET_TOPIC, blob("late"));
         EXPECT_EQ(lapi.records, Strings{});
     }
 
@@ -39,7 +39,7 @@ protected:
 
 TEST_F(SecureStore, TakesABlobThatArrivesInsideTheSubscriptionAndOnlyOnce) {
     const std::string bytes("\0\xff z\0", 5);
-    deliver(secstore::GET_TOPIC, blob(bytes));
+    deliver(protocol::SECSTORE_GET_TOPIC, blob(bytes));
     const auto start = steady_clock::now();
     EXPECT_EQ(store->get_data(), bytes);
     EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
@@ -52,7 +52,7 @@ TEST_F(SecureStore, TakesABlobThatArrivesInsideTheSubscriptionAndOnlyOnce) {
 }
 
 TEST_F(SecureStore, GivesUpAfterTenSeconds) {
-    deliver(secstore::SET_TOPIC, blob("not for us"));
+    deliver(protocol::SECSTORE_SET_TOPIC, blob("not for us"));
     const auto start = steady_clock::now();
     EXPECT_EQ(store->get_data(), "");
     const auto waited = steady_clock::now() - start;
@@ -94,7 +94,7 @@ TEST_F(SecureStore, IsReachedWhileItWaitsAndNotOnceItIsGone) {
 }
 
 TEST_F(SecureStore, LeavesNothingBehindWhenTheLibraryThrows) {
-    deliver(secstore::GET_TOPIC, blob("kept"));
+    deliver(protocol::SECSTORE_GET_TOPIC, blob("kept"));
     lapi.errors[BOTH.back()] = "gone";
     EXPECT_EQ(store->get_data(), "kept");
     expect_no_forwarding();

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <memory>
+
+#include "ecu/lapi/var.h"
+
+namespace commands {
+
+/// A system-parameter client over `client`, which it shares. Throws std::runtime_error when the
+/// platform gives none.
+std::shared_ptr<ecu::lapi::var::ISystemParameterClient> create_sysparams(
+    const std::shared_ptr<ecu::lapi::com::ITransportClient>& client);
+
+}  // namespace commands

@@ -1,0 +1,133 @@
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <utility>
+
+#include "ecu/lapi/config.h"
+#include "ecu/lapi/logging.h"
+#include "lapi_mqtt/config/config_file.h"
+#include "lapi_mqtt/config/settings.h"
+
+extern char** environ;
+
+namespace ecu::lapi::config {
+namespace {
+
+constexpr char DEFAULT_FILE[] = "/etc/ecu/lapi.conf";
+constexpr char FILE_VARIABLE[] = "ECU_LAPI_CONFIG";
+constexpr char VARIABLE_PREFIX[] = "ECU_LAPI_";
+
+const std::map<std::string, std::string> DEFAULT_VALUES = {
+    {"host", "127.0.0.1"},
+    {"port", "1883"},
+    {"connect_timeout_ms", "3000"},
+    {"request_timeout_ms", "5000"},
+};
+
+std::string lower_case(std::string text) {
+    for (char& character : text) {
+        if (character >= 'A' && character <= 'Z') character = static_cast<char>(character | 0x20);
+    }
+    return text;
+}
+
+}  // namespace
+
+Configuration::Configuration() : values(DEFAULT_VALUES) {
+    const char* const named = std::getenv(FILE_VARIABLE);
+    if (named != nullptr) {
+        load_file(named, true);
+    } else {
+        load_file(DEFAULT_FILE, false);
+    }
+    load_environment();
+}
+
+std::string& Configuration::operator[](const std::string& key) {
+    origins.erase(key);  // from here on the value is the program's own
+    return values[key];
+}
+
+std::string Configuration::get(const std::string& key) const {
+    const auto found = values.find(key);
+    return found == values.end() ? std::string() : found->second;
+}
+
+void Configuration::load_file(const std::string& path, bool must_exist) {
+    errno = 0;
+    std::ifstream file(path);
+    if (!file.is_open() && errno == ENOENT && !must_exist) return;
+    lapi_mqtt::ConfigFile content;
+    if (file.is_open()) content = lapi_mqtt::parse_config(file);
+    if (!file.is_open() || file.bad()) {
+        load_complaints.push_back(path +
+                                  ": cannot read the configuration: " + std::strerror(errno));
+        return;
+    }
+    const auto place = [&path](int line) { return path + ":" + std::to_string(line); };
+    for (const auto& fault : content.faults) {
+        load_complaints.push_back(place(fault.line) + ": " + fault.cause);
+    }
+    for (const auto& entry : content.entries) take(entry.key, entry.value, place(entry.line));
+}
+
+void Configuration::load_environment() {
+    const std::string prefix = VARIABLE_PREFIX;
+    for (char** variable = environ; *variable != nullptr; ++variable) {
+        const std::string text = *variable;
+        const auto equals = text.find('=');
+        if (text.compare(0, prefix.size(), prefix) != 0 || equals == std::string::npos) continue;
+        const std::string name = text.substr(0, equals);
+        if (name == FILE_VARIABLE) continue;
+        take(lower_case(name.substr(prefix.size())), text.substr(equals + 1), name);
+    }
+}
+
+void Configuration::take(const std::string& key, const std::string& value,
+                         const std::string& origin) {
+    if (lapi_mqtt::setting_keys().count(key) == 0) {
+        load_complaints.push_back(origin + ": unknown key '" + key + "'");
+        return;
+    }
+    values[key] = value;
+    origins[key] = origin;
+}
+
+std::vector<std::string> Configuration::complaints() const {
+    std::vector<std::string> found = load_complaints;
+    const auto complain = [&](const std::string& key, const std::string& cause) {
+        const auto origin = origins.find(key);
+        found.push_back((origin == origins.end() ? "" : origin->second + ": ") + key + ": " +
+                        cause);
+    };
+    for (const auto& [key, value] : values) {
+        if (lapi_mqtt::setting_keys().count(key) == 0) {
+            complain(key, "unknown key");
+        } else if (const auto fault = lapi_mqtt::setting_fault(key, value)) {
+            complain(key, *fault);
+        }
+    }
+    if (values.count("client_name") == 0) complain("client_name", "missing value");
+    // A setting that has no effect without another one is an oversight worth a word.
+    const std::pair<const char*, const char*> needs[] = {
+        {"password_file", "username"},
+        {"cert_file", "key_file"},
+        {"key_file", "cert_file"},
+        {"cert_file", "ca_file"},
+    };
+    for (const auto& [key, needed] : needs) {
+        if (values.count(key) != 0 && values.count(needed) == 0) {
+            complain(key, std::string("needs a value for ") + needed);
+        }
+    }
+    return found;
+}
+
+bool Configuration::verify() const {
+    const auto found = complaints();
+    for (const auto& complaint : found) logging::write(logging::ERROR, complaint);
+    return found.empty();
+}
+
+}  // namespace ecu::lapi::config

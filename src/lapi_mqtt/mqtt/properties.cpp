@@ -1,0 +1,158 @@
+#include "lapi_mqtt/mqtt/properties.h"
+
+#include <mosquitto.h>
+#include <mqtt_protocol.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+
+#include "lapi_mqtt/mqtt/error.h"
+#include "protocol/request.h"
+
+namespace lapi_mqtt {
+namespace {
+
+struct Free {
+    void operator()(void* memory) const { std::free(memory); }
+};
+template <typename Value>
+using CPointer = std::unique_ptr<Value, Free>;
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+/// A property's text has to be UTF-8 without control characters, whatever a cause was written in.
+std::string printable(std::string text) {
+    constexpr std::size_t MOST = 1000;
+    text.resize(std::min(text.size(), MOST));
+    std::replace_if(
+        text.begin(), text.end(), [](char character) { return character < ' ' || character > '~'; },
+        '?');
+    return text;
+}
+
+std::string read_text(const mqtt5__property* list, int identifier) {
+    char* text = nullptr;
+    if (mosquitto_property_read_string(list, identifier, &text, false) == nullptr) return {};
+    const CPointer<char> owned(text);
+    return text;
+}
+
+std::string read_binary(const mqtt5__property* list, int identifier) {
+    void* bytes = nullptr;
+    std::uint16_t size = 0;
+    if (mosquitto_property_read_binary(list, identifier, &bytes, &size, false) == nullptr) {
+        return {};
+    }
+    const CPointer<void> owned(bytes);
+    return {static_cast<const char*>(bytes), size};
+}
+
+std::optional<std::string> read_user_property(const mqtt5__property* list,
+                                              const std::string& wanted) {
+    bool skip_first = false;
+    for (;;) {
+        char* name = nullptr;
+        char* value = nullptr;
+        list = mosquitto_property_read_string_pair(list, MQTT_PROP_USER_PROPERTY, &name, &value,
+                                                   skip_first);
+        if (list == nullptr) return std::nullopt;
+        const CPointer<char> owned_name(name);
+        const CPointer<char> owned_value(value);
+        if (wanted == name) return std::string(value);
+        skip_first = true;
+    }
+}
+
+/// Message expiry is in whole seconds, so that the exact time travels beside it.
+std::optional<milliseconds> read_timeout(const mqtt5__property* list) {
+    std::uint32_t expiry_s = 0;
+    const bool expires = mosquitto_property_read_int32(list, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+                                                       &expiry_s, false) != nullptr;
+    const auto text = read_user_property(list, protocol::TIMEOUT_PROPERTY).value_or("");
+    std::uint32_t timeout_ms = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), timeout_ms);
+    if (error == std::errc() && end == text.data() + text.size()) return milliseconds(timeout_ms);
+    if (expires) return seconds(expiry_s);
+    return std::nullopt;
+}
+
+std::vector<std::uint32_t> read_identifiers(const mqtt5__property* list) {
+    std::vector<std::uint32_t> identifiers;
+    bool skip_first = false;
+    for (;;) {
+        std::uint32_t identifier = 0;
+        list = mosquitto_property_read_varint(list, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, &identifier,
+                                              skip_first);
+        if (list == nullptr) return identifiers;
+        identifiers.push_back(identifier);
+        skip_first = true;
+    }
+}
+
+}  // namespace
+
+void PropertyListDeleter::operator()(mqtt5__property* list) const {
+    mosquitto_property_free_all(&list);
+}
+
+PropertyList subscription_list(std::uint32_t identifier) {
+    mosquitto_property* head = nullptr;
+    const int result =
+        mosquitto_property_add_varint(&head, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, identifier);
+    PropertyList list(head);
+    check_result(result);
+    return list;
+}
+
+PropertyList to_list(const PublishProperties& properties) {
+    mosquitto_property* head = nullptr;
+    int result = MOSQ_ERR_SUCCESS;
+    const auto add = [&result](auto function, auto... arguments) {
+        if (result == MOSQ_ERR_SUCCESS) result = function(arguments...);
+    };
+    if (!properties.response_topic.empty()) {
+        add(mosquitto_property_add_string, &head, MQTT_PROP_RESPONSE_TOPIC,
+            properties.response_topic.c_str());
+    }
+    if (!properties.correlation_data.empty()) {
+        add(mosquitto_property_add_binary, &head, MQTT_PROP_CORRELATION_DATA,
+            properties.correlation_data.data(),
+            static_cast<std::uint16_t>(properties.correlation_data.size()));
+    }
+    if (!properties.content_type.empty()) {
+        add(mosquitto_property_add_string, &head, MQTT_PROP_CONTENT_TYPE,
+            properties.content_type.c_str());
+    }
+    if (properties.timeout) {
+        add(mosquitto_property_add_int32, &head, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+            static_cast<std::uint32_t>(std::chrono::ceil<seconds>(*properties.timeout).count()));
+    }
+    if (properties.timeout && !properties.response_topic.empty()) {  // a request
+        add(mosquitto_property_add_string_pair, &head, MQTT_PROP_USER_PROPERTY,
+            protocol::TIMEOUT_PROPERTY, std::to_string(properties.timeout->count()).c_str());
+    }
+    if (properties.error) {
+        const std::string text = printable(*properties.error);
+        add(mosquitto_property_add_string_pair, &head, MQTT_PROP_USER_PROPERTY,
+            protocol::ERROR_PROPERTY, text.c_str());
+    }
+    PropertyList list(head);
+    check_result(result);
+    return list;
+}
+
+PublishProperties from_list(const mqtt5__property* list) {
+    PublishProperties properties;
+    if (list == nullptr) return properties;
+    properties.response_topic = read_text(list, MQTT_PROP_RESPONSE_TOPIC);
+    properties.correlation_data = read_binary(list, MQTT_PROP_CORRELATION_DATA);
+    properties.content_type = read_text(list, MQTT_PROP_CONTENT_TYPE);
+    properties.timeout = read_timeout(list);
+    properties.error = read_user_property(list, protocol::ERROR_PROPERTY);
+    properties.subscription_identifiers = read_identifiers(list);
+    return properties;
+}
+
+}  // namespace lapi_mqtt

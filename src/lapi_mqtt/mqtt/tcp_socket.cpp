@@ -1,0 +1,52 @@
+#include "lapi_mqtt/mqtt/tcp_socket.h"
+
+#include <linux/tcp.h>  // not <netinet/tcp.h>: its tcp_info ends before the byte counts
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace lapi_mqtt::tcp_socket {
+namespace {
+
+/// A refused option only costs time or patience, so results are not looked at.
+void set_option(int socket, int level, int option, int value) {
+    static_cast<void>(setsockopt(socket, level, option, &value, sizeof value));
+}
+
+}  // namespace
+
+void give_up_after(int socket, std::chrono::milliseconds patience) {
+    constexpr int PROBE_AFTER_S = 30;
+    constexpr int PROBE_EVERY_S = 10;
+    set_option(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(patience.count()));
+    set_option(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    set_option(socket, IPPROTO_TCP, TCP_KEEPIDLE, PROBE_AFTER_S);
+    set_option(socket, IPPROTO_TCP, TCP_KEEPINTVL, PROBE_EVERY_S);
+}
+
+void acknowledge_at_once(int socket) {
+    set_option(socket, IPPROTO_TCP, TCP_QUICKACK, 1);
+}
+
+std::uint64_t bytes_moved(int socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return 0;
+    return info.tcpi_bytes_acked + info.tcpi_bytes_received;
+}
+
+bool is_readable(int socket) {
+    pollfd descriptor{socket, POLLIN, 0};
+    return poll(&descriptor, 1, 0) > 0;
+}
+
+bool is_closed_by_peer(int socket) {
+    char byte = 0;
+    return recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+}
+
+void shut_down(int socket) {
+    static_cast<void>(shutdown(socket, SHUT_RDWR));
+}
+
+}  // namespace lapi_mqtt::tcp_socket

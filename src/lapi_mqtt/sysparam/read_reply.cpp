@@ -1,0 +1,58 @@
+#include "lapi_mqtt/sysparam/read_reply.h"
+
+#include <google/protobuf/io/coded_stream.h>
+#include <google/protobuf/wire_format_lite.h>
+
+#include "sysparam.pb.h"
+
+namespace lapi_mqtt {
+namespace {
+
+using ecu::lapi::var::ParameterMap;
+using google::protobuf::internal::WireFormatLite;
+using google::protobuf::io::CodedInputStream;
+using Entry = ecu::lapi::pb::SystemParameterEntry;
+
+constexpr std::uint32_t ENTRY_TAG = WireFormatLite::MakeTag(
+    protocol::ReadReply::kEntryFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
+constexpr std::uint32_t COUNT_TAG = WireFormatLite::MakeTag(protocol::ReadReply::kCountFieldNumber,
+                                                            WireFormatLite::WIRETYPE_VARINT);
+
+/// False when the record is malformed, names no OTAID, or one that is there already.
+bool read_record(CodedInputStream& input, ParameterMap& parameters) {
+    int size = 0;
+    if (!input.ReadVarintSizeAsInt(&size)) return false;
+    const auto limit = input.PushLimit(size);
+    if (input.BytesUntilLimit() != size) return false;
+    Entry entry;
+    if (!entry.MergeFromCodedStream(&input) || !input.ConsumedEntireMessage()) return false;
+    input.PopLimit(limit);
+    if (!entry.has_otaid()) return false;
+    // Replies are in ascending order, so that a record's place is mostly the end.
+    const auto known = parameters.size();
+    parameters.try_emplace(parameters.end(), entry.otaid(), std::move(entry));
+    return parameters.size() > known;
+}
+
+}  // namespace
+
+std::optional<ParameterMap> decode_read_reply(const std::vector<std::uint8_t>& payload) {
+    CodedInputStream input(payload.data(), static_cast<int>(payload.size()));
+    ParameterMap parameters;
+    std::optional<std::uint32_t> count;
+    while (const std::uint32_t tag = input.ReadTag()) {
+        std::uint32_t number = 0;
+        if (tag == ENTRY_TAG) {
+            if (!read_record(input, parameters)) return std::nullopt;
+        } else if (tag == COUNT_TAG) {
+            if (!input.ReadVarint32(&number)) return std::nullopt;
+            count = number;
+        } else if (!WireFormatLite::SkipField(&input, tag)) {
+            return std::nullopt;
+        }
+    }
+    if (!input.ConsumedEntireMessage() || count != parameters.size()) return std::nullopt;
+    return parameters;
+}
+
+}  // namespace lapi_mqtt

@@ -1,0 +1,42 @@
+#include "program/end_signal.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+
+namespace {
+
+[[noreturn]] void fail(const char* step) {
+    throw std::system_error(errno, std::generic_category(), step);
+}
+
+}  // namespace
+
+EndSignal::EndSignal() : signals() {
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    descriptor = signalfd(-1, &signals, SFD_CLOEXEC);
+    if (descriptor < 0) fail("signalfd");
+}
+
+EndSignal::~EndSignal() {
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+    close(descriptor);
+}
+
+void EndSignal::wait() {
+    // No events are asked for: what is waited for on standard output is only its hang-up.
+    pollfd watched[] = {{descriptor, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+    while (poll(watched, 2, -1) < 0) {
+        if (errno != EINTR) fail("poll");
+    }
+    signalfd_siginfo received;
+    if (watched[0].revents != 0 && read(descriptor, &received, sizeof received) < 0) fail("read");
+}

@@ -1,0 +1,60 @@
+#include "program/startup.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+
+#include "ecu/lapi/logging.h"
+
+namespace logging = ecu::lapi::logging;
+
+void secure_standard_streams() {
+    std::signal(SIGPIPE, SIG_IGN);
+    int lowest_free = 0;
+    do {
+        lowest_free = open("/dev/null", O_RDWR | O_CLOEXEC);
+    } while (lowest_free >= 0 && lowest_free <= STDERR_FILENO);
+    if (lowest_free > STDERR_FILENO) close(lowest_free);
+}
+
+std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::string& client_name,
+                                                                     const CommonOptions& options) {
+    auto configuration = std::make_unique<ecu::lapi::config::Configuration>();
+    (*configuration)["client_name"] = client_name;
+    logging::configure_logging(options.loglevel);
+    if (!configuration->verify()) {
+        logging::write(logging::ERROR, "Configuration verification failed!");
+        std::exit(1);
+    }
+    if (!options.host.empty()) (*configuration)["host"] = options.host;
+    if (!options.port.empty()) (*configuration)["port"] = options.port;
+    return configuration;
+}
+
+bool guarded(const std::string& program, const std::function<bool()>& step) {
+    try {
+        return step();
+    } catch (const std::exception& error) {
+        std::cerr << program << ": " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << program << ": an error of an unknown kind" << std::endl;
+    }
+    return false;
+}
+
+bool close_connection(const std::string& program, ecu::lapi::com::ITransportClient& client) {
+    const auto disconnect = [&client] {
+        client.disconnect();
+        return true;
+    };
+    const auto stop = [&client] {
+        client.stop();
+        return true;
+    };
+    const bool disconnected = guarded(program, disconnect);
+    return guarded(program, stop) && disconnected;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "ecu/lapi/com.h"
+#include "ecu/lapi/config.h"
+#include "program/options.h"
+
+/// Steps that the programs share.
+
+/// Opens /dev/null in place of each standard stream that the process was started without, so that
+/// no connection to the broker gets its number; lets a reader of standard output go away without
+/// ending the process. Call it first.
+void secure_standard_streams();
+
+/// The verified configuration of the program `client_name`, with the options' host and port in
+/// place of the configured ones unless they are empty; sets the log level. Ends the process with
+/// status 1 when the configuration does not verify.
+std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::string& client_name,
+                                                                     const CommonOptions& options);
+
+/// Runs a step of `program` and returns its result; an exception counts as false and becomes one
+/// line on standard error.
+bool guarded(const std::string& program, const std::function<bool()>& step);
+
+/// Disconnects and stops the client; returns whether both went well. A failure is reported as
+/// `guarded` does.
+bool close_connection(const std::string& program, ecu::lapi::com::ITransportClient& client);

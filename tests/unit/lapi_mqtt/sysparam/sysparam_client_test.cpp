@@ -1,0 +1,120 @@
+#include "lapi_mqtt/sysparam/sysparam_client.h"
+
+#include <gmock/gmock.h>
+
+#include "fakes/requests_only.h"
+
+namespace {
+
+using ecu::lapi::com::TransportError;
+using testing::HasSubstr;
+using testing::Pair;
+using testing::ThrowsMessage;
+
+std::vector<std::uint8_t> bytes(const std::string& hex) {
+    std::vector<std::uint8_t> out;
+    for (std::size_t at = 0; at < hex.size(); at += 3) {
+        out.push_back(static_cast<std::uint8_t>(std::stoi(hex.substr(at, 2), nullptr, 16)));
+    }
+    return out;
+}
+
+/// Takes requests and gives the replies of a script.
+struct ScriptedService : fake::RequestsOnly {
+    Message request(const std::string& topic, const Message& message) override {
+        requests.emplace_back(topic, message.payload);
+        if (replies.empty()) throw TransportError(failure, "cause");
+        const Message answer(bytes(replies.front()));
+        replies.erase(replies.begin());
+        return answer;
+    }
+    std::vector<std::string> replies;
+    TransportError::Kind failure = TransportError::Kind::unanswered;
+    std::vector<std::pair<std::string, std::vector<std::uint8_t>>> requests;
+};
+
+// Encoded by hand: the record 288 with DID 255, XCPID 10 and the data "Hi"; the record
+// 4294967295 with nothing but its OTAID.
+const std::string HI = "0a 0c 08 a0 02 10 ff 01 18 0a 22 02 48 69";
+const std::string LAST = "0a 06 08 ff ff ff ff 0f";
+
+struct ParameterClient : testing::Test {
+    std::shared_ptr<ScriptedService> service = std::make_shared<ScriptedService>();
+    lapi_mqtt::SysparamClient client{service};
+};
+
+TEST_F(ParameterClient, SpeaksTheBytesOfAnotherEncoder) {
+    service->replies = {LAST + " " + HI + " 10 02", HI + " 10 01", "10 00"};
+    const auto parameters = client.get_parameters(0);
+    ASSERT_EQ(parameters.size(), 2U);
+    const auto& hi = parameters.at(288);
+    EXPECT_EQ(std::tuple(hi.did(), hi.xcpid(), hi.data()), std::tuple(255U, 10U, "Hi"));
+    EXPECT_FALSE(parameters.at(4294967295).has_data());
+    EXPECT_TRUE(client.get_parameter(288, 0).first);
+    EXPECT_FALSE(client.get_parameter(0xffffffff, 0).first);
+    const std::string topic = "system/vard/sysparam/read";
+    EXPECT_THAT(service->requests,
+                testing::ElementsAre(Pair(topic, bytes("")), Pair(topic, bytes("0a 02 a0 02")),
+                                     Pair(topic, bytes("0a 05 ff ff ff ff 0f"))));
+}
+
+TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
+    const std::string malformed[] = {
+        "",                         // nothing
+        HI,                         // cut before the count
+        HI + " 10 02",              // a record is missing
+        HI + " " + HI + " 10 02",   // a record twice
+        "0a 0c 08 a0 02 10 ff 01",  // cut inside a record
+        "0a ff ff ff ff 0f 08",     // a length beyond the end
+        "0a 02 22 05 10 01",        // a length beyond its record
+        "10 00 00",                 // a field number of 0
+        LAST + " 10 01",            // whole, but another parameter
+    };
+    for (const auto& reply : malformed) {
+        service->replies = {reply, reply};
+        const auto malformed_reply = ThrowsMessage<TransportError>(HasSubstr("malformed"));
+        EXPECT_THAT([this] { client.get_parameter(288, 0); }, malformed_reply) << reply;
+        if (reply == LAST + " 10 01") continue;
+        EXPECT_THAT([this] { client.get_parameters(0); }, malformed_reply) << reply;
+    }
+}
+
+TEST_F(ParameterClient, SendsOnlyTheFieldsThatDiffer) {
+    service->replies = {HI + " " + LAST + " 10 02", "10 02", HI + " 10 01"};
+    auto parameters = client.get_parameters(0);
+    parameters[288].set_data("x");
+    parameters[5].set_otaid(5);
+    client.set_parameters(parameters);
+    EXPECT_TRUE(client.write_parameters().first);
+    EXPECT_THAT(service->requests.back(),
+                Pair("system/vard/sysparam/write", bytes("0a 02 08 05 0a 06 08 a0 02 22 01 78")));
+    parameters = client.get_parameters(0);
+    client.set_parameters(parameters);
+    EXPECT_TRUE(client.write_parameters().first);
+    EXPECT_EQ(service->requests.size(), 3U) << "a write of nothing was sent";
+}
+
+TEST_F(ParameterClient, TellsRefusedUnknownAndFailedWritesApart) {
+    ecu::lapi::var::ParameterMap parameters;
+    parameters[7].set_otaid(7);
+    client.set_parameters(parameters);
+    service->replies = {"0a 01 07 10 00"};
+    const auto [written, refused] = client.write_parameters();
+    EXPECT_FALSE(written);
+    EXPECT_EQ(refused.count(7), 1U);
+    const auto expect_failure = [this](const std::string& pattern) {
+        EXPECT_THAT([this] { client.write_parameters(); },
+                    ThrowsMessage<TransportError>(testing::MatchesRegex(pattern)));
+    };
+    for (const auto* reply : {"", "10 02", "0a 02 07 08 10 00", "0a 01 07 10 01", "ff"}) {
+        service->replies = {reply};
+        expect_failure("malformed.*may or may not.*");
+    }
+    expect_failure("cause; the parameter may or may not have been written, check with get");
+    service->failure = TransportError::Kind::failed;
+    expect_failure("cause");
+    service->failure = TransportError::Kind::no_listener;
+    expect_failure("no parameter service is listening: cause");
+}
+
+}  // namespace

@@ -1,0 +1,44 @@
+#include "lapi_mqtt/transport/subscriptions.h"
+
+#include <gmock/gmock.h>
+
+#include "lapi_mqtt/mqtt/topic_filter.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+struct Silent : ecu::lapi::com::ISubscriptionObserver {
+    void message(const std::string&, const ecu::lapi::com::Message&) override {}
+};
+
+TEST(TopicFilters, MatchAsMqttMatchesThem) {
+    const std::tuple<const char*, const char*, bool> table[] = {
+        {"a/b", "a/b", true},  {"a/+", "a/b", true},          {"a/+", "a/b/c", false},
+        {"a/#", "a", true},    {"a/#", "a/b/c", true},        {"#", "$SYS/uptime", false},
+        {"a/b", "a/B", false}, {"$share/g/a/+", "a/b", true}, {"$share/g", "g", false},
+    };
+    for (const auto& [filter, topic, matches] : table) {
+        EXPECT_EQ(lapi_mqtt::topic_matches(filter, topic), matches) << filter << ' ' << topic;
+    }
+}
+
+TEST(Subscriptions, GiveAMessageOnceToAnObserverHoweverTheBrokerSendsIt) {
+    const auto one = std::make_shared<Silent>(), other = std::make_shared<Silent>();
+    lapi_mqtt::Subscriptions subscriptions;
+    subscriptions.add({"a/#", 0, one});
+    subscriptions.add({"a/b", 0, one});
+    subscriptions.add({"a/b", 0, other});
+    const auto wide = subscriptions.identifier_of("a/#");
+    const auto narrow = subscriptions.identifier_of("a/b");
+    EXPECT_THAT(subscriptions.receivers("a/b", {wide}), ElementsAre(one));
+    EXPECT_THAT(subscriptions.receivers("a/b", {narrow}), ElementsAre(other));
+    EXPECT_THAT(subscriptions.receivers("a/b", {narrow, wide}), ElementsAre(one, other));
+    EXPECT_THAT(subscriptions.receivers("a/b", {}), ElementsAre(one, other));
+    EXPECT_THAT(subscriptions.receivers("b", {}), ElementsAre());
+    EXPECT_FALSE(subscriptions.remove("a/b", one));  // the broker is still to send it
+    EXPECT_TRUE(subscriptions.remove("a/b", other));
+    EXPECT_FALSE(subscriptions.remove("a/b", other));
+}
+
+}  // namespace
