@@ -11,7 +11,7 @@ ALLOWED = {
     "protocol": {"platform"},
     "lapi_mqtt/logging": {"platform"},
     "lapi_mqtt/config": {"lapi_mqtt/logging", "platform"},
-    "lapi_mqtt/mqtt": {"lapi_mqtt/config", "platform", "protocol"},
+    "lapi_mqtt/mqtt": {"lapi_mqtt/config", "lapi_mqtt/logging", "platform", "protocol"},
     "lapi_mqtt/transport": {"lapi_mqtt/config", "lapi_mqtt/logging", "lapi_mqtt/mqtt", "platform", "protocol"},
     "lapi_mqtt/sysparam": {"platform", "protocol"},
     "lapi_mqtt": {"lapi_mqtt/sysparam", "lapi_mqtt/transport"},
@@ -28,7 +28,7 @@ PROGRAMS = {"main", "monitor", "unit"}
 
 # Foreign header or target -> the rooms that may use it.
 FOREIGN = {
-    r"(?i)mosquitto": {"lapi_mqtt/mqtt"},
+    r"mosquitto\.h|MOSQUITTO|mqtt_protocol\.h|(?i:openssl)": {"lapi_mqtt/mqtt"},
     r"sqlite3?\b|SQLite": {"unit"},
     r"google/protobuf|protobuf::": {"platform", "protocol", "lapi_mqtt/sysparam", "unit"},
     r"sysparam\.pb\.h$|sysparam_messages$": {"protocol", "lapi_mqtt/sysparam", "unit"},

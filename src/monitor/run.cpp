@@ -14,8 +14,9 @@ namespace {
 namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
 
-// The highest, so that each message comes with the QoS it was published at.
-constexpr int QOS = 2;
+// The highest QoS, so that each message comes with the one it was published at; and what the broker
+// has kept, which tells the present state of things.
+constexpr int SUBSCRIPTION = 2 + com::WITH_KEPT;
 
 std::shared_ptr<com::ITransportClient> create_client(const CommonOptions& options) {
     auto configuration = load_configuration(MONITOR_NAME, options);
@@ -27,7 +28,7 @@ void print_messages(com::ITransportClient& client, const MonitorOptions& options
     const auto printer = std::make_shared<TopicPrinter>(options.shown);
     client.connect();
     client.start();
-    for (const auto& topic : options.topics) client.subscribe(topic, QOS, printer);
+    for (const auto& topic : options.topics) client.subscribe(topic, SUBSCRIPTION, printer);
 }
 
 }  // namespace

@@ -11,9 +11,12 @@ struct RequestsOnly : ecu::lapi::com::ITransportClient {
     void connect() override {}
     void disconnect() override {}
     void publish(const std::string&, const Message&) override {}
+    void publish(const std::string&, const Message&, ecu::lapi::com::TakenHandler) override {}
     void subscribe(const std::string&, int, Observer) override {}
     void unsubscribe(const std::string&, Observer) override {}
     void serve(const std::string&, ecu::lapi::com::RequestHandler) override {}
+    void set_presence(ecu::lapi::com::Presence) override {}
+    void show_presence() override {}
     void start() override {}
     void stop() override {}
 };

@@ -28,7 +28,13 @@ ConfigFile parse_config(std::istream& input) {
             file.faults.push_back({line, "no key before '='"});
             continue;
         }
-        file.entries.push_back({line, std::move(key), trimmed(content.substr(equals + 1))});
+        std::string value = trimmed(content.substr(equals + 1));
+        if (value.find(" #") != std::string::npos || value.find("\t#") != std::string::npos) {
+            file.faults.push_back(
+                {line, "'" + value + "' holds a '#'; a comment stands on a line of its own"});
+            continue;
+        }
+        file.entries.push_back({line, std::move(key), std::move(value)});
     }
     return file;
 }

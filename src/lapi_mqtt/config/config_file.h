@@ -24,8 +24,8 @@ struct ConfigFile {
     std::vector<ConfigFault> faults;
 };
 
-/// Reads "key = value" lines. A line that begins with '#' is a comment; blanks around keys and
-/// values do not count.
+/// Reads "key = value" lines. A line that begins with '#' is a comment, one behind a value is a
+/// fault; blanks around keys and values do not count.
 ConfigFile parse_config(std::istream& input);
 
 }  // namespace lapi_mqtt

@@ -39,14 +39,30 @@ std::optional<std::string> text(const std::string& value) {
 }
 
 std::optional<std::string> host_name(const std::string& value) {
+    const auto colon = value.find(':');
+    if (colon != std::string::npos && colon == value.rfind(':')) {
+        return "'" + value + "' holds a colon; the port is a setting of its own (-p)";
+    }
     if (value.find_first_of(" /") == std::string::npos) return text(value);
     return "'" + value + "' is not a host name or address";
+}
+
+/// An IPv6 address may stand in brackets, as it does in front of a port.
+std::string without_brackets(const std::string& host) {
+    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    return bracketed ? host.substr(1, host.size() - 2) : host;
 }
 
 /// A client id becomes a level of a topic, where wildcards and separators mean something else.
 std::optional<std::string> client_name(const std::string& value) {
     if (value.find_first_of("/+#") == std::string::npos) return text(value);
     return "'" + value + "' holds one of the characters / + #";
+}
+
+std::optional<std::string> topic_prefix(const std::string& value) {
+    if (!value.empty() && value.back() != '/') return "'" + value + "' does not end with '/'";
+    if (value.find_first_of("+#$") == std::string::npos) return text(value);
+    return "'" + value + "' holds one of the characters + # $";
 }
 
 std::optional<std::string> readable_file(const std::string& value) {
@@ -71,6 +87,7 @@ const std::map<std::string, Check>& checks() {
         {"key_file", readable_file},
         {"connect_timeout_ms", MILLISECONDS},
         {"request_timeout_ms", MILLISECONDS},
+        {"topic_prefix", topic_prefix},
     };
     return table;
 }
@@ -92,7 +109,7 @@ const std::set<std::string>& setting_keys() {
 }
 
 std::optional<std::string> setting_fault(const std::string& key, const std::string& value) {
-    if (value.empty()) return "missing value";
+    if (value.empty() && key != "topic_prefix") return "missing value";
     return checks().at(key)(value);
 }
 
@@ -101,7 +118,7 @@ Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
         return std::chrono::milliseconds(number(configuration.get(key)).value());
     };
     Settings settings;
-    settings.host = configuration.get("host");
+    settings.host = without_brackets(configuration.get("host"));
     settings.port = static_cast<int>(number(configuration.get("port")).value());
     settings.client_name = configuration.get("client_name");
     settings.username = configuration.get("username");
@@ -109,6 +126,7 @@ Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
     settings.ca_file = configuration.get("ca_file");
     settings.cert_file = configuration.get("cert_file");
     settings.key_file = configuration.get("key_file");
+    settings.topic_prefix = configuration.get("topic_prefix");
     settings.connect_timeout = milliseconds("connect_timeout_ms");
     settings.request_timeout = milliseconds("request_timeout_ms");
     return settings;

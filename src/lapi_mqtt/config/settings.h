@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <functional>
 #include <optional>
 #include <set>
 #include <string>
@@ -13,15 +12,16 @@ namespace lapi_mqtt {
 /// What a transport client is built from, checked.
 struct Settings {
     std::string host;
-    int port;
+    int port = 0;
     std::string client_name;
     std::string username;
     std::string password_file;
     std::string ca_file;  ///< turns TLS on
     std::string cert_file;
     std::string key_file;
-    std::chrono::milliseconds connect_timeout;
-    std::chrono::milliseconds request_timeout;
+    std::string topic_prefix;  ///< empty, or ends with '/'
+    std::chrono::milliseconds connect_timeout{};
+    std::chrono::milliseconds request_timeout{};
 
     /// "HOST:PORT" as messages name the broker; an IPv6 address in brackets.
     std::string place() const;

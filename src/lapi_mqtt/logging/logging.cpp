@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "lapi_mqtt/logging/printable.h"
+
 namespace ecu::lapi::logging {
 namespace {
 
@@ -91,7 +93,7 @@ LogStream::LogStream(Level level_of_stream) : std::ostream(nullptr), stream_leve
 
 void LogStream::do_flush() {
     clear();
-    const std::string record = buffer.take();
+    const std::string record = lapi_mqtt::printable(buffer.take());
     if (record.empty()) return;
     if (current_mode == LogMode::console) {
         write_to_console(std::string(LEVEL_NAMES[stream_level]) + ": " + record + "\n");

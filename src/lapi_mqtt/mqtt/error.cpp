@@ -1,17 +1,21 @@
 #include "lapi_mqtt/mqtt/error.h"
 
 #include <mosquitto.h>
+#include <mqtt_protocol.h>
 #include <netdb.h>
 
 #include <cerrno>
 #include <cstring>
+
+#include "lapi_mqtt/mqtt/properties.h"
 
 namespace lapi_mqtt {
 
 std::string cause_of_result(int result, int system_error) {
     switch (result) {
         case MOSQ_ERR_ERRNO:
-            return std::strerror(system_error);
+            // A peer that goes in the middle of a packet leaves no system error behind.
+            return system_error == 0 ? "the connection was closed" : std::strerror(system_error);
         case MOSQ_ERR_EAI:
             return gai_strerror(system_error);
         case MOSQ_ERR_CONN_LOST:
@@ -24,6 +28,10 @@ std::string cause_of_result(int result, int system_error) {
             return "more than one MQTT message can hold (268435455 bytes)";
         case MOSQ_ERR_OVERSIZE_PACKET:
             return "more than this broker takes in one packet";
+        case MOSQ_ERR_QOS_NOT_SUPPORTED:
+            return "the broker takes messages at QoS 0 only, requests and replies need QoS 1";
+        case MOSQ_ERR_RETAIN_NOT_SUPPORTED:
+            return "the broker keeps no messages";
         case MOSQ_ERR_INVAL:
             return "not a valid topic or value";
         default:
@@ -31,8 +39,13 @@ std::string cause_of_result(int result, int system_error) {
     }
 }
 
-std::string cause_of_reason(int reason) {
-    return mosquitto_reason_string(reason);
+Reason reason_of(int code, const mqtt5__property* properties) {
+    Reason reason{code, mosquitto_reason_string(code)};
+    const std::string own_words = read_text(properties, MQTT_PROP_REASON_STRING);
+    if (!own_words.empty()) reason.text += " (" + own_words + ")";
+    const std::string server = read_text(properties, MQTT_PROP_SERVER_REFERENCE);
+    if (!server.empty()) reason.text += ", use " + server + " instead";
+    return reason;
 }
 
 void check_result(int result) {

@@ -3,11 +3,18 @@
 #include <stdexcept>
 #include <string>
 
+struct mqtt5__property;
+
 namespace lapi_mqtt {
 
-/// Reason codes of MQTT. From the first refusal on, all of them are refusals.
-constexpr int REASON_NO_MATCHING_SUBSCRIBERS = 0x10;
-constexpr int FIRST_REFUSAL = 0x80;
+/// What a broker says of a packet: a reason code of MQTT and its text.
+struct Reason {
+    int code = 0;
+    std::string text;
+
+    bool is_refusal() const { return code >= 0x80; }
+    bool says_nobody_listens() const { return code == 0x10; }
+};
 
 /// A failed step of the connection; the text is the cause alone.
 class MqttError : public std::runtime_error {
@@ -18,8 +25,9 @@ public:
 /// The cause behind a result code of libmosquitto. `system_error` is errno as the call left it.
 std::string cause_of_result(int result, int system_error);
 
-/// The cause behind a reason code of MQTT.
-std::string cause_of_reason(int reason);
+/// The reason behind a code, in the words of MQTT and, where the packet's properties have them, the
+/// broker's own: its reason string and the server that it refers to.
+Reason reason_of(int code, const mqtt5__property* properties);
 
 /// Throws MqttError unless `result` is success.
 void check_result(int result);

@@ -32,13 +32,6 @@ std::string printable(std::string text) {
     return text;
 }
 
-std::string read_text(const mqtt5__property* list, int identifier) {
-    char* text = nullptr;
-    if (mosquitto_property_read_string(list, identifier, &text, false) == nullptr) return {};
-    const CPointer<char> owned(text);
-    return text;
-}
-
 std::string read_binary(const mqtt5__property* list, int identifier) {
     void* bytes = nullptr;
     std::uint16_t size = 0;
@@ -65,7 +58,8 @@ std::optional<std::string> read_user_property(const mqtt5__property* list,
     }
 }
 
-/// Message expiry is in whole seconds, so that the exact time travels beside it.
+/// Message expiry is in whole seconds, so that the exact time travels beside it. The broker takes
+/// the time that a message waits in its queues off the expiry, so that the shorter one counts.
 std::optional<milliseconds> read_timeout(const mqtt5__property* list) {
     std::uint32_t expiry_s = 0;
     const bool expires = mosquitto_property_read_int32(list, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
@@ -73,37 +67,18 @@ std::optional<milliseconds> read_timeout(const mqtt5__property* list) {
     const auto text = read_user_property(list, protocol::TIMEOUT_PROPERTY).value_or("");
     std::uint32_t timeout_ms = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), timeout_ms);
-    if (error == std::errc() && end == text.data() + text.size()) return milliseconds(timeout_ms);
+    const bool is_told = error == std::errc() && end == text.data() + text.size();
+    if (is_told && expires)
+        return std::min<milliseconds>(milliseconds(timeout_ms), seconds(expiry_s));
+    if (is_told) return milliseconds(timeout_ms);
     if (expires) return seconds(expiry_s);
     return std::nullopt;
-}
-
-std::vector<std::uint32_t> read_identifiers(const mqtt5__property* list) {
-    std::vector<std::uint32_t> identifiers;
-    bool skip_first = false;
-    for (;;) {
-        std::uint32_t identifier = 0;
-        list = mosquitto_property_read_varint(list, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, &identifier,
-                                              skip_first);
-        if (list == nullptr) return identifiers;
-        identifiers.push_back(identifier);
-        skip_first = true;
-    }
 }
 
 }  // namespace
 
 void PropertyListDeleter::operator()(mqtt5__property* list) const {
     mosquitto_property_free_all(&list);
-}
-
-PropertyList subscription_list(std::uint32_t identifier) {
-    mosquitto_property* head = nullptr;
-    const int result =
-        mosquitto_property_add_varint(&head, MQTT_PROP_SUBSCRIPTION_IDENTIFIER, identifier);
-    PropertyList list(head);
-    check_result(result);
-    return list;
 }
 
 PropertyList to_list(const PublishProperties& properties) {
@@ -143,6 +118,13 @@ PropertyList to_list(const PublishProperties& properties) {
     return list;
 }
 
+std::string read_text(const mqtt5__property* list, int identifier) {
+    char* text = nullptr;
+    if (mosquitto_property_read_string(list, identifier, &text, false) == nullptr) return {};
+    const CPointer<char> owned(text);
+    return text;
+}
+
 PublishProperties from_list(const mqtt5__property* list) {
     PublishProperties properties;
     if (list == nullptr) return properties;
@@ -151,7 +133,6 @@ PublishProperties from_list(const mqtt5__property* list) {
     properties.content_type = read_text(list, MQTT_PROP_CONTENT_TYPE);
     properties.timeout = read_timeout(list);
     properties.error = read_user_property(list, protocol::ERROR_PROPERTY);
-    properties.subscription_identifiers = read_identifiers(list);
     return properties;
 }
 

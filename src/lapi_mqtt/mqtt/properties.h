@@ -1,11 +1,9 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
 struct mqtt5__property;
 
@@ -16,9 +14,8 @@ struct PublishProperties {
     std::string response_topic;
     std::string correlation_data;
     std::string content_type;
-    std::optional<std::chrono::milliseconds> timeout;     ///< how long a reply is awaited
-    std::optional<std::string> error;                     ///< why a reply has no result
-    std::vector<std::uint32_t> subscription_identifiers;  ///< of the broker alone
+    std::optional<std::chrono::milliseconds> timeout;  ///< how long a reply is awaited
+    std::optional<std::string> error;                  ///< why a reply has no result
 };
 
 struct PropertyListDeleter {
@@ -26,12 +23,12 @@ struct PropertyListDeleter {
 };
 using PropertyList = std::unique_ptr<mqtt5__property, PropertyListDeleter>;
 
-/// The properties of a SUBSCRIBE packet. Throws MqttError.
-PropertyList subscription_list(std::uint32_t identifier);
-
 /// Throws MqttError.
 PropertyList to_list(const PublishProperties& properties);
 
 PublishProperties from_list(const mqtt5__property* list);
+
+/// A property that is text; empty when the list has none.
+std::string read_text(const mqtt5__property* list, int identifier);
 
 }  // namespace lapi_mqtt

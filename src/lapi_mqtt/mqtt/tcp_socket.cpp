@@ -5,6 +5,8 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <cerrno>
+
 namespace lapi_mqtt::tcp_socket {
 namespace {
 
@@ -28,11 +30,28 @@ void acknowledge_at_once(int socket) {
     set_option(socket, IPPROTO_TCP, TCP_QUICKACK, 1);
 }
 
-std::uint64_t bytes_moved(int socket) {
+Traffic traffic(int socket) {
     tcp_info info{};
     socklen_t size = sizeof info;
-    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return 0;
-    return info.tcpi_bytes_acked + info.tcpi_bytes_received;
+    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return {};
+    return {info.tcpi_bytes_acked, info.tcpi_bytes_received};
+}
+
+void await_connected(const std::vector<int>& sockets, std::chrono::milliseconds timeout) {
+    std::vector<pollfd> watched;
+    watched.reserve(sockets.size());
+    for (const int socket : sockets) watched.push_back({socket, POLLOUT, 0});
+    static_cast<void>(poll(watched.data(), static_cast<nfds_t>(watched.size()),
+                           static_cast<int>(timeout.count())));
+}
+
+std::optional<int> connection_state(int socket) {
+    pollfd descriptor{socket, POLLOUT, 0};
+    if (poll(&descriptor, 1, 0) <= 0) return std::nullopt;
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
+    return error;
 }
 
 bool is_readable(int socket) {
@@ -40,9 +59,11 @@ bool is_readable(int socket) {
     return poll(&descriptor, 1, 0) > 0;
 }
 
-bool is_closed_by_peer(int socket) {
-    char byte = 0;
-    return recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0;
+int next_byte(int socket) {
+    unsigned char byte = 0;
+    const ssize_t count = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    if (count == 0) return END;
+    return count == 1 ? byte : NOTHING;
 }
 
 void shut_down(int socket) {

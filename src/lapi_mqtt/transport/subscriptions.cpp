@@ -6,35 +6,27 @@
 
 namespace lapi_mqtt {
 
-bool Subscriptions::remove(const std::string& filter, const ObserverHandle& observer) {
-    const auto same = [&](const Entry& entry) {
+bool Subscriptions::holds(const std::string& filter, const ObserverHandle& observer) const {
+    return std::any_of(entries.begin(), entries.end(), [&](const Entry& entry) {
         return entry.filter == filter && entry.observer == observer;
-    };
-    const auto found = std::find_if(entries.begin(), entries.end(), same);
+    });
+}
+
+bool Subscriptions::remove(const std::string& filter, const ObserverHandle& observer) {
+    const auto found = std::find_if(entries.begin(), entries.end(), [&](const Entry& entry) {
+        return entry.filter == filter && entry.observer == observer;
+    });
     if (found == entries.end()) return false;
     entries.erase(found);
     return std::none_of(entries.begin(), entries.end(),
                         [&](const Entry& entry) { return entry.filter == filter; });
 }
 
-std::uint32_t Subscriptions::identifier_of(const std::string& filter) {
-    const auto next = static_cast<std::uint32_t>(identifiers.size() + 1);
-    return identifiers.emplace(filter, next).first->second;
-}
-
-std::vector<ObserverHandle> Subscriptions::receivers(
-    const std::string& topic, const std::vector<std::uint32_t>& sent_for) const {
-    std::vector<ObserverHandle> seen;
+std::vector<ObserverHandle> Subscriptions::receivers(const std::string& topic) const {
     std::vector<ObserverHandle> chosen;
     for (const Entry& entry : entries) {
-        if (!topic_matches(entry.filter, topic)) continue;
-        if (std::find(seen.begin(), seen.end(), entry.observer) != seen.end()) continue;
-        seen.push_back(entry.observer);
-        const auto identifier = identifiers.find(entry.filter);
-        const bool meant = sent_for.empty() || (identifier != identifiers.end() &&
-                                                std::find(sent_for.begin(), sent_for.end(),
-                                                          identifier->second) != sent_for.end());
-        if (meant) chosen.push_back(entry.observer);
+        const bool is_new = std::find(chosen.begin(), chosen.end(), entry.observer) == chosen.end();
+        if (is_new && topic_matches(entry.filter, topic)) chosen.push_back(entry.observer);
     }
     return chosen;
 }

@@ -1,293 +1,285 @@
 #include "lapi_mqtt/transport/transport_client.h"
 
 #include <algorithm>
-#include <exception>
+#include <utility>
 
 #include "ecu/lapi/logging.h"
 #include "lapi_mqtt/mqtt/client_id.h"
-#include "lapi_mqtt/mqtt/error.h"
+#include "lapi_mqtt/mqtt/topic_filter.h"
 #include "protocol/request.h"
 #include "protocol/topics.h"
 
 namespace lapi_mqtt {
 namespace {
 
-using std::chrono::milliseconds;
+namespace com = ecu::lapi::com;
+namespace logging = ecu::lapi::logging;
 
-/// How long a publication may rest: a link may be slow, and buffers on it may have to drain.
-constexpr milliseconds PUBLISH_PATIENCE{20'000};
-
-/// A broker may be wrong about nobody listening, but then the reply is quick.
-constexpr milliseconds UNHEARD_PATIENCE{500};
-
-/// How long DISCONNECT may take to go out.
-constexpr milliseconds GOODBYE_PATIENCE{2'000};
-
-/// Fewer bytes are acknowledgements and other trifles, no sign of a large packet on its way.
-constexpr std::uint64_t TRICKLE_BYTES = 1024;
-
-constexpr std::size_t CORRELATION_BYTES = 16;
-
-int qos_of(const ecu::lapi::com::Message& message) {
+int qos_of(const com::Message& message) {
     return message.qos == '1' || message.qos == '2' ? message.qos - '0' : 0;
+}
+
+com::Message message_of(const std::string& text) {
+    return com::Message({text.begin(), text.end()});
 }
 
 }  // namespace
 
-TransportClient::TransportClient(Settings checked_settings)
+TransportClient::TransportClient(Settings checked_settings, ConnectionFactory connections)
     : settings(std::move(checked_settings)),
+      factory(std::move(connections)),
       client_id(make_client_id(settings.client_name)),
-      place(settings.place()),
-      reply_topic(protocol::REPLY_PREFIX + client_id + protocol::REPLY_SUFFIX) {}
+      link(
+          settings.place(),
+          [this](ConnectionEvents& events) -> std::unique_ptr<Connection> {
+              if (factory) return factory(events);
+              return std::make_unique<MosquittoConnection>(settings, client_id, will, events);
+          },
+          *this),
+      calls(link, protocol::REPLY_PREFIX + client_id + protocol::REPLY_SUFFIX,
+            settings.request_timeout),
+      publications(link),
+      overlapping([this] { return std::make_unique<TransportClient>(settings, factory); },
+                  [this](const ObserverHandle& observer, const std::string& topic,
+                         const Message& message) { forward(observer, topic, message); }) {}
 
 TransportClient::~TransportClient() {
     stop();
 }
 
+/// Every name on the broker but the reply topics lies below the prefix; a shared subscription keeps
+/// its "$share/GROUP/" in front.
+std::string TransportClient::on_broker(const std::string& topic) const {
+    const auto own = shared_prefix_length(topic);
+    return topic.substr(0, own) + settings.topic_prefix + topic.substr(own);
+}
+
 void TransportClient::connect() {
-    try {
-        open_connection();
-    } catch (const std::exception& error) {
-        down_cause = error.what();
-        ecu::lapi::logging::write(ecu::lapi::logging::ERROR, "Cannot connect to the broker at ",
-                                  place, ": ", down_cause);
-    }
+    link.connect();
 }
 
 void TransportClient::start() {
-    started = true;
+    const auto lock = link.lock();
+    is_started = true;
+}
+
+/// Delivery starts with the first thing that goes on while the caller does something else. Requests
+/// alone do without: their caller drives the connection.
+void TransportClient::need_delivery(const Link::Lock& lock) {
+    if (!is_started) return;
+    delivery.start();
+    link.drive_on_a_thread(lock);
 }
 
 void TransportClient::disconnect() {
-    Lock lock(mutex);
+    auto lock = link.lock();
     std::exception_ptr failure;
     try {
-        if (unproven) await_taken(lock, *unproven);
+        publications.await_taken(lock);
+        if (is_shown) {
+            const Step step{"publish on", on_broker(presence->topic)};
+            link.queue(lock, step, [this](Connection& connection) {
+                publish_presence(connection, presence->absent);
+                return 0;
+            });
+        }
     } catch (const TransportError&) {
         failure = std::current_exception();
     }
-    leaving = true;
-    if (connection) connection->disconnect();
-    const auto deadline = Clock::now() + GOODBYE_PATIENCE;
-    while (connection && !delivery.joinable() && Clock::now() < deadline) drive(lock, deadline);
+    link.disconnect(lock);
+    lock.unlock();
+    overlapping.disconnect();
     if (failure) std::rethrow_exception(failure);
 }
 
 void TransportClient::stop() {
-    {
-        Lock lock(mutex);
-        stopping = true;
-        changed.notify_all();
-        const auto ended = [this] { return finished; };
-        if (!delivery.joinable()) return;
-        const bool in_time = leaving && changed.wait_for(lock, GOODBYE_PATIENCE, ended);
-        if (!in_time && connection) connection->abort();
-    }
-    delivery.join();
+    delivery.close();
+    overlapping.stop();
+    link.stop();
+    delivery.stop();
 }
 
 void TransportClient::publish(const std::string& topic, const Message& message) {
-    const Step step{"publish on", topic};
-    const Lock lock(mutex);
-    need_delivery();
-    int proof = queue_packet(
-        step, [&] { return connection->publish(topic, message, qos_of(message), {}); });
-    if (on_delivery_thread()) return;
-    // Nothing acknowledges QoS 0, but the broker takes packets in order: the answer to an
-    // UNSUBSCRIBE without effect, sent behind the message, shows that the message was taken.
-    if (qos_of(message) == 0) {
-        proof = queue_packet(step, [&] { return connection->unsubscribe(reply_topic + "/none"); });
+    const Step step{"publish on", on_broker(topic)};
+    const auto lock = link.lock();
+    need_delivery(lock);
+    const int qos = qos_of(message);
+    int proof = link.queue(lock, step, [&](Connection& connection) {
+        return connection.publish(step.topic, message, qos, {});
+    });
+    // Who publishes from an observer or a service answers somebody, and is not to ask for answers.
+    if (delivery.is_current_thread()) return;
+    if (qos == 0) {
+        proof = link.queue(lock, step,
+                           [&](Connection& connection) { return announce(connection, topic); });
     }
-    // The proof of the last message is one of all before it, unless one of those was lost.
-    if (unproven && !unproven->proof.is_here() && !unproven->proof.is_of_this_connection()) return;
-    unproven.emplace(*this, proof, topic);
+    publications.add(lock, step.topic, message.payload.size(), proof, qos > 0);
+}
+
+void TransportClient::publish(const std::string& topic, const Message& message,
+                              com::TakenHandler taken) {
+    const Step step{"publish on", on_broker(topic)};
+    const auto lock = link.lock();
+    need_delivery(lock);
+    const int id = link.queue(lock, step, [&](Connection& connection) {
+        return connection.publish(step.topic, message, std::max(qos_of(message), 1), {});
+    });
+    link.expect(lock, id, [this, taken = std::move(taken)](const Outcome& outcome) {
+        const bool is_taken = outcome && !outcome->is_refusal();
+        delivery.push_at_once([taken, is_taken] { taken(is_taken); });
+    });
+}
+
+/// Returns the packet's id.
+int TransportClient::announce(Connection& connection, const std::string& topic) const {
+    return connection.publish(on_broker(protocol::ANNOUNCEMENT_TOPIC), message_of(topic), 1, {});
+}
+
+void TransportClient::expect_listener(const Link::Lock& lock, int announcement) {
+    link.expect(lock, announcement, [this](const Outcome& outcome) {
+        if (!outcome) return;
+        if (outcome->says_nobody_listens()) {
+            logging::write(logging::NOTICE, "No unit listens on the broker at ", link.place());
+        } else if (outcome->is_refusal()) {
+            logging::write(logging::WARNING, "The broker at ", link.place(),
+                           " refuses announcements: ", outcome->text);
+        }
+    });
 }
 
 void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandle observer) {
-    const Step step{"subscribe", topic};
-    Lock lock(mutex);
-    need_delivery();
-    const int id = queue_packet(step, [&] {
-        return connection->subscribe(topic, qos, subscriptions.identifier_of(topic));
+    const Step step{"subscribe", on_broker(topic)};
+    const Kept kept = (qos & com::WITH_KEPT) != 0 ? Kept::wanted : Kept::unwanted;
+    const int own_qos = qos & ~com::WITH_KEPT;
+    auto lock = link.lock();
+    need_delivery(lock);
+    if (overlaps(lock, topic)) {
+        lock.unlock();
+        return overlapping.subscribe(topic, qos, observer);
+    }
+    const int id = link.queue(lock, step, [&](Connection& connection) {
+        return connection.subscribe(step.topic, own_qos, kept);
     });
     // Before the grant: a kept message may come right behind it.
-    subscriptions.add({topic, qos, observer});
+    subscriptions.add({topic, own_qos, kept, observer});
     try {
-        await_grant(lock, id, step);
-        const std::vector<std::uint8_t> name(topic.begin(), topic.end());
-        queue_packet(step, [&] {
-            return connection->publish(protocol::ANNOUNCEMENT_TOPIC, Message(name), 0, {});
-        });
+        await_grant(lock, step, id);
+        const int announcement = link.queue(
+            lock, step, [&](Connection& connection) { return announce(connection, topic); });
+        expect_listener(lock, announcement);
     } catch (const TransportError&) {
         subscriptions.remove(topic, observer);
         throw;
     }
 }
 
-void TransportClient::unsubscribe(const std::string& topic, ObserverHandle observer) {
-    const Step step{"unsubscribe", topic};
-    Lock lock(mutex);
-    if (!subscriptions.remove(topic, observer) || !connection) return;
-    const int id = queue_packet(step, [&] { return connection->unsubscribe(topic); });
-    if (on_delivery_thread()) return;
-    const Acknowledgement unsubscribed(*this, id);
-    wait_for(lock, settings.request_timeout, [&] { return unsubscribed.is_here(); });
+bool TransportClient::overlaps(const Link::Lock& /*lock*/, const std::string& topic) const {
+    const auto& entries = subscriptions.all();
+    const auto is_of = [&topic](const auto& entry) { return entry.filter == topic; };
+    if (std::any_of(entries.begin(), entries.end(), is_of)) return false;
+    const auto& served = services.all();
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const auto& entry) { return filters_overlap(entry.filter, topic); }) ||
+           std::any_of(served.begin(), served.end(),
+                       [&](const auto& service) { return filters_overlap(service.first, topic); });
 }
 
-void TransportClient::serve(const std::string& topic, ecu::lapi::com::RequestHandler handler) {
-    const Step step{"serve", topic};
-    Lock lock(mutex);
-    need_delivery();
-    const int id = queue_packet(step, [&] { return connection->subscribe(topic, 1); });
-    services[topic] = std::move(handler);
-    await_grant(lock, id, step);
+/// All observers are called on the one delivery thread.
+void TransportClient::forward(const ObserverHandle& observer, const std::string& topic,
+                              const Message& message) {
+    delivery.push(message.payload.size(), [this, observer, topic, message] {
+        {
+            const auto lock = link.lock();
+            const auto own = subscriptions.receivers(topic);
+            if (std::find(own.begin(), own.end(), observer) != own.end()) return;
+        }
+        observer->message(topic, message);
+    });
+}
+
+Reason TransportClient::await_grant(Link::Lock& lock, const Step& step, int packet_id) {
+    const auto grant = link.expect(lock, packet_id);
+    return link.await(lock, *grant, settings.request_timeout, step);
+}
+
+/// Nobody waits for the broker's word: it may be behind a large message on a slow link.
+void TransportClient::unsubscribe(const std::string& topic, ObserverHandle observer) {
+    const Step step{"unsubscribe", on_broker(topic)};
+    const auto lock = link.lock();
+    if (!subscriptions.holds(topic, observer)) return overlapping.unsubscribe(topic, observer);
+    if (!subscriptions.remove(topic, observer) || !link.is_up(lock)) return;
+    link.queue(lock, step,
+               [&](Connection& connection) { return connection.unsubscribe(step.topic); });
 }
 
 TransportClient::Message TransportClient::request(const std::string& topic,
                                                   const Message& message) {
-    const Step step{"request", topic};
-    PublishProperties properties;
-    properties.response_topic = reply_topic;
-    properties.correlation_data = random_bytes(CORRELATION_BYTES);
-    properties.content_type = protocol::CONTENT_TYPE;
-    properties.timeout = settings.request_timeout;
-
-    Lock lock(mutex);
-    if (!replies_subscribed) {
-        // The broker takes packets in order, so the request need not wait for this one's answer.
-        queue_packet(step, [&] { return connection->subscribe(reply_topic, 1); });
-        replies_subscribed = true;
-    }
-    const int id =
-        queue_packet(step, [&] { return connection->publish(topic, message, 1, properties); });
-    struct Call {  // awaited until the end of this function, on every path
-        std::map<std::string, std::optional<Incoming>>& calls;
-        std::map<std::string, std::optional<Incoming>>::iterator entry;
-        ~Call() { calls.erase(entry); }
-    };
-    const Call call{calls, calls.emplace(properties.correlation_data, std::nullopt).first};
-    return await_reply(lock, id, call.entry->second, step);
+    return calls.request(on_broker(topic), message);
 }
 
-void TransportClient::fail(Kind kind, const Step& step, const std::string& cause) const {
-    throw TransportError(kind, std::string("Cannot ") + step.verb + " " + step.topic +
-                                   " on the broker at " + place + ": " + cause);
-}
-
-TransportClient::Acknowledgement::Acknowledgement(TransportClient& owner, int packet_id)
-    : client(owner),
-      entry(client.acknowledgements
-                .emplace(std::pair(client.connection_count, packet_id), std::nullopt)
-                .first) {}
-
-TransportClient::Acknowledgement::~Acknowledgement() {
-    client.acknowledgements.erase(entry);
-}
-
-TransportClient::Publication::Publication(TransportClient& owner, int packet_id,
-                                          std::string publication_topic)
-    : proof(owner, packet_id), topic(std::move(publication_topic)) {}
-
-/// Returns the packet's id, as `queue` does.
-template <typename Queue>
-int TransportClient::queue_packet(const Step& step, Queue queue) {
-    if (!connection) fail(Kind::failed, step, down_cause);
-    try {
-        return queue();
-    } catch (const MqttError& error) {
-        fail(Kind::failed, step, error.what());
+void TransportClient::serve(const std::string& topic, com::RequestHandler handler) {
+    const Step step{"serve", on_broker(topic)};
+    auto lock = link.lock();
+    need_delivery(lock);
+    const int id = link.queue(lock, step, [&](Connection& connection) {
+        return connection.subscribe(step.topic, 1, Kept::unwanted);
+    });
+    services.add(topic, std::move(handler));
+    if (await_grant(lock, step, id).code == 0) {
+        link.fail(Kind::failed, step, "the broker grants QoS 0 only, requests need QoS 1");
     }
 }
 
-/// The delivery thread starts with the first thing that goes on while the caller does something
-/// else. Requests alone do without: their caller drives the connection, which spares a thread's
-/// start and the hand-overs.
-void TransportClient::need_delivery() {
-    if (!started || !connection || delivery.joinable()) return;
-    delivery = std::thread([this] { deliver_until_the_end(); });
+void TransportClient::set_presence(com::Presence wanted) {
+    presence = std::move(wanted);
+    will = Will{on_broker(presence->topic), presence->absent};
 }
 
-void TransportClient::drive_or_wait(Lock& lock, Clock::time_point until) {
-    if (delivery.joinable()) {
-        changed.wait_until(lock, until);
-    } else {
-        drive(lock, until);
-    }
+void TransportClient::show_presence() {
+    const Step step{"publish on", on_broker(presence->topic)};
+    const auto lock = link.lock();
+    link.queue(lock, step, [this](Connection& connection) {
+        publish_presence(connection, presence->present);
+        return 0;
+    });
+    is_shown = true;
 }
 
-/// Waits until `done`, with `patience` for a connection on which nothing moves: large packets
-/// may take their time. Foreign replies do not count as movement.
-template <typename Done>
-TransportClient::WaitEnd TransportClient::wait_for(Lock& lock, milliseconds patience, Done done) {
-    const unsigned count = connection_count;
-    auto moved_at = Clock::now();
-    auto moved = connection ? connection->bytes_moved() : 0;
-    while (!done()) {
-        if (!connection || connection_count != count) return WaitEnd::connection_lost;
-        const auto now = Clock::now();
-        const auto bytes = connection->bytes_moved();
-        if (bytes > std::max(moved, foreign_bytes_end) + TRICKLE_BYTES) {
-            moved = bytes;
-            moved_at = now;
-        }
-        if (now >= moved_at + patience) return WaitEnd::out_of_patience;
-        drive_or_wait(lock, std::min(moved_at + patience, now + patience / 4));
-    }
-    return WaitEnd::done;
+void TransportClient::publish_presence(Connection& connection, const std::string& payload) const {
+    Message message = message_of(payload);
+    message.retain = 1;
+    connection.publish(on_broker(presence->topic), message, 1, {});
 }
 
-void TransportClient::await_grant(Lock& lock, int id, const Step& step) {
-    const Acknowledgement grant(*this, id);
-    const auto end = wait_for(lock, settings.request_timeout, [&] { return grant.is_here(); });
-    if (end == WaitEnd::connection_lost) fail(Kind::failed, step, down_cause);
-    if (end == WaitEnd::out_of_patience) fail(Kind::failed, step, "the broker does not answer");
-    if (grant.reason() >= FIRST_REFUSAL) {
-        fail(Kind::failed, step, cause_of_reason(grant.reason()));
+/// What was published meanwhile is missed; the announcements bring the current values.
+void TransportClient::on_reconnected(Connection& connection) {
+    for (const auto& [topic, handler] : services.all()) {
+        connection.subscribe(on_broker(topic), 1, Kept::unwanted);
     }
+    for (const auto& entry : subscriptions.all()) {
+        connection.subscribe(on_broker(entry.filter), entry.qos, entry.kept);
+        announce(connection, entry.filter);
+    }
+    if (is_shown) publish_presence(connection, presence->present);
 }
 
-void TransportClient::await_taken(Lock& lock, const Publication& publication) {
-    const Step step{"publish on", publication.topic};
-    const auto taken = [&publication] { return publication.proof.is_here(); };
-    const bool is_lost = !taken() && !publication.proof.is_of_this_connection();
-    const auto end = is_lost ? WaitEnd::connection_lost : wait_for(lock, PUBLISH_PATIENCE, taken);
-    if (end == WaitEnd::connection_lost) {
-        fail(Kind::unanswered, step, down_cause + ", before the broker had taken the message");
-    }
-    if (end == WaitEnd::out_of_patience) {
-        connection->abort();  // else the rest of the message would hold up the goodbye
-        fail(Kind::unanswered, step,
-             "the connection stalled before the broker had taken the message");
-    }
-    if (publication.proof.reason() >= FIRST_REFUSAL) {
-        fail(Kind::failed, step, cause_of_reason(publication.proof.reason()));
-    }
+void TransportClient::on_lost() {
+    calls.connection_lost();
 }
 
-TransportClient::Message TransportClient::await_reply(Lock& lock, int id,
-                                                      std::optional<Incoming>& reply,
-                                                      const Step& step) {
-    // The reply may overtake the acknowledgement, so the one does not wait for the other.
-    const Acknowledgement taken(*this, id);
-    auto end =
-        wait_for(lock, settings.request_timeout, [&] { return reply || taken.reason() != 0; });
-    const int reason = taken.reason();
-    if (!reply && reason == REASON_NO_MATCHING_SUBSCRIBERS) {
-        end = wait_for(lock, UNHEARD_PATIENCE, [&] { return reply.has_value(); });
+void TransportClient::on_message(Incoming incoming) {
+    if (incoming.topic == calls.reply_topic()) {
+        if (calls.take(incoming)) return;
+        logging::write(logging::DEBUG, "Dropped a reply that nobody awaits");
+        link.note_foreign(link.lock());
+        return;
     }
-    if (reply) {
-        if (reply->properties.error) {
-            fail(Kind::refused, step, "the service answered: " + *reply->properties.error);
-        }
-        return std::move(reply->message);
-    }
-    if (reason >= FIRST_REFUSAL) fail(Kind::failed, step, cause_of_reason(reason));
-    if (end == WaitEnd::connection_lost) fail(Kind::unanswered, step, down_cause);
-    if (reason == REASON_NO_MATCHING_SUBSCRIBERS) {
-        fail(Kind::no_listener, step, "nobody subscribes this topic");
-    }
-    fail(Kind::unanswered, step,
-         "no reply within " + std::to_string(settings.request_timeout.count()) + " ms");
+    link.note_foreign(link.lock());
+    if (incoming.topic.rfind(settings.topic_prefix, 0) != 0) return;
+    incoming.topic.erase(0, settings.topic_prefix.size());
+    const std::size_t size = incoming.message.payload.size();
+    const auto kept = std::make_shared<Incoming>(std::move(incoming));
+    delivery.push(size, [this, kept] { deliver(*kept); });
 }
 
 }  // namespace lapi_mqtt

@@ -33,7 +33,7 @@ TEST_F(Monitor, PrintsUntilASignalEndsIt) {
     EXPECT_EQ(lapi.configuration.at("client_name"), "korvid-monitor");
     EXPECT_EQ(lapi.configuration.at("port"), "1884");
     EXPECT_EQ(Strings(lapi.calls.begin() + 6, lapi.calls.end()),
-              (Strings{"create_client 0", "connect", "start", "subscribe a 2", "subscribe b/# 2",
+              (Strings{"create_client 0", "connect", "start", "subscribe a 6", "subscribe b/# 6",
                        "disconnect", "stop", "release client"}));
     EXPECT_EQ(lapi.subscribed[0].second, lapi.subscribed[1].second);
 }
@@ -54,12 +54,12 @@ TEST_F(Monitor, EndsWhenNobodyReads) {
 }
 
 TEST_F(Monitor, ReportsARefusedSubscription) {
-    lapi.errors["subscribe b 2"] = "refused";
+    lapi.errors["subscribe b 6"] = "refused";
     const auto failed = captured([] { return monitor({"a", "b", "c"}); });
     EXPECT_EQ(failed.result, 1);
     EXPECT_EQ(failed.err, "korvid-monitor: refused\n");
     EXPECT_EQ(Strings(lapi.calls.end() - 4, lapi.calls.end()),
-              (Strings{"subscribe b 2", "disconnect", "stop", "release client"}));
+              (Strings{"subscribe b 6", "disconnect", "stop", "release client"}));
 }
 
 }  // namespace

@@ -46,6 +46,20 @@ public:
 /// requester instead. Called on the delivery thread.
 using RequestHandler = std::function<Message(const Message& request)>;
 
+/// Tells what became of a message: true once the broker has it, false when that will never be
+/// known. Called once, on the delivery thread.
+using TakenHandler = std::function<void(bool taken)>;
+
+/// What a client lets the broker keep about itself on a topic.
+struct Presence {
+    std::string topic;
+    std::string present;  ///< from `show_presence` on
+    std::string absent;   ///< once the client is gone, however it went
+};
+
+/// Added to the QoS of a subscription: the messages that the broker has kept are wanted too.
+inline constexpr int WITH_KEPT = 4;
+
 /// A broker operation that failed. The text names the step, the broker's host and port, and the
 /// cause.
 class TransportError : public std::runtime_error {
@@ -80,12 +94,17 @@ public:
     virtual void disconnect() = 0;
 
     /// Queues the message, to go out while the caller goes on; whether the broker has taken it is
-    /// `disconnect`'s to tell. Throws TransportError without a connection or for a message that is
-    /// too large.
+    /// `disconnect`'s to tell, and a WARNING tells when it reached nobody. Throws TransportError
+    /// without a connection or for a message that is too large.
     virtual void publish(const std::string& topic, const Message& message) = 0;
 
+    /// Queues the message, at QoS 1 at least, and has `taken` told. Throws TransportError as above,
+    /// and then tells nothing.
+    virtual void publish(const std::string& topic, const Message& message, TakenHandler taken) = 0;
+
     /// Returns when the broker has granted the subscription to the topic filter; the library keeps
-    /// `observer` until `unsubscribe`. Throws TransportError.
+    /// `observer` until `unsubscribe`. An observer gets a message once, however many of its filters
+    /// match. `qos` is 0, 1 or 2, or one of them plus WITH_KEPT. Throws TransportError.
     virtual void subscribe(const std::string& topic, int qos,
                            std::shared_ptr<ISubscriptionObserver> observer) = 0;
 
@@ -99,6 +118,12 @@ public:
 
     /// Answers the requests on a topic until `disconnect`. Throws TransportError.
     virtual void serve(const std::string& topic, RequestHandler handler) = 0;
+
+    /// Prepares a presence, before `connect`; nothing is shown yet.
+    virtual void set_presence(Presence presence) = 0;
+
+    /// Shows the presence until `disconnect`, again after each reconnection. Throws TransportError.
+    virtual void show_presence() = 0;
 
     /// Lets delivery begin, on a thread of the library's own.
     virtual void start() = 0;

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace lapi_mqtt {
+
+/// Text from anywhere as a terminal may show it: control characters, characters that reorder or
+/// hide text, and bytes that are no UTF-8 stand in it escaped, as "\n", "\x1b" or "\u202e".
+std::string printable(const std::string& text);
+
+}  // namespace lapi_mqtt

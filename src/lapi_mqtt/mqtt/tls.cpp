@@ -1,0 +1,124 @@
+#include "lapi_mqtt/mqtt/tls.h"
+
+#include <arpa/inet.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <array>
+
+#include "ecu/lapi/logging.h"
+#include "lapi_mqtt/mqtt/error.h"
+
+namespace lapi_mqtt {
+namespace {
+
+namespace logging = ecu::lapi::logging;
+
+bool is_address(const std::string& host) {
+    std::array<unsigned char, sizeof(in6_addr)> address{};
+    return inet_pton(AF_INET, host.c_str(), address.data()) == 1 ||
+           inet_pton(AF_INET6, host.c_str(), address.data()) == 1;
+}
+
+std::string subject_of(X509* certificate) {
+    std::array<char, 256> text{};
+    if (certificate == nullptr) return "none";
+    X509_NAME_oneline(X509_get_subject_name(certificate), text.data(), text.size());
+    return text.data();
+}
+
+TlsContext& context_of(const SSL* connection) {
+    return *static_cast<TlsContext*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)));
+}
+
+int note_verification(int accepted, X509_STORE_CTX* store) {
+    if (accepted == 0) {
+        const auto* connection = static_cast<const SSL*>(
+            X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+        const int error = X509_STORE_CTX_get_error(store);
+        context_of(connection)
+            .note_refusal("the broker's certificate (" +
+                          subject_of(X509_STORE_CTX_get_current_cert(store)) +
+                          ") is refused: " + X509_verify_cert_error_string(error));
+    }
+    return accepted;
+}
+
+/// libmosquitto is given an address, so the name that the broker is to show is set here.
+void follow_handshake(const SSL* connection, int where, int /*result*/) {
+    if ((where & SSL_CB_HANDSHAKE_START) != 0) {
+        const std::string& host = context_of(connection).host();
+        // OpenSSL hands out its own object as a constant.
+        auto* own = const_cast<SSL*>(connection);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+        const char* const shown = is_address(host) ? nullptr : host.c_str();
+        static_cast<void>(SSL_set_tlsext_host_name(own, shown));
+    }
+    if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
+        X509* const peer = SSL_get0_peer_certificate(connection);
+        logging::write(logging::DEBUG, "TLS: ", SSL_get_version(connection), ", ",
+                       SSL_get_cipher_name(connection), ", broker ", subject_of(peer));
+    }
+}
+
+/// A pass phrase is never asked for: nobody may be there to answer.
+int refuse_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* asked) {
+    *static_cast<bool*>(asked) = true;
+    return -1;
+}
+
+[[noreturn]] void fail_with(const std::string& file) {
+    const auto error = ERR_peek_error();
+    const char* const reason = ERR_reason_error_string(error);
+    ERR_clear_error();
+    throw MqttError("TLS: cannot use '" + file + "': " + (reason == nullptr ? "error" : reason));
+}
+
+void load_key(SSL_CTX* context, const Settings& settings) {
+    if (SSL_CTX_use_certificate_chain_file(context, settings.cert_file.c_str()) != 1) {
+        fail_with(settings.cert_file);
+    }
+    bool asked = false;
+    SSL_CTX_set_default_passwd_cb(context, refuse_pass_phrase);
+    SSL_CTX_set_default_passwd_cb_userdata(context, &asked);
+    const bool loaded =
+        SSL_CTX_use_PrivateKey_file(context, settings.key_file.c_str(), SSL_FILETYPE_PEM) == 1;
+    SSL_CTX_set_default_passwd_cb_userdata(context, nullptr);
+    if (asked) {
+        ERR_clear_error();
+        throw MqttError("TLS: the key '" + settings.key_file +
+                        "' is encrypted, and no pass phrase is asked for");
+    }
+    if (!loaded || SSL_CTX_check_private_key(context) != 1) fail_with(settings.key_file);
+}
+
+}  // namespace
+
+void TlsContext::Free::operator()(ssl_ctx_st* context) const {
+    SSL_CTX_free(context);
+}
+
+TlsContext::TlsContext(const Settings& settings)
+    : name(settings.host), context(SSL_CTX_new(TLS_client_method())) {
+    SSL_CTX* const own = context.get();
+    if (own == nullptr) throw MqttError("TLS: out of memory");
+    SSL_CTX_set_app_data(own, this);
+    SSL_CTX_set_min_proto_version(own, TLS1_2_VERSION);
+    SSL_CTX_set_mode(own, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
+                              SSL_MODE_AUTO_RETRY);
+    if (SSL_CTX_load_verify_locations(own, settings.ca_file.c_str(), nullptr) != 1) {
+        fail_with(settings.ca_file);
+    }
+    if (!settings.cert_file.empty()) load_key(own, settings);
+
+    X509_VERIFY_PARAM* const checks = SSL_CTX_get0_param(own);
+    X509_VERIFY_PARAM_set_hostflags(checks, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+    const int is_set = is_address(name)
+                           ? X509_VERIFY_PARAM_set1_ip_asc(checks, name.c_str())
+                           : X509_VERIFY_PARAM_set1_host(checks, name.data(), name.size());
+    if (is_set != 1) throw MqttError("TLS: '" + name + "' cannot be looked for in a certificate");
+    SSL_CTX_set_verify(own, SSL_VERIFY_PEER, note_verification);
+    SSL_CTX_set_info_callback(own, follow_handshake);
+}
+
+}  // namespace lapi_mqtt
