@@ -1,0 +1,190 @@
+#include "lapi_mqtt/transport/transport_client.h"
+
+#include <gmock/gmock.h>
+
+#include <future>
+
+#include "fakes/scripted_connection.h"
+
+namespace {
+
+using ecu::lapi::com::Message;
+using ecu::lapi::com::TransportError;
+using lapi_mqtt::Reason;
+using std::chrono::milliseconds;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::ThrowsMessage;
+
+Message text(const std::string& bytes, char qos = '\0') {
+    Message message({bytes.begin(), bytes.end()});
+    message.qos = static_cast<std::uint8_t>(qos);
+    return message;
+}
+
+struct Noting : ecu::lapi::com::ISubscriptionObserver {
+    void message(const std::string& topic, const Message&) override {
+        const std::lock_guard<std::mutex> lock(mutex);
+        topics.push_back(topic);
+    }
+    std::vector<std::string> seen() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return topics;
+    }
+    std::mutex mutex;
+    std::vector<std::string> topics;
+};
+
+struct Transport : testing::Test {
+    Transport() {
+        settings.host = "unit";
+        settings.port = 1883;
+        settings.client_name = "test";
+        settings.request_timeout = milliseconds(300);
+    }
+    ~Transport() override { client.reset(); }
+
+    lapi_mqtt::TransportClient& connected() {
+        client = std::make_unique<lapi_mqtt::TransportClient>(
+            settings, [this](auto& events) { return std::make_unique<fake::ScriptedConnection>(broker, events); });
+        client->connect();
+        client->start();
+        return *client;
+    }
+    bool await_sent(const std::string& packet) {
+        return broker.await(
+            [&] { return std::find(broker.packets.begin(), broker.packets.end(), packet) != broker.packets.end(); });
+    }
+    /// Answers packets that begin so with a reason, or not at all.
+    void script(const std::string& begin, std::optional<Reason> reason) {
+        broker.answer = [begin, reason, usual = broker.answer](const auto& packet) {
+            return packet.rfind(begin, 0) == 0 ? reason : usual(packet);
+        };
+    }
+
+    lapi_mqtt::Settings settings;
+    fake::Broker broker;
+    std::unique_ptr<lapi_mqtt::TransportClient> client;
+    const std::string announced = "publish subscription/announcement ";
+};
+
+TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
+    settings.topic_prefix = "units/7/";
+    connected();
+    script("publish units/7/t", std::nullopt);
+    script("subscribe clients/", std::nullopt);
+    EXPECT_THAT(
+        [this] { client->request("t", text("?")); },
+        ThrowsMessage<TransportError>(HasSubstr("/reply on the broker at unit:1883: the broker does not answer")));
+    ASSERT_EQ(broker.sent().size(), 1U);
+    const std::string reply_topic = broker.sent().front().substr(10, 35);
+    script("subscribe clients/", Reason{0x87, "Not authorized (ask the admin)"});
+    EXPECT_THAT([this] { client->request("t", text("?")); },
+                ThrowsMessage<TransportError>(HasSubstr("Not authorized (ask the admin)")));
+    script("subscribe clients/", Reason{1, ""});
+    const auto start = std::chrono::steady_clock::now();
+    std::thread foreign([&] {  // as many as there are, none of them stretches the wait
+        for (int n = 0; n < 50; ++n, std::this_thread::sleep_for(milliseconds(10))) {
+            broker.traffic.received += 100'000;
+            broker.send(reply_topic, "another's", {"", "other", "", {}, {}});
+        }
+    });
+    EXPECT_THAT([this] { client->request("t", text("?")); },
+                ThrowsMessage<TransportError>(
+                    HasSubstr("request units/7/t on the broker at unit:1883: no reply within 300 ms")));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(450));
+    foreign.join();
+    EXPECT_EQ(broker.properties.back().content_type, "application/x-protobuf");
+    EXPECT_EQ(broker.properties.back().timeout, milliseconds(300));
+}
+
+TEST_F(Transport, ForgetsAnObserverWhoseSubscriptionFails) {
+    connected();
+    auto observer = std::make_shared<Noting>();
+    script("subscribe a", Reason{0x8f, "Topic filter invalid"});
+    EXPECT_THAT([&] { client->subscribe("a", 0, observer); }, ThrowsMessage<TransportError>(HasSubstr("Topic filter")));
+    script("subscribe b", Reason{0, ""});
+    script(announced, Reason{0x10, ""});
+    client->subscribe("b", 1 + ecu::lapi::com::WITH_KEPT, observer);
+    EXPECT_TRUE(await_sent(announced + "b q1"));
+    EXPECT_EQ(observer.use_count(), 2);
+    EXPECT_THAT(broker.sent(), ElementsAre("subscribe a q0", "subscribe b kept q1", announced + "b q1"));
+    client->unsubscribe("b", observer);
+    EXPECT_EQ(observer.use_count(), 1);
+}
+
+TEST_F(Transport, RemembersALostPublicationWhateverFollows) {
+    connected();
+    client->publish("x", text("sure", '2'));
+    EXPECT_TRUE(await_sent("publish x sure q2"));
+    script(announced + "lost", std::nullopt);
+    client->publish("lost", text("1"));
+    broker.cut();
+    EXPECT_TRUE(broker.await([this] { return broker.connections_made == 2; }));
+    while (true) {  // until the link is there again
+        try {
+            client->publish("later", text("2"));
+            break;
+        } catch (const TransportError&) {
+            std::this_thread::sleep_for(milliseconds(5));
+        }
+    }
+    EXPECT_THAT([this] { client->disconnect(); }, ThrowsMessage<TransportError>(HasSubstr("publish on lost")));
+    EXPECT_THAT(broker.sent(), ElementsAre("publish x sure q2", "publish lost 1 q0", announced + "lost q1",
+                                           "publish later 2 q0", announced + "later q1", "disconnect"));
+}
+
+TEST_F(Transport, TellsWhatBecameOfAMessage) {
+    connected();
+    std::promise<bool> taken, refused, lost;
+    const auto tell = [](auto& promise) { return [&](bool is_taken) { promise.set_value(is_taken); }; };
+    script("publish b", Reason{0x87, ""});
+    script("publish c", std::nullopt);
+    client->publish("a", text("1"), tell(taken));
+    client->publish("b", text("2"), tell(refused));
+    client->publish("c", text("3"), tell(lost));
+    EXPECT_TRUE(taken.get_future().get());
+    EXPECT_FALSE(refused.get_future().get());
+    broker.cut();
+    EXPECT_FALSE(lost.get_future().get());
+    EXPECT_THAT(broker.sent(), Contains("publish a 1 q1"));
+}
+
+TEST_F(Transport, StopsOnASilentConnection) {
+    connected();
+    client->subscribe("a", 0, std::make_shared<Noting>());
+    client->stop();
+    EXPECT_EQ(broker.sent().back(), "abort");
+}
+
+TEST_F(Transport, GivesAMessageOnceHoweverFiltersOverlap) {
+    connected();
+    const auto observer = std::make_shared<Noting>();
+    for (const auto* filter : {"a/#", "a/+", "+/b", "c"}) client->subscribe(filter, 0, observer);
+    for (const auto* topic : {"a/b", "x/b", "a/c", "c"}) broker.send(topic, "");
+    const auto is_last = [&] { return observer->seen().size() > 3 && broker.connections_made == 3; };
+    for (int n = 0; n < 200 && !is_last(); ++n) std::this_thread::sleep_for(milliseconds(10));
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_THAT(observer->seen(), testing::UnorderedElementsAre("a/b", "x/b", "a/c", "c"));
+}
+
+TEST_F(Transport, ServesOnlyWhatCanBeAskedAndKeepsItsPresence) {
+    connected().set_presence({"here", "yes", "no"});
+    script("subscribe s", Reason{0, ""});
+    const auto serve = [this] { client->serve("s", [](const Message&) { return text("!"); }); };
+    EXPECT_THAT(serve, ThrowsMessage<TransportError>(HasSubstr("QoS 0")));
+    script("subscribe s", Reason{1, ""});
+    serve();
+    client->show_presence();
+    broker.send("s", "?", {"clients/7/reply", "c", "", milliseconds(900), {}});
+    broker.send("s", "?", {"clients/7/reply", "c", "", milliseconds(900), {}}, true);
+    broker.send("s", "?", {"elsewhere", "c", "", milliseconds(900), {}});
+    EXPECT_TRUE(await_sent("publish clients/7/reply ! q1"));
+    client->disconnect();
+    client->stop();
+    EXPECT_THAT(broker.sent(), ElementsAre("subscribe s q1", "subscribe s q1", "publish here yes kept q1",
+                                           "publish clients/7/reply ! q1", "publish here no kept q1", "disconnect"));
+}
+
+}  // namespace
