@@ -1,5 +1,6 @@
 """What every broken broker, link and service looks like to the user."""
 
+import os
 import re
 import socket
 import subprocess
@@ -62,6 +63,41 @@ def test_a_peer_that_is_no_broker_or_refuses_is_told(scripted, greeting, answer,
     port = scripted({1: answer}, greeting).port
     got = run_korvid("get", port=port, connect_timeout_ms=1000)
     assert_fails(got, f"127.0.0.1:{port}: .*{words}", 1 if words else 1.5, connecting=True)
+
+
+def test_the_brokers_own_words_and_a_cut_inside_a_packet_are_told(scripted):
+    moved = b"\x20\x1f\x00\x9d\x1c\x1c\x00\x06b.test\x1f\x00\x10gone\xe2\x80\xae for good"
+    for connack, answer_, words in (
+            (moved, b"", r"moved.*gone.u202e for good.*b.test"), (None, b"\xe0\x01\x8b", "lost: .*shutting down"),
+            (None, b"\x30\x7f\x00\x05clie", "connection was closed")):
+        peer = scripted({**({1: connack} if connack else {}), 3: lambda _, answer=answer_: answer})
+        running = Running("get", port=peer.port, connect_timeout_ms=1000)
+        if words.startswith("connection"):
+            time.sleep(0.3)
+            peer.close()
+        assert_fails(running.result(), words, 1.5, connecting=connack is not None)
+        assert "Success" not in running.err and "\u202e" not in running.err
+
+
+@pytest.mark.skipif(os.geteuid() != 0, reason="a hosts file of its own needs root")
+def test_every_address_of_a_name_is_tried(broker, unit, swallowing, tmp_path):
+    hosts = tmp_path / "hosts"
+    hosts.write_text("::1 several\n127.0.0.9 several\n127.0.0.1 several\n")
+    own = ["unshare", "-m", "sh", "-ec", 'mount --bind "$0" /etc/hosts; exec "$@"', hosts]
+    got = Running("-H", "several", "get", "288", port=broker.port, prefix=own).result()
+    assert (got.status, got.out, got.err) == (0, HI_BLOCK, "") and got.seconds < scaled(1), got
+    got = Running("-H", "several", "get", port=1, prefix=own).result()
+    assert_fails(got, "several:1.*::1: .*127.0.0.9: Connection refused.*127.0.0.1: Connection refused", 1, connecting=True)
+    for host, words in ("[::1]", r"\[::1\]:1"), ("several:1883", "-p"):
+        got = Running("-H", host, "get", port=1, prefix=own).result()
+        assert got.status == 1 and re.search(words, got.err), got
+
+
+def test_without_quality_of_service_nothing_is_called_ready(new_broker, tmp_path):
+    port = new_broker("max_qos 0").port
+    for program, arguments in ("korvid-unit", ["-d", tmp_path / "u.db"]), ("korvid", ["get"]), ("korvid", ["getsec"]):
+        got = Running(*arguments, program=program, port=port).result()
+        assert got.status == 1 and got.out == b"" and "QoS 0 only" in got.err and got.seconds < scaled(1), got
 
 
 def test_credentials_are_used_and_their_refusal_is_told_without_them(new_broker, tmp_path):

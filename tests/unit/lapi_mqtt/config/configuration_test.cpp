@@ -17,8 +17,7 @@ class ConfigurationOf : public testing::Test {
 protected:
     ConfigurationOf() { setenv("ECU_LAPI_CONFIG", path.c_str(), 1); }
     ~ConfigurationOf() override {
-        for (const auto* name : {"ECU_LAPI_CONFIG", "ECU_LAPI_PORT", "ECU_LAPI_PROT"})
-            unsetenv(name);
+        for (const auto* name : {"ECU_LAPI_CONFIG", "ECU_LAPI_PORT", "ECU_LAPI_PROT"}) unsetenv(name);
         std::remove(path.c_str());
     }
     Configuration load(const std::string& content) {
@@ -32,15 +31,19 @@ protected:
 
 TEST_F(ConfigurationOf, ReadsFileThenEnvironmentThenTheProgram) {
     setenv("ECU_LAPI_PORT", "1885", 1);
-    auto configuration =
-        load("# unit\n\n host =  unit.local \r\nport=1884\nrequest_timeout_ms = 70\n");
+    auto configuration = load("# unit\n\n host =  unit.local \r\nport=1884\nrequest_timeout_ms = 70\n");
     EXPECT_TRUE(configuration.verify());
     const auto settings = lapi_mqtt::read_settings(configuration);
     EXPECT_EQ(settings.place(), "unit.local:1885");
     EXPECT_EQ(settings.request_timeout.count(), 70);
     EXPECT_EQ(settings.connect_timeout.count(), 3000);
-    configuration["host"] = "::1";
-    EXPECT_EQ(lapi_mqtt::read_settings(configuration).place(), "[::1]:1885");
+    for (const auto* host : {"::1", "[::1]"}) {
+        configuration["host"] = host;
+        EXPECT_EQ(lapi_mqtt::read_settings(configuration).place(), "[::1]:1885");
+        EXPECT_EQ(lapi_mqtt::read_settings(configuration).host, "::1");
+    }
+    std::ofstream(path) << "secret\r\nsecond line";
+    EXPECT_EQ(lapi_mqtt::read_password(path), "secret");
 }
 
 TEST_F(ConfigurationOf, NamesThePlaceOfEachFault) {
@@ -48,6 +51,11 @@ TEST_F(ConfigurationOf, NamesThePlaceOfEachFault) {
         {"\nhots = x", ":2: unknown key 'hots'"},
         {"host", ":1: no '=' in 'host'"},
         {"= x", ":1: no key before '='"},
+        {"host = unit # the bench", ":1: 'unit # the bench' holds a '#'; a comment stands on"},
+        {"host = unit:1883", "holds a colon; the port is a setting of its own (-p)"},
+        {"topic_prefix = units/7", "topic_prefix: 'units/7' does not end with '/'"},
+        {"topic_prefix = units/+/", "topic_prefix: 'units/+/' holds one of the characters + # $"},
+        {"cert_file = /dev/null\nkey_file = /dev/null", "cert_file: needs a value for ca_file"},
         {"host =", ":1: host: missing value"},
         {"host = a b", ":1: host: 'a b' is not a host name or address"},
         {"port = 65536", ":1: port: '65536' is not a number from 1 to 65535"},
@@ -63,14 +71,12 @@ TEST_F(ConfigurationOf, NamesThePlaceOfEachFault) {
     setenv("ECU_LAPI_PORT", "x", 1);
     setenv("ECU_LAPI_PROT", "1", 1);
     auto configuration = load("");
-    EXPECT_THAT(configuration.complaints(),
-                ElementsAre("ECU_LAPI_PROT: unknown key 'prot'",
-                            "ECU_LAPI_PORT: port: 'x' is not a number from 1 to 65535"));
+    EXPECT_THAT(configuration.complaints(), ElementsAre("ECU_LAPI_PROT: unknown key 'prot'",
+                                                        "ECU_LAPI_PORT: port: 'x' is not a number from 1 to 65535"));
     configuration["port"] = "y";
     configuration["client_name"] = "a/b";
     EXPECT_THAT(configuration.complaints(),
-                ElementsAre("ECU_LAPI_PROT: unknown key 'prot'",
-                            "client_name: 'a/b' holds one of the characters / + #",
+                ElementsAre("ECU_LAPI_PROT: unknown key 'prot'", "client_name: 'a/b' holds one of the characters / + #",
                             "port: 'y' is not a number from 1 to 65535"));
     setenv("ECU_LAPI_CONFIG", "/nowhere/lapi.conf", 1);
     EXPECT_THAT(Configuration().complaints().front(),

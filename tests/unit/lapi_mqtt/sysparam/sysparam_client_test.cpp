@@ -53,28 +53,29 @@ TEST_F(ParameterClient, SpeaksTheBytesOfAnotherEncoder) {
     EXPECT_TRUE(client.get_parameter(288, 0).first);
     EXPECT_FALSE(client.get_parameter(0xffffffff, 0).first);
     const std::string topic = "system/vard/sysparam/read";
-    EXPECT_THAT(service->requests,
-                testing::ElementsAre(Pair(topic, bytes("")), Pair(topic, bytes("0a 02 a0 02")),
-                                     Pair(topic, bytes("0a 05 ff ff ff ff 0f"))));
+    EXPECT_THAT(service->requests, testing::ElementsAre(Pair(topic, bytes("")), Pair(topic, bytes("0a 02 a0 02")),
+                                                        Pair(topic, bytes("0a 05 ff ff ff ff 0f"))));
 }
 
 TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
     const std::string malformed[] = {
-        "",                         // nothing
-        HI,                         // cut before the count
-        HI + " 10 02",              // a record is missing
-        HI + " " + HI + " 10 02",   // a record twice
-        "0a 0c 08 a0 02 10 ff 01",  // cut inside a record
-        "0a ff ff ff ff 0f 08",     // a length beyond the end
-        "0a 02 22 05 10 01",        // a length beyond its record
-        "10 00 00",                 // a field number of 0
-        LAST + " 10 01",            // whole, but another parameter
+        "",                          // nothing
+        HI,                          // cut before the count
+        HI + " 10 02",               // a record is missing
+        HI + " " + HI + " 10 02",    // a record twice
+        "0a 0c 08 a0 02 10 ff 01",   // cut inside a record
+        "0a ff ff ff ff 0f 08",      // a length beyond the end
+        "0a 02 22 05 10 01",         // a length beyond its record
+        "10 00 00",                  // a field number of 0
+        "0a 02 10 ff 10 01",         // a record without an OTAID
+        LAST + " 10 01",             // whole, but another parameter
+        HI + " " + LAST + " 10 02",  // and a further one
     };
     for (const auto& reply : malformed) {
         service->replies = {reply, reply};
         const auto malformed_reply = ThrowsMessage<TransportError>(HasSubstr("malformed"));
         EXPECT_THAT([this] { client.get_parameter(288, 0); }, malformed_reply) << reply;
-        if (reply == LAST + " 10 01") continue;
+        if (reply.find(LAST) != std::string::npos) continue;
         EXPECT_THAT([this] { client.get_parameters(0); }, malformed_reply) << reply;
     }
 }

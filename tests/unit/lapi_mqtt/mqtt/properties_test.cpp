@@ -1,0 +1,58 @@
+#include "lapi_mqtt/mqtt/properties.h"
+
+#include <gtest/gtest.h>
+#include <mosquitto.h>
+#include <mqtt_protocol.h>
+
+#include "lapi_mqtt/logging/printable.h"
+#include "lapi_mqtt/mqtt/error.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+TEST(Properties, CarryARequestAndTheShorterOfItsTimes) {
+    const lapi_mqtt::PublishProperties sent{"clients/7/reply", {"\0c", 2}, "type", milliseconds(1500), {}};
+    const auto list = lapi_mqtt::to_list(sent);
+    auto got = lapi_mqtt::from_list(list.get());
+    EXPECT_EQ(std::tuple(got.response_topic, got.correlation_data, got.content_type),
+              std::tuple(sent.response_topic, sent.correlation_data, sent.content_type));
+    EXPECT_EQ(got.timeout, milliseconds(1500));
+    mosquitto_property* head = nullptr;  // the broker has held it for more than a second
+    mosquitto_property_add_int32(&head, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, 1);
+    mosquitto_property_add_string_pair(&head, MQTT_PROP_USER_PROPERTY, "timeout-ms", "1500");
+    EXPECT_EQ(lapi_mqtt::from_list(head).timeout, milliseconds(1000));
+    mosquitto_property_free_all(&head);
+}
+
+TEST(Properties, CarryAnErrorTextThatMqttTakes) {
+    lapi_mqtt::PublishProperties reply;
+    reply.error = "disk\n\xff full \xc3\xbc" + std::string(2000, 'x');
+    const auto text = lapi_mqtt::from_list(lapi_mqtt::to_list(reply).get()).error.value();
+    EXPECT_EQ(text.substr(0, 16), "disk?? full ??xx");
+    EXPECT_EQ(text.size(), 1000U);
+}
+
+TEST(Reasons, SpeakTheBrokersOwnWords) {
+    mosquitto_property* head = nullptr;
+    mosquitto_property_add_string(&head, MQTT_PROP_REASON_STRING, "ask the admin");
+    mosquitto_property_add_string(&head, MQTT_PROP_SERVER_REFERENCE, "b.test:1883");
+    EXPECT_EQ(lapi_mqtt::reason_of(0x87, nullptr).text, "Not authorized");
+    EXPECT_EQ(lapi_mqtt::reason_of(0x9d, head).text, "Server moved (ask the admin), use b.test:1883 instead");
+    mosquitto_property_free_all(&head);
+}
+
+TEST(Printable, EscapesWhatATerminalWouldNotShowAsItIs) {
+    const std::pair<std::string, const char*> table[] = {
+        {"plain \xc3\xbc \xe2\x82\xac \xf0\x9f\x98\x80", "plain \xc3\xbc \xe2\x82\xac \xf0\x9f\x98\x80"},
+        {"a\r\n\tb\x1b[2J\x7f", "a\\r\\n\\tb\\x1b[2J\\x7f"},
+        {"x\xe2\x80\xaey\xe2\x80\x8bz\xef\xbb\xbf", "x\\u202ey\\u200bz\\ufeff"},
+        {"\xc2\x9b", "\\u009b"},
+        {"\xff\xc0\xaf\xed\xa0\x80\xe2\x80", "\\xff\\xc0\\xaf\\xed\\xa0\\x80\\xe2\\x80"},
+        {std::string("\0", 1), "\\x00"},
+        {"\xf3\xa0\x81\x81", "\\U000e0041"},
+    };
+    for (const auto& [text, shown] : table) EXPECT_EQ(lapi_mqtt::printable(text), shown);
+}
+
+}  // namespace
