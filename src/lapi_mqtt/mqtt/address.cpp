@@ -60,7 +60,7 @@ Found look_up_until(const std::string& host, std::chrono::steady_clock::time_poi
     std::promise<Found> promise;
     auto found = promise.get_future();
     std::thread([host, promise = std::move(promise)]() mutable {
-        promise.set_value(look_up(host, AI_ADDRCONFIG));
+        promise.set_value(look_up(host, 0));
     }).detach();
     while (found.wait_for(LOOK_EVERY) != std::future_status::ready) {
         if (abandoned) throw MqttError("given up");
