@@ -20,6 +20,7 @@ TIME_FACTOR = float(os.environ.get("KORVID_TIME_FACTOR", "1"))  # sanitizers slo
 READ_TOPIC, WRITE_TOPIC = "system/vard/sysparam/read", "system/vard/sysparam/write"
 BLOB_GET, BLOB_SET = "system/vard/secstore/get", "system/vard/secstore/set"
 ANNOUNCEMENT = "subscription/announcement"
+NO_SERVICE = "no parameter service is listening"
 
 
 def scaled(seconds):
@@ -76,6 +77,14 @@ def run_korvid(*args, **options):
     return Running(*args, **options).result()
 
 
+def assert_fails(result, words, seconds, connecting=False):
+    """Status 1, nothing printed, the complaint's words, and in time."""
+    assert result.status == 1 and result.out == b"", result
+    assert re.search("^korvid: ", result.err, re.M) and re.search(words, result.err, re.S | re.I), result
+    assert len(re.findall("^ERROR: ", result.err, re.M)) == (1 if connecting else 0), result
+    assert result.seconds < scaled(seconds), result
+
+
 def end(process, number=signal.SIGTERM):
     process.send_signal(number)
     try:
@@ -87,15 +96,15 @@ def end(process, number=signal.SIGTERM):
 class Unit:
     """korvid-unit; ended by SIGTERM with status 0, or the test fails."""
 
-    def __init__(self, directory, port, *args, prefix=(), stdin=None):
-        self.log = directory / "unit.log"
+    def __init__(self, directory, port, *args, prefix=(), stdin=None, **settings):
+        self.env, self.log = environment(**settings), directory / "unit.log"
         self.command = [*prefix, BIN / "korvid-unit", "-p", str(port), "-d", directory / "unit.db", *map(str, args)]
         self.start(stdin)
 
     def start(self, stdin=None):
         with self.log.open("ab") as log:
             self.process = subprocess.Popen(self.command, stdin=stdin or subprocess.DEVNULL,
-                                            stdout=subprocess.PIPE, stderr=log, env=environment())
+                                            stdout=subprocess.PIPE, stderr=log, env=self.env)
         line = self.process.stdout.readline()
         assert line == b"ready\n", (line, self.log.read_text(errors="replace"))
 
@@ -137,9 +146,9 @@ class Broker:
 class Peer:
     """A client of the test's own: a service, a requester or a listener."""
 
-    def __init__(self, port, *topics, on_message=None, qos=1):
+    def __init__(self, port, *topics, on_message=None, qos=1, client=None):
         self.messages, self.on_message, granted = [], on_message, threading.Event()
-        self.client = mqtt.Client(protocol=mqtt.MQTTv5)
+        self.client = client or mqtt.Client(protocol=mqtt.MQTTv5)
         self.client.on_subscribe = lambda *_: granted.set()
         self.client.on_message = self.receive
         self.client.connect("127.0.0.1", port)

@@ -9,20 +9,11 @@ import time
 
 import pytest
 
-from harness import (HI, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, field, puback, read_reply, record,
-                     run_korvid, scaled)
+from harness import (HI, HI_BLOCK, NO_SERVICE, READ_TOPIC, WRITE_TOPIC, Running, assert_fails, field, puback,
+                     read_reply, record, run_korvid, scaled)
 
-NO_SERVICE = "no parameter service is listening"
 DOUBT = "may or may not have been written.*get"
 SET = ["set", "288", "str", "x"]
-
-
-def assert_fails(result, words, seconds, connecting=False):
-    """Status 1, nothing printed, the complaint's words, and in time."""
-    assert result.status == 1 and result.out == b"", result
-    assert re.search("^korvid: ", result.err, re.M) and re.search(words, result.err, re.S | re.I), result
-    assert len(re.findall("^ERROR: ", result.err, re.M)) == (1 if connecting else 0), result
-    assert result.seconds < scaled(seconds), result
 
 
 @pytest.fixture
@@ -110,30 +101,6 @@ def test_credentials_are_used_and_their_refusal_is_told_without_them(new_broker,
         good = (name, word) == ("bench", "right")
         assert_fails(got, NO_SERVICE if good else f"127.0.0.1:{port}.*not authori[sz]ed", 1.2, connecting=not good)
         assert "wrong" not in got.err and "right" not in got.err, got
-
-
-@pytest.fixture(scope="module")
-def certificates(tmp_path_factory):
-    """Two certificates, each its own authority: one for 127.0.0.1, one for elsewhere."""
-    place = tmp_path_factory.mktemp("tls")
-    for name, host in ("here", "IP:127.0.0.1"), ("elsewhere", "DNS:elsewhere.test"):
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-                        "-days", "2", "-subj", f"/CN={name}", "-addext", f"subjectAltName={host}",
-                        "-keyout", place / f"{name}.key", "-out", place / f"{name}.pem"],
-                       check=True, capture_output=True)
-    return place
-
-
-@pytest.mark.parametrize("server, trusted, words", [
-    ("here", "here", None), ("here", "elsewhere", "certificate"), ("elsewhere", "elsewhere", "certificate|host ?name"),
-    ("plain", "here", "tls"), ("here", None, ""),
-])
-def test_tls_is_checked_and_its_refusals_are_named(new_broker, certificates, server, trusted, words):
-    pair = [f"certfile {certificates / server}.pem", f"keyfile {certificates / server}.key"]
-    port = new_broker(*(pair if server != "plain" else ())).port
-    settings = {"ca_file": certificates / f"{trusted}.pem"} if trusted else {"connect_timeout_ms": 1000}
-    got = run_korvid("get", port=port, **settings)
-    assert_fails(got, f"127.0.0.1:{port}.*({words})" if words is not None else NO_SERVICE, 1.5, words is not None)
 
 
 def test_no_service_is_told_by_the_broker_or_by_silence(broker, scripted):

@@ -1,0 +1,105 @@
+"""The access control that is shipped: what each role may do, and what nobody else can."""
+
+import pathlib
+import re
+import subprocess
+
+import paho.mqtt.client as mqtt
+import pytest
+from paho.mqtt.packettypes import PacketTypes
+from paho.mqtt.reasoncodes import ReasonCodes
+
+from harness import (ANNOUNCEMENT, BLOB_GET, BLOB_SET, DEMO_UNIT, READ_TOPIC, WRITE_TOPIC, Broker, Peer, await_that,
+                     block, free_port, run_korvid)
+
+SHARE = pathlib.Path(__file__).resolve().parents[2] / "share/broker"
+PRESENCE, REPLY = "system/vard/unit", "clients/victim/reply"
+TO_UNIT, FROM_UNIT = [READ_TOPIC, WRITE_TOPIC, BLOB_SET, ANNOUNCEMENT], [BLOB_GET, PRESENCE, REPLY]
+WRITABLE = {"unit": [*FROM_UNIT, ANNOUNCEMENT], "engineer": TO_UNIT, "reader": [READ_TOPIC, ANNOUNCEMENT], "guest": []}
+READABLE = {"engineer": {BLOB_GET, PRESENCE}, "reader": {BLOB_GET, PRESENCE}, "guest": set()}
+
+
+class ShippedBroker(Broker):
+    """With the shipped files; an account for each role, named like it, and one without a role."""
+
+    def __init__(self, directory, certificates):
+        self.port, self.config, self.ca = free_port(), directory / "mosquitto.conf", certificates / "ca.pem"
+        for end in "key", "pem":
+            (directory / f"server.{end}").write_bytes((certificates / f"here.{end}").read_bytes())
+        (directory / "passwords").write_text("".join(f"{name}:word of {name}\n" for name in WRITABLE))
+        subprocess.run(["mosquitto_passwd", "-U", directory / "passwords"], check=True)
+        (directory / "acl").write_bytes((SHARE / "acl").read_bytes())
+        shipped = (SHARE / "mosquitto.conf").read_text().replace("/etc/mosquitto/korvid", str(directory))
+        self.config.write_text("user root\n" + re.sub("^listener 8883$", f"listener {self.port} 127.0.0.1", shipped, 1, re.M))
+        self.start()
+
+    def account(self, name):
+        secret = self.config.with_name(f"{name}.password")
+        secret.write_text(f"word of {name}")
+        return {"port": self.port, "ca_file": self.ca, "username": name, "password_file": secret}
+
+    def peer(self, name, client_id, *topics, will=None):
+        client = mqtt.Client(client_id, protocol=mqtt.MQTTv5)
+        client.username_pw_set(name, f"word of {name}")
+        client.tls_set(self.ca)
+        if will:
+            client.will_set(will, "will", qos=1)
+        return Peer(self.port, *topics, client=client)
+
+
+@pytest.fixture
+def shipped(ending, tmp_path, certificates):
+    broker = ShippedBroker(tmp_path, certificates)
+    ending.callback(broker.stop)
+    return broker
+
+
+def test_every_role_does_its_work_and_no_more(shipped, new_unit, tmp_path):
+    unit = shipped.account("unit")
+    new_unit(unit.pop("port"), "-i", DEMO_UNIT, **unit)
+    for blob in "one", "two":
+        (tmp_path / blob).write_text(blob)
+
+    def run(role, *command):
+        return run_korvid(*command, **(shipped.account(role) if role else {"port": shipped.port, "ca_file": shipped.ca}))
+
+    assert run("engineer", "set", "288", "str", "x").status == run("engineer", "setsec", tmp_path / "one").status == 0
+    for role, command in ("reader", "set 288 str y"), ("guest", "get"), ("guest", "set 288 str y"), ("unit", "get"), \
+            (None, "get"):
+        got = run(role, *command.split())
+        assert got.status == 1 and "Not authorized" in got.err and got.seconds < 1, got
+    for role in "reader", "guest":
+        run(role, "setsec", tmp_path / "two")  # at QoS 0 a refusal is told to nobody
+    for role in "engineer", "reader":
+        assert run(role, "get", "288").out == block(288, 255, 10, b"x")
+        assert run(role, "getsec").out == b"SecStore blob size: 3\none\n"
+
+
+@pytest.mark.parametrize("role", ["engineer", "reader", "guest"])
+@pytest.mark.parametrize("client_id", ["+", "#", "victim/reply", "spy"])
+def test_an_intruder_reads_nothing_and_forges_nothing(ending, shipped, role, client_id):
+    """An account of the broker that uses more than its role gives it."""
+    def peer(*args, **options):
+        made = shipped.peer(*args, **options)
+        ending.callback(made.close)
+        return made
+
+    spied = ["#", "+/+/+/+", "clients/#", "clients/+/reply", REPLY, "$share/g/#", "$share/g/" + REPLY,
+             *("$share/g/" + topic for topic in TO_UNIT), *TO_UNIT, *FROM_UNIT]
+    unit, victim = peer("unit", "the-unit", *TO_UNIT), peer("engineer", "victim", *FROM_UNIT)
+    spy = peer(role, client_id, *spied)
+    forbidden = [topic for topic in TO_UNIT + FROM_UNIT if topic not in WRITABLE[role]]
+    for topic in forbidden:
+        for qos in 0, 1, 2:
+            spy.publish(topic, "forged", qos)
+        dying = shipped.peer(role, client_id + "-too", will=topic)
+        dying.client.disconnect(ReasonCodes(PacketTypes.DISCONNECT, identifier=4))  # with its will
+    for sender, topics in (victim, TO_UNIT), (unit, WRITABLE["unit"]):
+        for topic in topics:
+            sender.publish(topic, "true")
+    due = {unit: [*TO_UNIT, ANNOUNCEMENT], victim: FROM_UNIT}
+    await_that(lambda: all(len(peer.messages) >= len(topics) for peer, topics in due.items()), "what is allowed arrives")
+    spy.publish("nothing")  # acknowledged behind all that was sent to it
+    for receiver, topics in due.items():
+        assert [(m.topic, m.payload) for m in receiver.messages] == [(topic, b"true") for topic in topics]
+    assert {m.topic for m in spy.messages} == READABLE[role]
