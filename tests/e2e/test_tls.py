@@ -8,7 +8,7 @@ import ssl
 
 import pytest
 
-from harness import NO_SERVICE, Listening, Running, assert_fails, run_korvid
+from harness import NO_SERVICE, Listening, Running, assert_fails, free_port, run_korvid
 
 
 def settings(certificates, client=None, ca="ca"):
@@ -78,3 +78,18 @@ def test_an_encrypted_key_is_an_error_and_no_question(ending, new_broker, certif
     assert got.status == 1 and re.search("pass ?phrase|encrypted", got.err, re.I) and got.seconds < 1.5, got
     unread, _, _ = select.select([ours if on_terminal else theirs], [], [], 0)
     assert bool(unread) != on_terminal, "asked on the terminal, or read from standard input"
+
+
+@pytest.mark.parametrize("mode, host, secured, warned", [
+    (0o600, "127.0.0.1", False, []), (0o600, "::1", False, []), (0o600, "LOCALHOST", False, []),
+    (0o600, "no..host", False, ["no..host"]), (0o600, "no..host", True, []),
+    (0o640, "127.0.0.1", False, ["word"]), (0o604, "no..host", True, ["word", "here.key"])])
+def test_an_exposed_secret_is_told_once(tmp_path, certificates, mode, host, secured, warned):
+    word = tmp_path / "word"
+    word.write_text("secret")
+    for file in word, certificates / "here.key":
+        file.chmod(mode)
+    got = run_korvid("-H", host, "get", port=free_port(), username="bench", password_file=word,
+                     **(settings(certificates, "here") if secured else {}))
+    warnings = re.findall("^WARNING: .*", got.err, re.M)
+    assert len(warnings) == len(warned) and all(name in text for name, text in zip(warned, warnings)), got

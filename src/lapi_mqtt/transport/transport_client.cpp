@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ecu/lapi/logging.h"
+#include "lapi_mqtt/config/exposure.h"
 #include "lapi_mqtt/mqtt/client_id.h"
 #include "lapi_mqtt/mqtt/topic_filter.h"
 #include "protocol/request.h"
@@ -293,7 +294,9 @@ std::shared_ptr<ITransportClient> create_client(std::unique_ptr<config::Configur
         throw TransportError(TransportError::Kind::failed,
                              "Cannot use the configuration: " + own->complaints().front());
     }
-    return std::make_shared<lapi_mqtt::TransportClient>(lapi_mqtt::read_settings(*own));
+    auto settings = lapi_mqtt::read_settings(*own);
+    lapi_mqtt::warn_of_exposed_secrets(settings);
+    return std::make_shared<lapi_mqtt::TransportClient>(std::move(settings));
 }
 
 }  // namespace ecu::lapi::com
