@@ -14,7 +14,7 @@ if(KORVID_SANITIZE)
 endif()
 
 # What a stranger's bytes might overwrite ends the program instead of serving the stranger. In every
-# build but the sanitizers', which bring checks of their own; tests/hardening.py looks for it.
+# build but the sanitizers', which bring checks of their own; tools/check-hardening looks for it.
 if(NOT KORVID_SANITIZE)
     include(CheckCXXCompilerFlag)
     set(KORVID_HARDENING -fPIE -fstack-protector-strong)

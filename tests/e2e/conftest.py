@@ -41,34 +41,27 @@ def unit(new_unit, broker):
     return new_unit(broker.port, "-i", DEMO_UNIT)
 
 
-CA_CONFIGURATION = """[ca]\ndefault_ca=d\n[d]\ndatabase=index\nnew_certs_dir=.\nrand_serial=yes\ndefault_md=sha256
-policy=p\ncopy_extensions=copy\ndefault_days=2\n[p]\ncommonName=supplied\n"""
-HERE, NUL_NAME = "DNS:localhost,IP:127.0.0.1", b"localhost\0.elsewhere.test"
-NUL = "DER:30:%02x:82:%02x:%s" % (len(NUL_NAME) + 2, len(NUL_NAME), NUL_NAME.hex(":"))
+HERE, NUL = "DNS:localhost,IP:127.0.0.1", b"localhost\0.elsewhere.test"
+BY_CA = ["-CA", "ca.pem", "-CAkey", "ca.key", "-nodes"]
+CERTIFICATES = {  # names, options
+    "ca": (HERE, "-x509", "-nodes"), "foreign": (HERE, "-x509", "-nodes"), "here": (HERE, *BY_CA),
+    "elsewhere": ("DNS:elsewhere.test", *BY_CA), "encrypted": (HERE, *BY_CA[:-1], "-passout", "pass:open"),
+    "nul": ("DER:30:%02x:82:%02x:%s" % (len(NUL) + 2, len(NUL), NUL.hex(":")), *BY_CA), "expired": (HERE, "-nodes")}
+LONG_AGO = """[ca]\ndefault_ca=d\n[d]\ndatabase=index\nnew_certs_dir=.\nrand_serial=yes\ndefault_md=sha256\npolicy=p
+copy_extensions=copy\ndefault_startdate=20200101000000Z\ndefault_enddate=20200102000000Z\n[p]\ncommonName=supplied\n"""
 
 
 @pytest.fixture(scope="session")
 def certificates(tmp_path_factory):
-    """NAME.pem and NAME.key: two authorities, and certificates of the first unless the name says otherwise."""
+    """NAME.pem and NAME.key: signed by themselves (ca, foreign) or by ca."""
     place = tmp_path_factory.mktemp("certificates")
-
-    def openssl(*args):
-        subprocess.run(["openssl", *args], check=True, capture_output=True, cwd=place)
-
-    def new(name, *options):
-        openssl("req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-subj", f"/CN={name}",
-                "-keyout", f"{name}.key", "-out", f"{name}.pem", *options)
-
-    (place / "ca.cnf").write_text(CA_CONFIGURATION)
+    (place / "long_ago").write_text(LONG_AGO)
     (place / "index").touch()
-    for name in "ca", "foreign_ca":
-        new(name, "-nodes", "-x509")
-    new("self_signed", "-nodes", "-x509", "-addext", f"subjectAltName={HERE}")
-    for name, names in (("here", HERE), ("expired", HERE), ("foreign", HERE), ("elsewhere", "DNS:elsewhere.test"),
-                        ("nul", NUL), ("encrypted", HERE)):
-        new(name, "-addext", f"subjectAltName={names}", *(["-passout", "pass:open"] if name == "encrypted" else ["-nodes"]))
-        ca = "foreign_ca" if name == "foreign" else "ca"
-        dates = ["-startdate", "20200101000000Z", "-enddate", "20200102000000Z"] if name == "expired" else []
-        openssl("ca", "-batch", "-notext", "-config", "ca.cnf", "-cert", f"{ca}.pem", "-keyfile", f"{ca}.key",
-                "-in", f"{name}.pem", "-out", f"{name}.pem", *dates)
+    commands = [["req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-subj", f"/CN={name}", "-addext",
+                 f"subjectAltName={names}", "-keyout", f"{name}.key", "-out", f"{name}.pem", *options]
+                for name, (names, *options) in CERTIFICATES.items()]
+    commands.append(["ca", "-batch", "-notext", "-config", "long_ago", "-cert", "ca.pem", "-keyfile", "ca.key",
+                     "-in", "expired.pem", "-out", "expired.pem"])
+    for command in commands:
+        subprocess.run(["openssl", *command], check=True, capture_output=True, cwd=place)
     return place

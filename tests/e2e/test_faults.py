@@ -3,7 +3,6 @@
 import os
 import re
 import socket
-import subprocess
 import threading
 import time
 
@@ -89,18 +88,6 @@ def test_without_quality_of_service_nothing_is_called_ready(new_broker, tmp_path
     for program, arguments in ("korvid-unit", ["-d", tmp_path / "u.db"]), ("korvid", ["get"]), ("korvid", ["getsec"]):
         got = Running(*arguments, program=program, port=port).result()
         assert got.status == 1 and got.out == b"" and "QoS 0 only" in got.err and got.seconds < scaled(1), got
-
-
-def test_credentials_are_used_and_their_refusal_is_told_without_them(new_broker, tmp_path):
-    passwords, secret = tmp_path / "passwords", tmp_path / "secret"
-    subprocess.run(["mosquitto_passwd", "-b", "-c", passwords, "bench", "right"], check=True)
-    port = new_broker(f"password_file {passwords}", anonymous=False).port
-    for name, word in ("bench", "wrong"), ("else", "right"), (None, None), ("bench", "right"):
-        secret.write_text(f"{word}\n")
-        got = run_korvid("get", port=port, **({"username": name, "password_file": secret} if name else {}))
-        good = (name, word) == ("bench", "right")
-        assert_fails(got, NO_SERVICE if good else f"127.0.0.1:{port}.*not authori[sz]ed", 1.2, connecting=not good)
-        assert "wrong" not in got.err and "right" not in got.err, got
 
 
 def test_no_service_is_told_by_the_broker_or_by_silence(broker, scripted):
