@@ -25,10 +25,11 @@ class ShippedBroker(Broker):
         self.port, self.config, self.ca = free_port(), directory / "mosquitto.conf", certificates / "ca.pem"
         (directory / "passwords").write_text("".join(f"{name}:word-of-{name}\n" for name in WRITABLE))
         subprocess.run(["mosquitto_passwd", "-U", directory / "passwords"], check=True)
-        for name, source in ("acl", SHARE / "acl"), *((f"server.{x}", certificates / f"here.{x}") for x in ("pem", "key")):
-            (directory / name).symlink_to(source)
+        (directory / "acl").symlink_to(SHARE / "acl")
+        for end in "pem", "key":
+            (directory / f"server.{end}").symlink_to(certificates / f"here.{end}")
         shipped = (SHARE / "mosquitto.conf").read_text().replace("/etc/mosquitto/korvid", str(directory))
-        self.config.write_text("user root\n" + shipped.replace("\nlistener 8883\n", f"\nlistener {self.port} 127.0.0.1\n"))
+        self.config.write_text("user root\n" + shipped.replace("\nlistener 8883", f"\nlistener {self.port} 127.0.0.1"))
         self.start()
 
     def account(self, name, word=None):
@@ -36,12 +37,11 @@ class ShippedBroker(Broker):
         secret.write_text(word or f"word-of-{name}")
         return {"port": self.port, "ca_file": self.ca, **({"username": name, "password_file": secret} if name else {})}
 
-    def peer(self, name, client_id, *topics, will=None):
+    def peer(self, name, client_id, *topics, will="nothing"):
         client = mqtt.Client(client_id, protocol=mqtt.MQTTv5)
         client.username_pw_set(name, f"word-of-{name}")
         client.tls_set(self.ca)
-        if will:
-            client.will_set(will, "will", qos=1)
+        client.will_set(will, "will", qos=1)
         return Peer(self.port, *topics, client=client)
 
 
@@ -58,15 +58,14 @@ def test_every_role_does_its_work_and_no_more(shipped, new_unit, tmp_path):
 
     unit = shipped.account("unit")
     new_unit(unit.pop("port"), "-i", DEMO_UNIT, **unit)
-    for blob in "one", "two":
-        (tmp_path / blob).write_text(blob)
+    (tmp_path / "one").write_text("one")
     assert run("engineer", "set 288 str x").status == run("engineer", f"setsec {tmp_path}/one").status == 0
-    for role, command, *word in (("reader", "set 288 str y"), ("guest", "set 288 str y"), ("guest", "get"),
-                                 ("unit", "get"), ("reader", "get", "word-of-unit"), (None, "get")):
-        got = run(role, command, *word)
+    for attempt in (("reader", "set 288 str y"), ("guest", "set 288 str y"), ("guest", "get"), ("unit", "get"),
+                    ("reader", "get", "word-of-unit"), (None, "get")):
+        got = run(*attempt)
         assert got.status == 1 and "Not authorized" in got.err and "word-of" not in got.err and got.seconds < 1, got
     for role in "reader", "guest":
-        run(role, f"setsec {tmp_path}/two")  # at QoS 0 a refusal is told to nobody
+        run(role, f"setsec {DEMO_UNIT}")  # at QoS 0 a refusal is told to nobody
     for role in "engineer", "reader":
         assert run(role, "get 288").out == block(288, 255, 10, b"x")
         assert run(role, "getsec").out == b"SecStore blob size: 3\none\n"
@@ -89,9 +88,8 @@ def test_an_intruder_reads_nothing_and_forges_nothing(ending, shipped, role, cli
     for sender, topics in (victim, TO_UNIT), (unit, WRITABLE["unit"]):
         for topic in topics:
             sender.publish(topic, "true")
-    due = {unit: [*TO_UNIT, ANNOUNCEMENT], victim: FROM_UNIT}
-    await_that(lambda: all(len(peer.messages) >= len(topics) for peer, topics in due.items()), "the allowed arrives")
-    spy.publish("nothing")  # acknowledged behind all that was sent to it
-    for receiver, topics in due.items():
+    for receiver, topics in (unit, [*TO_UNIT, ANNOUNCEMENT]), (victim, FROM_UNIT):
+        await_that(lambda: len(receiver.messages) >= len(topics), "what is allowed arrives")
+        spy.publish("nothing")  # acknowledged behind all that was sent to it
         assert [(m.topic, m.payload) for m in receiver.messages] == [(topic, b"true") for topic in topics]
     assert {m.topic for m in spy.messages} == READABLE[role]

@@ -111,7 +111,8 @@ bool MosquittoConnection::take_reached(std::vector<Attempt>& under_way) {
         }
         Attempt decided = std::move(*attempt);
         attempt = under_way.erase(attempt);
-        if (*state == 0) {
+        // Reset means that it was connected: the last words of the broker may be there to be read.
+        if (*state == 0 || *state == ECONNRESET) {
             handle = std::move(decided.handle);
             address = decided.address;
             return true;
@@ -174,10 +175,10 @@ bool MosquittoConnection::loop(milliseconds timeout) {
 
 /// What a broker does that expects TLS and gets none, or the other way round.
 std::string MosquittoConnection::closed_early() const {
-    return tls ? "TLS: the connection was closed before it was accepted; does the broker speak TLS "
-                 "on this port?"
-               : "the connection was closed before it was accepted; does the broker expect TLS on "
-                 "this port? (no ca_file is set)";
+    const std::string closed = "the connection was closed before it was accepted; does the broker ";
+    if (!tls) return closed + "expect TLS on this port? (no ca_file is set)";
+    return "TLS: " + closed + "speak TLS on this port, and take clients " +
+           (settings.cert_file.empty() ? "without a certificate?" : "with this certificate?");
 }
 
 std::string MosquittoConnection::end_cause() const {
@@ -187,8 +188,10 @@ std::string MosquittoConnection::end_cause() const {
         const bool is_plain = tls_cause.find("wrong version number") != std::string::npos;
         return "TLS: " + tls_cause + (is_plain ? ": the broker does not speak TLS here" : "");
     }
+    // A peer that closes with bytes unread resets the connection, and its last words may be lost.
+    const bool reset = last_errno == 0 || last_errno == ECONNRESET || last_errno == EPIPE;
     const bool closed =
-        last_result == MOSQ_ERR_CONN_LOST || (last_result == MOSQ_ERR_ERRNO && last_errno == 0);
+        last_result == MOSQ_ERR_CONN_LOST || (last_result == MOSQ_ERR_ERRNO && reset);
     if (closed && !accepted) return closed_early();
     return cause_of_result(last_result, last_errno);
 }
