@@ -35,6 +35,7 @@ class ShippedBroker(Broker):
     def account(self, name, word=None):
         secret = self.config.with_name("secret")
         secret.write_text(word or f"word-of-{name}")
+        secret.chmod(0o600)
         return {"port": self.port, "ca_file": self.ca, **({"username": name, "password_file": secret} if name else {})}
 
     def peer(self, name, client_id, *topics, will="nothing"):
@@ -64,8 +65,8 @@ def test_every_role_does_its_work_and_no_more(shipped, new_unit, tmp_path):
                     ("reader", "get", "word-of-unit"), (None, "get")):
         got = run(*attempt)
         assert got.status == 1 and "Not authorized" in got.err and "word-of" not in got.err and got.seconds < 1, got
-    for role in "reader", "guest":
-        run(role, f"setsec {DEMO_UNIT}")  # at QoS 0 a refusal is told to nobody
+    for role in "reader", "guest":  # at QoS 0 a refusal is told to nobody; that of the announcement is
+        assert ("Not authorized" in run(role, f"setsec {DEMO_UNIT}").err) == (role == "guest")
     for role in "engineer", "reader":
         assert run(role, "get 288").out == block(288, 255, 10, b"x")
         assert run(role, "getsec").out == b"SecStore blob size: 3\none\n"
