@@ -1,5 +1,7 @@
 #include "monitor/run.h"
 
+#include <unistd.h>
+
 #include <memory>
 
 #include "ecu/lapi/com.h"
@@ -46,7 +48,7 @@ int run_monitor(int argc, char** argv) {
         EndSignal end_signal;
         client = create_client(options->common);
         print_messages(*client, *options);
-        end_signal.wait();
+        end_signal.wait(STDOUT_FILENO, 0);  // also over when nobody reads it any more
         return true;
     });
     if (client) succeeded = close_connection(MONITOR_NAME, *client) && succeeded;

@@ -31,12 +31,13 @@ EndSignal::~EndSignal() {
     close(descriptor);
 }
 
-void EndSignal::wait() {
-    // No events are asked for: what is waited for on standard output is only its hang-up.
-    pollfd watched[] = {{descriptor, POLLIN, 0}, {STDOUT_FILENO, 0, 0}};
+bool EndSignal::wait(int watched_descriptor, short events) {
+    pollfd watched[] = {{descriptor, POLLIN, 0}, {watched_descriptor, events, 0}};
     while (poll(watched, 2, -1) < 0) {
         if (errno != EINTR) fail("poll");
     }
+    if (watched[0].revents == 0) return false;
     signalfd_siginfo received;
-    if (watched[0].revents != 0 && read(descriptor, &received, sizeof received) < 0) fail("read");
+    if (read(descriptor, &received, sizeof received) < 0) fail("read");
+    return true;
 }

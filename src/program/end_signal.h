@@ -14,9 +14,10 @@ public:
     EndSignal& operator=(const EndSignal&) = delete;
     ~EndSignal();
 
-    /// Returns at SIGINT, at SIGTERM, or when nobody can read standard output any more. Throws
-    /// std::system_error.
-    void wait();
+    /// Waits for SIGINT, SIGTERM, or one of `events` of poll(2) on `descriptor`, where a hang-up
+    /// always counts and which is left out when it is negative. True at a signal, which is then
+    /// over. Throws std::system_error.
+    bool wait(int descriptor, short events);
 
 private:
     sigset_t signals;

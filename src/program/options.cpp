@@ -8,6 +8,13 @@
 
 #include "program/build_description.h"
 
+namespace {
+
+/// What getopt_long returns for the first option, were it one without a letter.
+constexpr int FIRST_CODE = 0x100;
+
+}  // namespace
+
 OwnOption text_option(char letter, const char* name, std::string& value) {
     return {letter, name, true, [&value](const char* argument) {
                 value = argument;
@@ -40,18 +47,21 @@ std::optional<std::vector<std::string>> parse_command_line(int argc, char** argv
     std::string letters;
     std::vector<option> names;
     for (const auto& known : options) {
-        letters += known.letter;
-        if (known.has_argument) letters += ':';
-        names.push_back({known.name, known.has_argument ? required_argument : no_argument, nullptr,
-                         known.letter});
+        if (known.letter != 0) letters += known.letter;
+        if (known.letter != 0 && known.has_argument) letters += ':';
+        const int code =
+            known.letter != 0 ? known.letter : FIRST_CODE + static_cast<int>(names.size());
+        names.push_back(
+            {known.name, known.has_argument ? required_argument : no_argument, nullptr, code});
     }
     names.push_back({nullptr, 0, nullptr, 0});
 
-    int letter = 0;
-    while ((letter = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1) {
-        const auto known = std::find_if(options.begin(), options.end(),
-                                        [letter](const auto& any) { return any.letter == letter; });
-        if (known == options.end() || !known->take(optarg)) return std::nullopt;
+    int code = 0;
+    while ((code = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1) {
+        const auto name = std::find_if(names.begin(), names.end() - 1,
+                                       [code](const option& any) { return any.val == code; });
+        const auto index = static_cast<std::size_t>(name - names.begin());
+        if (index >= options.size() || !options[index].take(optarg)) return std::nullopt;
     }
     return std::vector<std::string>(argv + optind, argv + argc);
 }

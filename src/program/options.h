@@ -12,8 +12,8 @@ struct CommonOptions {
     std::string loglevel = "WARNING";
 };
 
-/// An option of one program. `take` gets its argument, or an empty text, and returns false when
-/// the usage is to be shown.
+/// An option of one program, with or without (0) a letter. `take` gets its argument, or an empty
+/// text, and returns false when the usage is to be shown.
 struct OwnOption {
     char letter;
     const char* name;

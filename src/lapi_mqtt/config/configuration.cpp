@@ -44,6 +44,13 @@ Configuration::Configuration() : values(DEFAULT_VALUES) {
     load_environment();
 }
 
+Configuration::Configuration(std::map<std::string, std::string> settings)
+    : values(std::move(settings)) {}
+
+Configuration Configuration::defaults() {
+    return Configuration(DEFAULT_VALUES);
+}
+
 std::string& Configuration::operator[](const std::string& key) {
     origins.erase(key);  // from here on the value is the program's own
     return values[key];

@@ -14,6 +14,9 @@ public:
     /// Loads defaults, file and environment. Never throws for bad content: `verify` reports it.
     Configuration();
 
+    /// The defaults alone, with nothing of this machine's.
+    static Configuration defaults();
+
     /// The value under `key`, inserted empty when the key is new.
     std::string& operator[](const std::string& key);
 
@@ -27,6 +30,7 @@ public:
     bool verify() const;
 
 private:
+    explicit Configuration(std::map<std::string, std::string> settings);
     void load_file(const std::string& path, bool must_exist);
     void load_environment();
     void take(const std::string& key, const std::string& value, const std::string& origin);
