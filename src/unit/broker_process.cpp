@@ -29,26 +29,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
+constexpr milliseconds PORT_PATIENCE{2'000};
 constexpr milliseconds START_PATIENCE{10'000};
 constexpr milliseconds END_PATIENCE{5'000};
 constexpr milliseconds LOOK_EVERY{5};
-
-/// A file descriptor, closed at the end.
-class Descriptor {
-public:
-    explicit Descriptor(int opened) : number(opened) {
-        if (number < 0) throw std::system_error(errno, std::generic_category());
-    }
-    Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-    Descriptor& operator=(Descriptor&&) = delete;
-    ~Descriptor() {
-        if (number >= 0) close(number);
-    }
-    int get() const { return number; }
-
-private:
-    int number;
-};
 
 sockaddr_in loopback(int port) {
     sockaddr_in address{};
@@ -62,15 +46,28 @@ Descriptor tcp_socket() {
     return Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
 }
 
-/// Another broker on the port would be taken for ours.
-void require_free(int port) {
+[[noreturn]] void fail(int port, const std::string& cause) {
+    throw std::runtime_error("cannot start a broker on 127.0.0.1:" + std::to_string(port) + ": " +
+                             cause);
+}
+
+bool is_free(int port) {
     const Descriptor probe = tcp_socket();
     const int on = 1;
     setsockopt(probe.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     const sockaddr_in address = loopback(port);
-    if (bind(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        throw std::runtime_error("cannot start a broker on 127.0.0.1:" + std::to_string(port) +
-                                 ": " + std::strerror(errno));
+    return bind(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+/// Another broker on the port would be taken for ours; but one that a killed unit left is about to
+/// end.
+void await_free(int port) {
+    const auto deadline = steady_clock::now() + PORT_PATIENCE;
+    while (!is_free(port)) {
+        if (errno != EADDRINUSE || steady_clock::now() >= deadline) {
+            fail(port, std::strerror(errno));
+        }
+        std::this_thread::sleep_for(LOOK_EVERY);
     }
 }
 
@@ -85,6 +82,7 @@ Descriptor configuration_file(int port) {
     const std::string text = "listener " + std::to_string(port) +
                              " 127.0.0.1\n"
                              "allow_anonymous true\n"
+                             "max_packet_size 268435455\n"
                              "set_tcp_nodelay true\n"
                              "persistence false\n"
                              "log_dest stderr\n"
@@ -107,7 +105,14 @@ void leave_root() {
     }
 }
 
-[[noreturn]] void become_broker(int configuration, pid_t parent) {
+/// The two ends of a pipe; the child keeps the second one open for as long as it runs.
+std::pair<Descriptor, Descriptor> life_line() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category());
+    return {Descriptor(ends[0]), Descriptor(ends[1])};
+}
+
+[[noreturn]] void become_broker(int configuration, int life, pid_t parent) {
     // Its own process group: an interrupt from the terminal is for us to pass on.
     setpgid(0, 0);
     leave_root();
@@ -117,6 +122,7 @@ void leave_root() {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     dup2(STDERR_FILENO, STDOUT_FILENO);
+    fcntl(life, F_SETFD, 0);
     const std::string path = "/proc/self/fd/" + std::to_string(configuration);
     execlp("mosquitto", "mosquitto", "-c", path.c_str(), nullptr);
     execl("/usr/sbin/mosquitto", "mosquitto", "-c", path.c_str(), nullptr);
@@ -126,13 +132,17 @@ void leave_root() {
 
 }  // namespace
 
-BrokerProcess::BrokerProcess(int port) {
-    require_free(port);
+BrokerProcess::BrokerProcess(int port) : BrokerProcess(port, life_line()) {}
+
+BrokerProcess::BrokerProcess(int port, std::pair<Descriptor, Descriptor> life)
+    : ended(std::move(life.first)) {
+    await_free(port);
     const Descriptor configuration = configuration_file(port);
     const pid_t parent = getpid();
     process = fork();
     if (process < 0) throw std::system_error(errno, std::generic_category(), "mosquitto");
-    if (process == 0) become_broker(configuration.get(), parent);
+    if (process == 0) become_broker(configuration.get(), life.second.get(), parent);
+    life.second.reset();
 
     const auto deadline = steady_clock::now() + START_PATIENCE;
     while (!accepts(port)) {
@@ -142,8 +152,7 @@ BrokerProcess::BrokerProcess(int port) {
             continue;
         }
         end();
-        throw std::runtime_error("cannot start a broker on 127.0.0.1:" + std::to_string(port) +
-                                 ": mosquitto " + (running ? "does not listen" : "ended"));
+        fail(port, running ? "mosquitto does not listen" : "mosquitto ended");
     }
 }
 

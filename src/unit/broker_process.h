@@ -2,6 +2,10 @@
 
 #include <sys/types.h>
 
+#include <utility>
+
+#include "unit/descriptor.h"
+
 namespace unit {
 
 /// A mosquitto of our own on the loopback interface, for as long as this lives; it also ends when
@@ -14,12 +18,15 @@ public:
     BrokerProcess(const BrokerProcess&) = delete;
     BrokerProcess& operator=(const BrokerProcess&) = delete;
 
-    /// False once the broker has ended by itself.
-    bool is_running();
+    /// Hangs up when the broker has ended.
+    int end_descriptor() const { return ended.get(); }
 
 private:
+    BrokerProcess(int port, std::pair<Descriptor, Descriptor> life);
     void end();
+    bool is_running();
 
+    Descriptor ended;
     pid_t process = -1;
 };
 

@@ -20,6 +20,9 @@ bool add_read_only(Options& options, const std::string& text) {
 }
 
 bool is_consistent(const Options& options) {
+    if (options.replace && options.import_from.empty()) {
+        return complain("--replace needs --import");
+    }
     if (!options.broker || options.common.host.empty() || options.common.host == "127.0.0.1" ||
         options.common.host == "localhost") {
         return true;
@@ -36,6 +39,7 @@ std::optional<Options> parse_options(int argc, char** argv) {
         {
             text_option('d', "db", options.store),
             text_option('i', "import", options.import_from),
+            flag_option(0, "replace", options.replace),
             {'r', "read-only", true,
              [&](const char* argument) { return add_read_only(options, argument); }},
             flag_option('b', "broker", options.broker),
@@ -64,9 +68,11 @@ OPTIONS:
   -l, --loglevel LEVEL   EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG
   -d, --db FILE          the store (default: korvid-unit.db in the working directory)
   -i, --import FILE      first load parameters from FILE ("-": standard input), in the
-                         text that `korvid get` prints
+                         text that `korvid get` prints; others in the store stay
+      --replace          with -i: the store then holds these parameters and no others
   -r, --read-only OTAID  refuse writes of this parameter (may be repeated)
-  -b, --broker           also run a broker on that port of 127.0.0.1, as long as this runs
+  -b, --broker           also run a broker on that port of 127.0.0.1, as long as this runs;
+                         of the configuration only the port counts then
   -h, --help             show this help
   -v, --version          show version
 )" << std::endl;

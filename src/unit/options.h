@@ -16,6 +16,7 @@ struct Options {
     CommonOptions common;
     std::string store = "korvid-unit.db";
     std::string import_from;  ///< empty: nothing; "-": standard input
+    bool replace = false;     ///< the store is to hold nothing else
     std::set<std::uint32_t> read_only;
     bool broker = false;
 };

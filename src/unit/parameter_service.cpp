@@ -1,40 +1,61 @@
 #include "unit/parameter_service.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "ecu/lapi/logging.h"
 #include "protocol/topics.h"
 #include "sysparam.pb.h"
+#include "unit/requests.h"
 
 namespace unit {
 namespace {
 
 using ecu::lapi::com::Message;
+using ecu::lapi::com::TransportError;
 
 /// What MQTT can carry in one packet, less room for topic and properties.
 constexpr std::size_t MOST_REPLY_BYTES = 268'435'455 - 1024;
 
-template <typename Request>
-Request parse(const Message& message) {
-    Request request;
-    if (!request.ParseFromArray(message.payload.data(), static_cast<int>(message.payload.size()))) {
-        throw std::runtime_error("malformed request");
-    }
-    return request;
+void require_room(std::size_t size) {
+    if (size <= MOST_REPLY_BYTES) return;
+    throw std::runtime_error("the reply of more than " + std::to_string(MOST_REPLY_BYTES) +
+                             " bytes is more than one MQTT message can hold");
 }
 
-Message serialized(const google::protobuf::MessageLite& reply) {
-    const std::size_t size = reply.ByteSizeLong();
-    if (size > MOST_REPLY_BYTES) {
-        throw std::runtime_error("the reply of " + std::to_string(size) +
-                                 " bytes is more than one MQTT message can hold");
-    }
+Message serialized(const google::protobuf::MessageLite& message) {
+    const std::size_t size = message.ByteSizeLong();
+    require_room(size);
     std::vector<std::uint8_t> payload(size);
-    reply.SerializeWithCachedSizesToArray(payload.data());
+    message.SerializeWithCachedSizesToArray(payload.data());
     return Message(std::move(payload));
 }
 
 }  // namespace
+
+bool ParameterService::is_served(ecu::lapi::com::ITransportClient& client) {
+    protocol::ReadRequest request;
+    request.add_otaid(0);
+    try {
+        client.request(protocol::SYSPARAM_READ_TOPIC, serialized(request));
+        return true;
+    } catch (const TransportError& error) {
+        switch (error.kind()) {
+            case TransportError::Kind::refused:
+                return true;
+            case TransportError::Kind::no_listener:
+                return false;
+            case TransportError::Kind::unanswered:
+                ecu::lapi::logging::write(
+                    ecu::lapi::logging::WARNING,
+                    "Somebody listens for requests, but does not answer: ", error.what());
+                return false;
+            case TransportError::Kind::failed:
+                break;
+        }
+        throw;
+    }
+}
 
 void ParameterService::start(ecu::lapi::com::ITransportClient& client) {
     client.serve(protocol::SYSPARAM_READ_TOPIC,
@@ -44,36 +65,32 @@ void ParameterService::start(ecu::lapi::com::ITransportClient& client) {
 }
 
 Message ParameterService::read(const Message& message) {
-    const auto request = parse<protocol::ReadRequest>(message);
+    const auto wanted = parse_read_request(message);
     protocol::ReadReply reply;
-    const auto add = [&reply](Entry entry) { *reply.add_entry() = std::move(entry); };
-    if (request.otaid().empty()) {
-        store.for_each(add);
-    } else {
-        const std::set<std::uint32_t> wanted(request.otaid().begin(), request.otaid().end());
-        for (const auto otaid : wanted) {
-            if (auto entry = store.find(otaid)) add(std::move(*entry));
-        }
-    }
+    std::size_t data_size = 0;
+    const auto add = [&](Entry entry) {
+        data_size += entry.data().size();
+        require_room(data_size);
+        *reply.add_entry() = std::move(entry);
+    };
+    wanted.empty() ? store.for_each(add) : store.for_each(wanted, add);
     reply.set_count(static_cast<std::uint32_t>(reply.entry_size()));
     return serialized(reply);
 }
 
 Message ParameterService::write(const Message& message) {
-    auto request = parse<protocol::WriteRequest>(message);
+    auto entries = parse_write_request(message);
+    const auto is_writable = [this](const Entry& entry) {
+        return read_only.count(entry.otaid()) == 0;
+    };
+    const auto refused = std::stable_partition(entries.begin(), entries.end(), is_writable);
     protocol::WriteReply reply;
-    std::vector<Entry> writable;
-    for (Entry& entry : *request.mutable_entry()) {
-        if (!entry.has_otaid()) throw std::runtime_error("a record without OTAID");
-        if (read_only.count(entry.otaid()) != 0) {
-            reply.add_refused(entry.otaid());
-        } else {
-            writable.push_back(std::move(entry));
-        }
-    }
-    store.write(writable);
-    reply.set_written(static_cast<std::uint32_t>(writable.size()));
-    ecu::lapi::logging::write(ecu::lapi::logging::INFO, "Wrote ", writable.size(),
+    std::for_each(refused, entries.end(),
+                  [&reply](const Entry& entry) { reply.add_refused(entry.otaid()); });
+    entries.erase(refused, entries.end());
+    store.write(entries);
+    reply.set_written(static_cast<std::uint32_t>(entries.size()));
+    ecu::lapi::logging::write(ecu::lapi::logging::INFO, "Wrote ", entries.size(),
                               " parameters, refused ", reply.refused_size());
     return serialized(reply);
 }

@@ -15,6 +15,9 @@ public:
     ParameterService(Store& parameters, std::set<std::uint32_t> read_only_otaids)
         : store(parameters), read_only(std::move(read_only_otaids)) {}
 
+    /// True when another unit answers requests on the broker. Throws TransportError.
+    static bool is_served(ecu::lapi::com::ITransportClient& client);
+
     /// Begins to serve on `client`, which must not outlive this. Throws TransportError.
     void start(ecu::lapi::com::ITransportClient& client);
 

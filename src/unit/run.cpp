@@ -1,17 +1,18 @@
 #include "unit/run.h"
 
-#include <csignal>
-#include <fstream>
+#include <poll.h>
+
 #include <iostream>
-#include <iterator>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
-#include "dump/parse.h"
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
+#include "program/end_signal.h"
 #include "program/startup.h"
 #include "unit/broker_process.h"
+#include "unit/import.h"
 #include "unit/options.h"
 #include "unit/parameter_service.h"
 #include "unit/sec_store_service.h"
@@ -22,64 +23,76 @@ namespace {
 
 namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
+using ecu::lapi::config::Configuration;
 
-/// What ends the unit, or may. Blocked before the first thread starts, so that only `sigwait`
-/// sees them.
-sigset_t block_end_signals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    for (const int number : {SIGTERM, SIGINT, SIGCHLD}) sigaddset(&signals, number);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    return signals;
+/// The unit requests only once, to learn whether another one answers.
+constexpr char REQUEST_TIMEOUT_MS[] = "1000";
+
+/// A broker of our own has no host, credentials and certificates but ours.
+std::unique_ptr<Configuration> configure(const Options& options) {
+    std::unique_ptr<Configuration> configuration;
+    if (options.broker) {
+        logging::configure_logging(options.common.loglevel);
+        configuration = std::make_unique<Configuration>(Configuration::defaults());
+        Configuration& own = *configuration;
+        own["client_name"] = PROGRAM_NAME;
+        own["host"] = options.common.host;
+        own["port"] =
+            options.common.port.empty() ? Configuration().get("port") : options.common.port;
+    } else {
+        configuration = load_configuration(PROGRAM_NAME, options.common);
+    }
+    (*configuration)["request_timeout_ms"] = REQUEST_TIMEOUT_MS;
+    return configuration;
 }
 
-std::string read_all(const std::string& name) {
-    std::ifstream file;
-    if (name != "-") file.open(name);
-    std::istream& input = name == "-" ? std::cin : file;
-    std::string text{std::istreambuf_iterator<char>(input), {}};
-    if (!input) throw std::runtime_error("cannot read '" + name + "'");
-    return text;
-}
-
-std::vector<Entry> read_import(const std::string& name) {
-    if (name.empty()) return {};
-    return dump::parse(read_all(name), name == "-" ? "standard input" : name);
-}
-
-void wait_for_the_end(const sigset_t& signals, const std::unique_ptr<BrokerProcess>& broker) {
-    for (;;) {
-        int number = 0;
-        sigwait(&signals, &number);
-        if (number != SIGCHLD) return;
-        if (broker && !broker->is_running()) throw std::runtime_error("the broker ended");
+/// Clients would get an answer now from the one and now from the other.
+void require_alone(com::ITransportClient& client, const std::string& place) {
+    if (ParameterService::is_served(client)) {
+        throw std::runtime_error("another unit already serves parameters on the broker at " +
+                                 place);
     }
 }
 
-bool serve(const Options& options) {
-    auto configuration = load_configuration(PROGRAM_NAME, options.common);
-    const sigset_t signals = block_end_signals();
-    const auto imported = read_import(options.import_from);
-    Store store(options.store);
-    if (!imported.empty()) {
-        store.write(imported);
-        logging::write(logging::INFO, "Imported ", imported.size(), " parameters");
-    }
+void await_end(EndSignal& end_signal, const BrokerProcess* broker) {
+    const int broker_end = broker != nullptr ? broker->end_descriptor() : -1;
+    if (!end_signal.wait(broker_end, POLLIN)) throw std::runtime_error("the broker ended");
+}
 
-    ParameterService parameters(store, options.read_only);
+/// Returns when clients are answered.
+void begin_to_serve(const Options& options, const std::optional<std::vector<Entry>>& imported,
+                    Store& store, ParameterService& parameters, com::ITransportClient& client) {
+    if (imported) import_into(store, *imported, options.import_from, options.replace);
+    parameters.start(client);
+    SecStoreService::start(store, client);
+    std::cout << "ready" << std::endl;
+}
+
+bool run(const Options& options) {
+    auto configuration = configure(options);
     const std::string port = configuration->get("port");
+    const std::string place = configuration->get("host") + ":" + port;
+    std::optional<EndSignal> end_signal(std::in_place);
+    std::optional<std::vector<Entry>> imported;
+    if (!options.import_from.empty()) {
+        imported = read_import(options.import_from, *end_signal);
+        if (!imported) return true;
+    }
+
+    Store store(options.store);
+    ParameterService parameters(store, options.read_only);
     std::unique_ptr<BrokerProcess> broker;  // outlives the client
     const auto client = com::create_client(configuration, com::TransportType::mqtt);
     if (options.broker) broker = std::make_unique<BrokerProcess>(std::stoi(port));
     client->connect();
     client->start();
     const bool served = guarded(PROGRAM_NAME, [&] {
-        parameters.start(*client);
-        SecStoreService::start(store, *client);
-        std::cout << "ready" << std::endl;
-        wait_for_the_end(signals, broker);
+        if (!broker) require_alone(*client, place);
+        begin_to_serve(options, imported, store, parameters, *client);
+        await_end(*end_signal, broker.get());
         return true;
     });
+    end_signal.reset();  // a further signal need not wait for the goodbye
     return close_connection(PROGRAM_NAME, *client) && served;
 }
 
@@ -92,7 +105,7 @@ int run(int argc, char** argv) {
         usage();
         return 1;
     }
-    return guarded(PROGRAM_NAME, [&] { return serve(*options); }) ? 0 : 1;
+    return guarded(PROGRAM_NAME, [&] { return run(*options); }) ? 0 : 1;
 }
 
 }  // namespace unit

@@ -1,5 +1,9 @@
 #include "unit/sec_store_service.h"
 
+#include <algorithm>
+#include <exception>
+#include <utility>
+
 #include "ecu/lapi/logging.h"
 #include "protocol/topics.h"
 
@@ -16,26 +20,75 @@ void SecStoreService::start(Store& store, ecu::lapi::com::ITransportClient& clie
 
 void SecStoreService::message(const std::string& topic, const Message& msg) {
     if (topic == protocol::ANNOUNCEMENT_TOPIC) {
-        announced({msg.payload.begin(), msg.payload.end()});
-    } else if (msg.retain == 0) {  // a kept message is an old one: it was stored when it was new
+        const std::string subscribed(msg.payload.begin(), msg.payload.end());
+        if (subscribed == protocol::SECSTORE_GET_TOPIC) want(Wanted::yes);
+        // Our own subscription, new or renewed: a client may have announced itself in vain before.
+        if (subscribed == protocol::ANNOUNCEMENT_TOPIC) want(Wanted::unless_empty);
+    } else if (msg.retain ==
+               0) {  // what the broker keeps would replace newer blobs again and again
         store.replace_blob(msg.payload);
         logging::write(logging::NOTICE, "Stored a secure-store blob of ", msg.payload.size(),
                        " bytes");
+    } else {
+        logging::write(logging::WARNING, "Dropped a retained message on ", topic);
     }
 }
 
-void SecStoreService::announced(const std::string& topic) {
-    if (topic == protocol::SECSTORE_GET_TOPIC) {
-        send(store.blob());
-    } else if (topic == protocol::ANNOUNCEMENT_TOPIC) {
-        // Our own subscription, new or renewed: a client may have announced itself in vain before.
-        const std::string blob = store.blob();
-        if (!blob.empty()) send(blob);
+void SecStoreService::want(Wanted kind) {
+    wanted = std::max(wanted, kind);
+    if (!under_way) begin_round();
+}
+
+void SecStoreService::begin_round() {
+    Message barrier;  // without the name of a topic it means nothing to anybody
+    barrier.qos = '1';
+    under_way = true;
+    try {
+        client.publish(protocol::ANNOUNCEMENT_TOPIC, barrier,
+                       [self = shared_from_this()](bool taken) {
+                           taken ? self->send_blob() : self->end_round(false);
+                       });
+    } catch (const std::exception& error) {
+        under_way = false;
+        logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
     }
 }
 
-void SecStoreService::send(const std::string& blob) {
-    client.publish(protocol::SECSTORE_GET_TOPIC, Message({blob.begin(), blob.end()}));
+void SecStoreService::send_blob() {
+    served = std::exchange(wanted, Wanted::no);
+    if (!publish_blob()) end_round(true);
+}
+
+/// False when nothing is on its way.
+bool SecStoreService::publish_blob() {
+    const auto publish = [this](const Message& blob) {
+        client.publish(protocol::SECSTORE_GET_TOPIC, blob,
+                       [self = shared_from_this()](bool taken) { self->end_round(taken); });
+        return true;
+    };
+    try {
+        const Message blob(store.blob());
+        return (served == Wanted::yes || !blob.payload.empty()) && publish(blob);
+    } catch (const std::exception& error) {
+        logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
+    }
+    try {
+        return publish(Message());  // nobody is to wait for what will not come
+    } catch (const std::exception&) {
+        return false;  // no connection: there is nobody to tell
+    }
+}
+
+/// What a lost connection may have kept from its receivers waits for our own announcement on the
+/// next one.
+void SecStoreService::end_round(bool taken) {
+    under_way = false;
+    if (!taken) {
+        wanted = std::max(wanted, served);
+    } else if (wanted != Wanted::no) {
+        begin_round();
+    }
+    served = Wanted::no;
 }
 
 }  // namespace unit

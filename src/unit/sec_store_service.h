@@ -8,9 +8,13 @@
 
 namespace unit {
 
-/// The unit's end of the secure store: sends the blob when a client announces that it listens for
-/// it, and keeps the blob that a client sends. Called on the delivery thread.
-class SecStoreService : public ecu::lapi::com::ISubscriptionObserver {
+/// The unit's end of the secure store: keeps the blob that a client sends, and sends it to clients
+/// that announce that they listen for it. All that wait get one blob, and one blob at a time is on
+/// its way. Before it is read from the store a message of our own goes to the broker: once that was
+/// taken, every new blob that the broker had for us before has been stored, so that nobody gets an
+/// older one. Called on the delivery thread.
+class SecStoreService : public ecu::lapi::com::ISubscriptionObserver,
+                        public std::enable_shared_from_this<SecStoreService> {
 public:
     /// `transport` owns the observer, so it is only borrowed here; both must outlive the delivery.
     SecStoreService(Store& blobs, ecu::lapi::com::ITransportClient& transport)
@@ -22,11 +26,23 @@ public:
     void message(const std::string& topic, const ecu::lapi::com::Message& msg) override;
 
 private:
-    void announced(const std::string& topic);
-    void send(const std::string& blob);
+    enum class Wanted {
+        no,
+        unless_empty,  ///< somebody may listen whose announcement we have missed
+        yes,
+    };
+
+    void want(Wanted kind);
+    void begin_round();
+    void send_blob();
+    bool publish_blob();
+    void end_round(bool taken);
 
     Store& store;
     ecu::lapi::com::ITransportClient& client;
+    Wanted wanted = Wanted::no;  ///< by those that the round under way will not serve
+    Wanted served = Wanted::no;  ///< by those that the blob on its way is for
+    bool under_way = false;
 };
 
 }  // namespace unit

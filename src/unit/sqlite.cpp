@@ -2,6 +2,8 @@
 
 #include <sqlite3.h>
 
+#include <utility>
+
 namespace unit {
 namespace {
 
@@ -38,6 +40,15 @@ Database::Database(const std::string& path, Access access) {
     handle.reset(opened);
     if (code != SQLITE_OK) fail(code);
     sqlite3_busy_timeout(opened, BUSY_PATIENCE_MS);
+    const std::pair<int, int> precautions[] = {
+        {SQLITE_DBCONFIG_DEFENSIVE, 1},
+        {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
+        {SQLITE_DBCONFIG_ENABLE_TRIGGER, 0},
+        {SQLITE_DBCONFIG_ENABLE_VIEW, 0},
+    };
+    for (const auto& [option, value] : precautions) {
+        sqlite3_db_config(opened, option, value, nullptr);
+    }
 }
 
 void Database::execute(const char* sql) {
@@ -109,15 +120,15 @@ std::optional<std::int64_t> Statement::number(int column) const {
     return sqlite3_column_int64(handle.get(), column);
 }
 
-std::optional<std::string> Statement::bytes(int column) const {
+std::optional<std::string_view> Statement::bytes(int column) const {
     if (sqlite3_column_type(handle.get(), column) == SQLITE_NULL) return std::nullopt;
     const auto* const blob = static_cast<const char*>(sqlite3_column_blob(handle.get(), column));
     const auto size = static_cast<std::size_t>(sqlite3_column_bytes(handle.get(), column));
-    return size == 0 ? std::string() : std::string(blob, size);
+    return size == 0 ? std::string_view("") : std::string_view(blob, size);
 }
 
-Transaction::Transaction(Database& owner) : database(owner) {
-    database.execute("BEGIN IMMEDIATE");
+Transaction::Transaction(Database& owner, Kind kind) : database(owner) {
+    database.execute(kind == Kind::write ? "BEGIN IMMEDIATE" : "BEGIN");
 }
 
 Transaction::~Transaction() {

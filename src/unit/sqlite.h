@@ -5,7 +5,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <vector>
+#include <string_view>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -42,7 +42,9 @@ public:
     void reset();
 
     std::optional<std::int64_t> number(int column) const;
-    std::optional<std::string> bytes(int column) const;
+
+    /// Good until the statement goes on.
+    std::optional<std::string_view> bytes(int column) const;
 
 private:
     struct Finalize {
@@ -52,6 +54,7 @@ private:
     std::unique_ptr<sqlite3_stmt, Finalize> handle;
 };
 
+/// A file that was opened. Whatever it defines, its triggers and views do not run.
 class Database {
 public:
     enum class Access {
@@ -77,7 +80,11 @@ private:
 /// Rolled back unless it was committed.
 class Transaction {
 public:
-    explicit Transaction(Database& owner);
+    enum class Kind {
+        read,   ///< one state of the file for several reads, and one lock for all of them
+        write,  ///< nobody else writes meanwhile
+    };
+    explicit Transaction(Database& owner, Kind kind = Kind::write);
     ~Transaction();
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;

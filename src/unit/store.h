@@ -8,13 +8,24 @@
 
 #include "system_parameter_entry.pb.h"
 #include "unit/sqlite.h"
+#include "unit/store_file.h"
 
 namespace unit {
 
 using Entry = ecu::lapi::pb::SystemParameterEntry;
 
+/// What became of the parameters of an import.
+struct ImportResult {
+    std::size_t added = 0;
+    std::size_t changed = 0;
+    std::size_t unchanged = 0;
+    std::size_t others = 0;  ///< that the store held beside them
+};
+
 /// What the unit remembers, in one SQLite file: its parameters and the secure-store blob. What an
-/// operation wrote is on disk when it returns. Operations throw SqliteError; one thread at a time.
+/// operation wrote is on disk when it returns. Once the file was deleted or replaced nothing is
+/// written any more; what it held can still be read, and so be saved. Operations throw
+/// SqliteError, or std::runtime_error for such a file; one thread at a time.
 class Store {
 public:
     /// Opens the file, or creates it. On a medium that cannot be written the store can be read
@@ -23,14 +34,22 @@ public:
 
     std::optional<Entry> find(std::uint32_t otaid);
 
+    using Visit = std::function<void(Entry)>;
+
     /// Every parameter, in ascending order of OTAID.
-    void for_each(const std::function<void(Entry)>& visit);
+    void for_each(const Visit& visit);
+
+    /// Those of `otaids` that there are, in that order.
+    void for_each(const std::vector<std::uint32_t>& otaids, const Visit& visit);
 
     /// All of them or none. A field that an entry does not hold keeps its stored value.
     void write(const std::vector<Entry>& entries);
 
+    /// All of them or none. With `replace` the store then holds nothing else.
+    ImportResult import(const std::vector<Entry>& entries, bool replace);
+
     /// Empty while there is none.
-    std::string blob();
+    std::vector<std::uint8_t> blob();
     void replace_blob(const std::vector<std::uint8_t>& bytes);
 
 private:
@@ -43,8 +62,12 @@ private:
         Statement replace_blob;
     };
 
+    void upsert(const Entry& entry);
+    void commit(Transaction& transaction);
+
     Database database;
     Statements statements;
+    FilesInPlace files;
 };
 
 }  // namespace unit

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace unit {
+
+/// A file descriptor, closed at the end.
+class Descriptor {
+public:
+    /// Throws std::system_error, as errno says, when the opening has failed.
+    explicit Descriptor(int opened) : number(opened) {
+        if (number < 0) throw std::system_error(errno, std::generic_category());
+    }
+    Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
+    Descriptor& operator=(Descriptor&&) = delete;
+    ~Descriptor() { reset(); }
+
+    int get() const { return number; }
+    void reset() {
+        if (number >= 0) close(std::exchange(number, -1));
+    }
+
+private:
+    int number;
+};
+
+}  // namespace unit

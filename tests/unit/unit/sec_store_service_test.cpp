@@ -1,0 +1,87 @@
+#include "unit/sec_store_service.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <deque>
+
+#include "fakes/requests_only.h"
+#include "protocol/topics.h"
+
+namespace {
+
+using ecu::lapi::com::TakenHandler;
+using ecu::lapi::com::TransportError;
+
+/// Takes small messages, and tells so when it is told to.
+struct ScriptedTransport : fake::RequestsOnly {
+    void subscribe(const std::string&, int, Observer new_observer) override {
+        observer = new_observer;
+    }
+    void publish(const std::string& topic, const Message& message, TakenHandler taken) override {
+        const std::string text(message.payload.begin(), message.payload.end());
+        if (text.size() > 5) throw TransportError(TransportError::Kind::failed, "too large");
+        const bool is_blob = topic == protocol::SECSTORE_GET_TOPIC;
+        EXPECT_TRUE(is_blob ? message.qos == 0 : message.qos == '1' && text.empty()) << topic;
+        published += is_blob ? "=" + text : "-";
+        handlers.push_back(taken);
+    }
+    void tell(bool taken) {
+        const auto handler = handlers.empty() ? [](bool) {} : handlers.front();
+        if (!handlers.empty()) handlers.pop_front();
+        handler(taken);
+    }
+    Message request(const std::string&, const Message&) override { return {}; }
+
+    Observer observer;
+    std::string published;
+    std::deque<TakenHandler> handlers;
+};
+
+/// Events: a client announces that it waits (a), the unit itself subscribes (o), a topic that is
+/// nobody's (x); a set of "new" (s), of nothing (e), of too much (b), both kept (r, k); what was
+/// published is taken (t) or lost (l). Published: "-" asks whether older messages have come, "=" is
+/// a blob.
+struct Case {
+    const char *events, *published;
+};
+
+class SecStoreService : public testing::TestWithParam<Case> {};
+
+TEST_P(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
+    const std::string path = testing::TempDir() + "blobs-" + std::to_string(getpid());
+    unit::Store store(path);
+    store.replace_blob({'o', 'l', 'd'});
+    ScriptedTransport transport;
+    unit::SecStoreService::start(store, transport);
+    const auto send = [&](const char* topic, const std::string& text, bool kept) {
+        ecu::lapi::com::Message message({text.begin(), text.end()});
+        message.retain = kept ? 1 : 0;
+        transport.observer->message(topic, message);
+    };
+    for (const char event : std::string(GetParam().events)) {
+        const std::map<char, std::string> announced{
+            {'a', protocol::SECSTORE_GET_TOPIC}, {'o', protocol::ANNOUNCEMENT_TOPIC}, {'x', "x"}};
+        const std::map<char, std::string> sets{
+            {'s', "new"}, {'e', ""}, {'b', "larger"}, {'r', "kept"}, {'k', ""}};
+        if (const auto at = announced.find(event); at != announced.end()) {
+            send(protocol::ANNOUNCEMENT_TOPIC, at->second, false);
+        } else if (const auto set = sets.find(event); set != sets.end()) {
+            send(protocol::SECSTORE_SET_TOPIC, set->second, event == 'r' || event == 'k');
+        } else {
+            transport.tell(event == 't');
+        }
+    }
+    EXPECT_EQ(transport.published, GetParam().published) << GetParam().events;
+    for (const char* suffix : {"", "-wal", "-shm"}) unlink((path + suffix).c_str());
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, SecStoreService,
+                         testing::Values(Case{"aaattt", "-=old"}, Case{"asat", "-=new"},
+                                         Case{"ataattt", "-=old-=old"}, Case{"atstt", "-=old"},
+                                         Case{"rkat", "-=old"}, Case{"eat", "-="},
+                                         Case{"bat", "-="}, Case{"xt", ""}, Case{"ot", "-=old"},
+                                         Case{"eottat", "--="}, Case{"ealot", "--="},
+                                         Case{"atlot", "-=old-=old"}));
+
+}  // namespace
