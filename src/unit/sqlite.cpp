@@ -39,6 +39,9 @@ Database::Database(const std::string& path, Access access) {
                                            SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
     handle.reset(opened);
     if (code != SQLITE_OK) fail(code);
+    if (access == Access::read_write && sqlite3_db_readonly(opened, "main") == 1) {
+        throw SqliteError(SQLITE_READONLY, "the file cannot be written");
+    }
     sqlite3_busy_timeout(opened, BUSY_PATIENCE_MS);
     const std::pair<int, int> precautions[] = {
         {SQLITE_DBCONFIG_DEFENSIVE, 1},

@@ -58,7 +58,7 @@ private:
 class Database {
 public:
     enum class Access {
-        read_write,  ///< created when it is not there
+        read_write,  ///< created when it is not there; SQLITE_READONLY when it cannot be written
         read_only,   ///< on a medium that nothing else writes either
     };
     Database(const std::string& path, Access access);

@@ -11,6 +11,7 @@ import threading
 import time
 
 import paho.mqtt.client as mqtt
+import pytest
 from paho.mqtt.packettypes import PacketTypes
 from paho.mqtt.properties import Properties
 
@@ -21,6 +22,9 @@ READ_TOPIC, WRITE_TOPIC = "system/vard/sysparam/read", "system/vard/sysparam/wri
 BLOB_GET, BLOB_SET = "system/vard/secstore/get", "system/vard/secstore/set"
 ANNOUNCEMENT = "subscription/announcement"
 NO_SERVICE = "no parameter service is listening"
+
+
+needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can mount and end another user's process")
 
 
 def scaled(seconds):

@@ -1,13 +1,16 @@
 """The unit's side of the broker protocol, spoken by hand, and its ends."""
 
 import itertools
+import os
+import pathlib
 import signal
+import subprocess
 import time
 
 import pytest
 
-from harness import (BLOB_SET, HI, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, Unit, await_that, block, field,
-                     free_port, read_reply, record, run_korvid, scaled)
+from harness import (BIN, BLOB_SET, HI, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, Unit, await_that, block, end,
+                     environment, field, free_port, needs_root, read_reply, record, run_korvid, scaled)
 
 
 def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, peer):
@@ -61,13 +64,91 @@ def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(bro
         assert client.messages and not late, (len(client.messages), len(late), late[0].properties)
 
 
+def own_broker(unit):
+    return int(pathlib.Path(f"/proc/{unit.process.pid}/task/{unit.process.pid}/children").read_text())
+
+
+@needs_root
+def test_the_units_own_broker_is_nobodys_else_and_ends_with_it(tmp_path, broker):
+    port, foreign = free_port(), {"host": "elsewhere.invalid", "ca_file": "/no/such", "username": "me"}
+    unit = Unit(tmp_path, port, "-b", **foreign)
+    for number in signal.SIGTERM, signal.SIGINT, signal.SIGKILL:
+        assert run_korvid("get", port=port).err == ""  # an empty unit
+        assert os.stat(f"/proc/{own_broker(unit)}").st_uid != 0
+        if number == signal.SIGKILL:
+            unit.kill()
+        else:
+            unit.stop(number)
+            assert "refused" in run_korvid("get", port=port).err
+        unit.start()
+    os.kill(own_broker(unit), signal.SIGKILL)
+    assert unit.process.wait(scaled(5)) == 1 and "the broker ended" in unit.log.read_text()
+    taken = Running("-b", "-d", tmp_path / "x.db", program="korvid-unit", port=broker.port).result()
+    assert taken.status == 1 and f"127.0.0.1:{broker.port}: Address already in use" in taken.err, taken
+
+
+def test_a_second_unit_on_a_broker_says_so_and_a_listener_that_does_not_answer_is_none(broker, unit, peer, tmp_path,
+                                                                                       new_broker):
+    second = Running("-d", tmp_path / "2.db", program="korvid-unit", port=broker.port).result()
+    assert second.status == 1 and second.out == b"", second
+    assert f"another unit already serves parameters on the broker at 127.0.0.1:{broker.port}\n" in second.err
+    elsewhere = new_broker()
+    peer(elsewhere.port, "#")
+    (tmp_path / "else").mkdir()
+    listened_to = Unit(tmp_path / "else", elsewhere.port)
+    listened_to.stop()
+    assert "WARNING: Somebody listens" in listened_to.log.read_text()
+
+
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
-def test_the_unit_ends_its_own_broker_with_it(tmp_path, number):
-    port = free_port()
-    unit = Unit(tmp_path, port, "-b")
-    assert run_korvid("get", port=port).err == ""  # an empty unit
-    unit.stop(number)
-    assert "refused" in run_korvid("get", port=port).err
+def test_an_import_from_a_pipe_ends_at_a_signal_with_nothing_written(broker, tmp_path, number):
+    os.mkfifo(tmp_path / "fifo")
+    for name, stdin in (tmp_path / "fifo", None), ("-", subprocess.PIPE):
+        importing = Running("-d", tmp_path / "unit.db", "-i", name, program="korvid-unit", port=broker.port, stdin=stdin)
+        with open(importing.process.stdin.fileno() if stdin else name, "wb", closefd=not stdin) as feed:
+            feed.write(HI_BLOCK)
+            feed.flush()
+            time.sleep(0.1)  # at any moment: it may or may not have read that
+            assert importing.process.poll() is None
+            assert end(importing.process, number) == 0 and not (tmp_path / "unit.db").exists()
+
+
+def test_an_import_tells_what_it_did_and_can_replace_the_store(broker, tmp_path):
+    dump, told = tmp_path / "dump", "korvid-unit: imported {} parameters from " + str(tmp_path / "dump") + ": {}\n"
+    for blocks, option, words in (([HI_BLOCK, block(7, 0, 0, b"")], "-b", "2 added, 0 changed, 0 unchanged; the store holds 0"),
+                                  ([HI_BLOCK, block(9, 0, 0, b"")], "-b", "1 added, 0 changed, 1 unchanged; the store holds 1"),
+                                  ([block(288, 255, 10, b"Ho")], "--replace", "0 added, 1 changed, 0 unchanged; removed 2")):
+        dump.write_bytes(b"".join(blocks))
+        unit = Unit(tmp_path, broker.port if option != "-b" else free_port(), "-i", dump, option)
+        got = run_korvid("get", port=unit.command[2])
+        unit.stop()
+        assert unit.log.read_text().endswith(told.format(len(blocks), words + " others")), unit.log.read_text()
+    assert got.out == b"".join(blocks)
+
+
+@needs_root
+def test_a_store_that_cannot_be_written_is_read_unless_a_log_stands_beside_it(broker, unit, new_unit, peer, tmp_path):
+    shielded = ["unshare", "-m", "sh", "-c", f'mount --bind {tmp_path} {tmp_path}; '
+                f'mount -o remount,ro,bind {tmp_path}; exec "$@"', "-"]
+    assert run_korvid("set", "288", "str", "logged", port=broker.port).status == 0
+    unit.kill()
+    refused = Running("-d", tmp_path / "unit.db", program="korvid-unit", port=broker.port, prefix=shielded).result()
+    assert refused.status == 1 and str(tmp_path / "unit.db") in refused.err, refused
+    unit.start()
+    unit.stop()
+    new_unit(broker.port, prefix=shielded)
+    assert run_korvid("get", "288", port=broker.port).out == HI_BLOCK
+    assert "readonly" in run_korvid("set", "288", "str", "x", port=broker.port).err
+
+
+@needs_root
+def test_a_first_start_on_a_full_disk_leaves_nothing_that_a_later_one_refuses(broker, tmp_path):
+    script = ('mount -t tmpfs -o size=64k none "$1"; cd "$1"; for left in 0 4 8 12 16 20 24 28 32 36 40 44 48 52; do '
+              'rm -f *; head -c $((65536 - left * 1024)) /dev/zero >fill; timeout 0.5 "$2" -p 1 -d unit.db; rm fill; '
+              '"$2" -p 1 -d unit.db 2>&1 | grep -q "store" && echo "$left"; done; exit 0')
+    got = subprocess.run(["unshare", "-m", "bash", "-c", script, "-", tmp_path, BIN / "korvid-unit"], env=environment(),
+                         capture_output=True)
+    assert (got.returncode, got.stdout) == (0, b"") and b"full" in got.stderr, got
 
 
 def test_a_unit_comes_back_after_its_broker(unit, broker):
@@ -79,6 +160,7 @@ def test_a_unit_comes_back_after_its_broker(unit, broker):
 @pytest.mark.parametrize("arguments, words", [
     (["-x"], "x"), (["-i"], "i"), (["-i", "/no/such/file"], "/no/such/file"), (["-r", "abc"], "abc"),
     (["-d", "/no/such/dir/unit.db"], "/no/such/dir/unit.db"), (["stray"], "stray"), (["-p", "1"], "refused"),
+    (["-b", "-H", "elsewhere"], "elsewhere"), (["--replace"], "--import"), (["-i", "/dev/null", "--replace"], "/dev/null"),
 ])
 def test_a_unit_that_cannot_start_says_why(broker, tmp_path, arguments, words):
     refused = Running("-d", tmp_path / "unit.db", *arguments, program="korvid-unit", port=broker.port).result()

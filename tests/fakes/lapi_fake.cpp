@@ -27,7 +27,6 @@ public:
     void stop() override { lapi().record("stop"); }
     Message request(const std::string&, const Message&) override { return {}; }
 
-    using RequestsOnly::publish;
     void publish(const std::string& topic, const Message& message) override {
         lapi().record("publish " + topic);
         lapi().published.emplace_back(topic, message);
