@@ -201,8 +201,9 @@ class Listening:
     def accept(self):
         with contextlib.suppress(OSError):
             while True:
-                self.links.append(self.listener.accept()[0])
-                threading.Thread(target=self.serve, args=self.links[-1:], daemon=True).start()
+                link = self.listener.accept()[0]
+                self.links.append(link)
+                threading.Thread(target=self.serve, args=(link,), daemon=True).start()
 
     def close(self):
         for link in [self.listener, *self.links]:
