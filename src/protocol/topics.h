@@ -11,7 +11,13 @@ inline constexpr char SECSTORE_GET_TOPIC[] =
 inline constexpr char SECSTORE_SET_TOPIC[] =
     "system/vard/secstore/set";  ///< to the unit: the new blob
 
-/// A client publishes the name of each topic here that it has just subscribed.
+/// A client publishes the name of each topic here that it has just subscribed, or published on at
+/// QoS 0.
 inline constexpr char ANNOUNCEMENT_TOPIC[] = "subscription/announcement";
+
+/// Kept by the broker: whether the unit is there.
+inline constexpr char PRESENCE_TOPIC[] = "system/vard/unit";
+inline constexpr char PRESENT[] = "online";
+inline constexpr char ABSENT[] = "offline";
 
 }  // namespace protocol

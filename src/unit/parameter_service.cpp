@@ -51,7 +51,9 @@ bool ParameterService::is_served(ecu::lapi::com::ITransportClient& client) {
                     "Somebody listens for requests, but does not answer: ", error.what());
                 return false;
             case TransportError::Kind::failed:
-                break;
+                ecu::lapi::logging::write(ecu::lapi::logging::WARNING,
+                                          "Cannot ask whether another unit serves: ", error.what());
+                return false;
         }
         throw;
     }

@@ -11,6 +11,7 @@
 #include "ecu/lapi/logging.h"
 #include "program/end_signal.h"
 #include "program/startup.h"
+#include "protocol/topics.h"
 #include "unit/broker_process.h"
 #include "unit/import.h"
 #include "unit/options.h"
@@ -26,7 +27,7 @@ namespace logging = ecu::lapi::logging;
 using ecu::lapi::config::Configuration;
 
 /// The unit requests only once, to learn whether another one answers.
-constexpr char REQUEST_TIMEOUT_MS[] = "1000";
+constexpr char REQUEST_TIMEOUT_MS[] = "2000";
 
 /// A broker of our own has no host, credentials and certificates but ours.
 std::unique_ptr<Configuration> configure(const Options& options) {
@@ -65,6 +66,7 @@ void begin_to_serve(const Options& options, const std::optional<std::vector<Entr
     if (imported) import_into(store, *imported, options.import_from, options.replace);
     parameters.start(client);
     SecStoreService::start(store, client);
+    client.show_presence();
     std::cout << "ready" << std::endl;
 }
 
@@ -84,6 +86,7 @@ bool run(const Options& options) {
     std::unique_ptr<BrokerProcess> broker;  // outlives the client
     const auto client = com::create_client(configuration, com::TransportType::mqtt);
     if (options.broker) broker = std::make_unique<BrokerProcess>(std::stoi(port));
+    client->set_presence({protocol::PRESENCE_TOPIC, protocol::PRESENT, protocol::ABSENT});
     client->connect();
     client->start();
     const bool served = guarded(PROGRAM_NAME, [&] {

@@ -14,8 +14,9 @@ namespace logging = ecu::lapi::logging;
 
 void SecStoreService::start(Store& store, ecu::lapi::com::ITransportClient& client) {
     const auto service = std::make_shared<SecStoreService>(store, client);
-    client.subscribe(protocol::SECSTORE_SET_TOPIC, 1, service);
+    // The announcements first: the second subscription is announced to ourselves, too.
     client.subscribe(protocol::ANNOUNCEMENT_TOPIC, 1, service);
+    client.subscribe(protocol::SECSTORE_SET_TOPIC, 1, service);
 }
 
 void SecStoreService::message(const std::string& topic, const Message& msg) {
@@ -24,8 +25,7 @@ void SecStoreService::message(const std::string& topic, const Message& msg) {
         if (subscribed == protocol::SECSTORE_GET_TOPIC) want(Wanted::yes);
         // Our own subscription, new or renewed: a client may have announced itself in vain before.
         if (subscribed == protocol::ANNOUNCEMENT_TOPIC) want(Wanted::unless_empty);
-    } else if (msg.retain ==
-               0) {  // what the broker keeps would replace newer blobs again and again
+    } else if (msg.retain == 0) {  // what is kept would replace newer blobs again and again
         store.replace_blob(msg.payload);
         logging::write(logging::NOTICE, "Stored a secure-store blob of ", msg.payload.size(),
                        " bytes");

@@ -61,7 +61,7 @@ def test_every_role_does_its_work_and_no_more(shipped, new_unit, tmp_path):
     new_unit(unit.pop("port"), "-i", DEMO_UNIT, **unit)
     (tmp_path / "one").write_text("one")
     assert run("engineer", "set 288 str x").status == run("engineer", f"setsec {tmp_path}/one").status == 0
-    for attempt in (("reader", "set 288 str y"), ("guest", "set 288 str y"), ("guest", "get"), ("unit", "get"),
+    for attempt in (("reader", "set 288 str y"), ("guest", "set 288 str y"), ("guest", "get"), ("unit", "set 288 str y"),
                     ("reader", "get", "word-of-unit"), (None, "get")):
         got = run(*attempt)
         assert got.status == 1 and "Not authorized" in got.err and "word-of" not in got.err and got.seconds < 1, got
