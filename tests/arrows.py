@@ -22,9 +22,10 @@ ALLOWED = {
     "commands": {"dump", "platform", "program", "secstore"},
     "main": {"commands", "platform", "program"},
     "monitor": {"platform", "program", "topic_printer"},
+    "restore": {"dump", "platform", "program"},
     "unit": {"dump", "platform", "program", "protocol"},
 }
-PROGRAMS = {"main", "monitor", "unit"}
+PROGRAMS = {"main", "monitor", "restore", "unit"}
 
 # Foreign header or target -> the rooms that may use it.
 FOREIGN = {

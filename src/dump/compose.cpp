@@ -9,8 +9,7 @@ namespace {
 
 constexpr char HEX_DIGITS[] = "0123456789abcdef";
 constexpr int OTAID_DIGITS = 3;
-constexpr std::size_t SHOWN_BYTE_SIZE = 5;  // "0xff "
-constexpr std::size_t LABELS_SIZE = 192;    // room for the labels and numbers of a block
+constexpr std::size_t LABELS_SIZE = 192;  // room for the labels and numbers of a block
 
 /// A byte as "0xff ", filled up to a size that is copied in one go.
 struct ShownByte {
@@ -91,6 +90,17 @@ std::size_t compose_into(std::string& buffer, std::uint32_t otaid,
     writer.copy(data.data(), data.size()).label("'\n");
     writer.label("  data(hex) [").hex(data.size()).label("]: ").hex_bytes(data).label("\n");
     return static_cast<std::size_t>(writer.end() - buffer.data());
+}
+
+bool begins_with_hex(std::string_view text, const std::string& data) {
+    if (text.size() / SHOWN_BYTE_SIZE < data.size()) return false;
+    const char* shown = text.data();
+    for (const char character : data) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (std::memcmp(shown, SHOWN_BYTES[byte].text, SHOWN_BYTE_SIZE) != 0) return false;
+        shown += SHOWN_BYTE_SIZE;
+    }
+    return true;
 }
 
 std::string compose(std::uint32_t otaid, const ecu::lapi::pb::SystemParameterEntry& entry) {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "system_parameter_entry.pb.h"
 
@@ -15,5 +16,9 @@ std::string compose(std::uint32_t otaid, const ecu::lapi::pb::SystemParameterEnt
 /// Writes the same to the front of `buffer`, which grows when it has to, and returns its size.
 std::size_t compose_into(std::string& buffer, std::uint32_t otaid,
                          const ecu::lapi::pb::SystemParameterEntry& entry);
+
+/// True when `text` begins with the bytes of `data` as a block shows them, SHOWN_BYTE_SIZE each.
+bool begins_with_hex(std::string_view text, const std::string& data);
+inline constexpr std::size_t SHOWN_BYTE_SIZE = 5;  // "0xff "
 
 }  // namespace dump

@@ -6,6 +6,8 @@
 #include <map>
 #include <stdexcept>
 
+#include "dump/compose.h"
+
 namespace dump {
 namespace {
 
@@ -17,6 +19,7 @@ public:
     Reader(std::string_view dump, const std::string& dump_name) : left(dump), name(dump_name) {}
 
     bool at_end() const { return left.empty(); }
+    std::string_view rest() const { return left; }
 
     [[noreturn]] void fail(const std::string& cause) const {
         throw std::runtime_error(name + ":" + std::to_string(line) + ": " + cause);
@@ -63,6 +66,21 @@ private:
     std::ptrdiff_t line = 1;
 };
 
+/// The value's bytes in hexadecimal, which are mostly as we write them.
+void read_hex(Reader& reader, const std::string& value) {
+    if (begins_with_hex(reader.rest(), value)) {
+        reader.bytes(SHOWN_BYTE_SIZE * value.size());
+        return;
+    }
+    for (const char byte : value) {
+        reader.expect("0x");
+        if (reader.number(16, 2) != static_cast<unsigned char>(byte)) {
+            reader.fail("the value's bytes differ from its characters");
+        }
+        reader.expect(" ");
+    }
+}
+
 std::string read_value(Reader& reader) {
     reader.expect("  data(char) [");
     const std::uint32_t size = reader.number(16);
@@ -73,13 +91,7 @@ std::string read_value(Reader& reader) {
     reader.expect("  data(hex) [");
     if (reader.number(16) != size) reader.fail("the two sizes of the value differ");
     reader.expect("]: ");
-    for (const char byte : value) {
-        reader.expect("0x");
-        if (reader.number(16, 2) != static_cast<unsigned char>(byte)) {
-            reader.fail("the value's bytes differ from its characters");
-        }
-        reader.expect(" ");
-    }
+    read_hex(reader, value);
     reader.expect("\n");
     return value;
 }
@@ -111,15 +123,21 @@ bool equal(const Entry& one, const Entry& other) {
 
 }  // namespace
 
-std::vector<Entry> parse(std::string_view text, const std::string& name) {
+std::vector<Entry> parse(
+    std::string_view text, const std::string& name,
+    const std::function<void(std::uint64_t done, std::uint64_t total)>& progress) {
     std::vector<Entry> entries;
     std::map<std::uint32_t, std::size_t> position_of;
     Reader reader(text, name);
     while (!reader.at_end()) {
+        if (progress) progress(text.size() - reader.rest().size(), text.size());
         const Reader at_block = reader;
         Entry entry = read_block(reader);
-        const auto [place, is_new] = position_of.emplace(entry.otaid(), entries.size());
-        if (is_new) {
+        // A dump is in ascending order, so that a parameter's place is mostly the end.
+        const auto known = position_of.size();
+        const auto place =
+            position_of.emplace_hint(position_of.end(), entry.otaid(), entries.size());
+        if (position_of.size() > known) {
             entries.push_back(std::move(entry));
         } else if (!equal(entry, entries[place->second])) {
             at_block.fail("a second block of OTAID " + std::to_string(entry.otaid()) +

@@ -1,10 +1,10 @@
 #include "lapi_mqtt/sysparam/sysparam_client.h"
 
+#include <algorithm>
 #include <climits>
 
 #include "lapi_mqtt/sysparam/read_reply.h"
 #include "protocol/topics.h"
-#include "sysparam.pb.h"
 
 namespace lapi_mqtt {
 namespace {
@@ -51,20 +51,29 @@ bool same_field(bool has_one, bool has_other, bool same_value) {
     return has_one == has_other && same_value;
 }
 
-/// The fields of `wanted` that `stored` does not hold already, under its OTAID. True when there
-/// are any.
-bool differs(const Entry& wanted, const Entry& stored, Entry& difference) {
-    difference = wanted;
+/// Adds to `changes` the fields of `wanted` that `stored` does not hold already, if there are any.
+void add_difference(const Entry& wanted, const Entry& stored, protocol::WriteRequest& changes) {
     const bool same_did =
         same_field(wanted.has_did(), stored.has_did(), wanted.did() == stored.did());
     const bool same_xcpid =
         same_field(wanted.has_xcpid(), stored.has_xcpid(), wanted.xcpid() == stored.xcpid());
     const bool same_data =
         same_field(wanted.has_data(), stored.has_data(), wanted.data() == stored.data());
-    if (same_did) difference.clear_did();
-    if (same_xcpid) difference.clear_xcpid();
-    if (same_data) difference.clear_data();
-    return !(same_did && same_xcpid && same_data);
+    if (same_did && same_xcpid && same_data) return;
+    Entry& difference = *changes.add_entry();
+    difference.set_otaid(wanted.otaid());
+    if (!same_did && wanted.has_did()) difference.set_did(wanted.did());
+    if (!same_xcpid && wanted.has_xcpid()) difference.set_xcpid(wanted.xcpid());
+    if (!same_data && wanted.has_data()) difference.set_data(wanted.data());
+}
+
+/// The change of a parameter; null when there is none. They are in ascending order.
+const Entry* find(const protocol::WriteRequest& changes, std::uint32_t otaid) {
+    const auto& entries = changes.entry();
+    const auto found = std::lower_bound(
+        entries.begin(), entries.end(), otaid,
+        [](const Entry& entry, std::uint32_t wanted) { return entry.otaid() < wanted; });
+    return found != entries.end() && found->otaid() == otaid ? &*found : nullptr;
 }
 
 }  // namespace
@@ -86,28 +95,26 @@ ParameterMap SysparamClient::get_parameters(int /*reserved*/) {
 }
 
 void SysparamClient::set_parameters(ParameterMap& parameters) {
-    changes.clear();
+    changes.Clear();
     ParameterMap stored;
     if (!last_read.empty()) stored = records_of(last_read);
+    auto at = stored.begin();
     for (const auto& [otaid, wanted] : parameters) {
-        const auto found = stored.find(otaid);
-        Entry difference;
-        if (found == stored.end()) {
-            changes[otaid] = wanted;
-        } else if (differs(wanted, found->second, difference)) {
-            changes[otaid] = std::move(difference);
+        while (at != stored.end() && at->first < otaid) ++at;
+        if (at != stored.end() && at->first == otaid) {
+            add_difference(wanted, at->second, changes);
+        } else {
+            *changes.add_entry() = wanted;
         }
     }
 }
 
 std::pair<bool, ParameterMap> SysparamClient::write_parameters() {
-    if (changes.empty()) return {true, {}};
-    protocol::WriteRequest request;
-    for (const auto& [otaid, entry] : changes) *request.add_entry() = entry;
+    if (changes.entry().empty()) return {true, {}};
     protocol::WriteReply reply;
     std::vector<std::uint8_t> payload;
     try {
-        payload = call(*transport, protocol::SYSPARAM_WRITE_TOPIC, request);
+        payload = call(*transport, protocol::SYSPARAM_WRITE_TOPIC, changes);
     } catch (const TransportError& error) {
         if (error.kind() != Kind::unanswered) throw;
         throw TransportError(error.kind(), std::string(error.what()) + MAYBE_WRITTEN);
@@ -116,11 +123,12 @@ std::pair<bool, ParameterMap> SysparamClient::write_parameters() {
     bool whole = reply.ParseFromArray(payload.data(), static_cast<int>(payload.size())) &&
                  reply.has_written();
     for (const auto otaid : reply.refused()) {
-        const auto sent = changes.find(otaid);
-        whole = whole && sent != changes.end();
-        if (whole) refused.insert(*sent);
+        const Entry* const sent = find(changes, otaid);
+        whole = whole && sent != nullptr;
+        if (whole) refused[otaid] = *sent;
     }
-    if (!whole || reply.written() + refused.size() != changes.size()) {
+    const auto sent_count = static_cast<std::size_t>(changes.entry_size());
+    if (!whole || reply.written() + refused.size() != sent_count) {
         fail_malformed(protocol::SYSPARAM_WRITE_TOPIC, MAYBE_WRITTEN);
     }
     return {refused.empty(), std::move(refused)};

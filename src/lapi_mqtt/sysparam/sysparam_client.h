@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "ecu/lapi/var.h"
+#include "sysparam.pb.h"
 
 namespace lapi_mqtt {
 
@@ -28,7 +29,8 @@ private:
     /// The reply of the last `get_parameters` as it came: a quarter of the size of its records.
     std::vector<std::uint8_t> last_read;
 
-    ParameterMap changes;
+    /// In ascending order of their OTAIDs.
+    protocol::WriteRequest changes;
 };
 
 }  // namespace lapi_mqtt

@@ -1,0 +1,10 @@
+#include <iostream>
+
+#include "program/startup.h"
+#include "restore/run.h"
+
+int main(int argc, char** argv) {
+    secure_standard_streams();
+    std::ios::sync_with_stdio(false);
+    return restore::run(argc, argv);
+}

@@ -1,0 +1,128 @@
+#include "restore/run.h"
+
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+#include "dump/parse.h"
+#include "ecu/lapi/com.h"
+#include "ecu/lapi/logging.h"
+#include "ecu/lapi/var.h"
+#include "program/input.h"
+#include "program/progress_line.h"
+#include "program/startup.h"
+#include "restore/change_line.h"
+#include "restore/differences.h"
+#include "restore/options.h"
+
+namespace restore {
+namespace {
+
+namespace com = ecu::lapi::com;
+namespace logging = ecu::lapi::logging;
+using ecu::lapi::var::ISystemParameterClient;
+using ecu::lapi::var::ParameterMap;
+using Dump = std::vector<ecu::lapi::pb::SystemParameterEntry>;
+
+/// Throws std::runtime_error for what is no dump. An empty one is what a `korvid get` that failed
+/// leaves behind.
+Dump read_dump(const std::string& file, ProgressLine& progress) {
+    progress.begin("reading the dump");
+    const std::string text = read_input(file, progress.hook());
+    progress.begin("parsing the dump");
+    Dump dump = dump::parse(text, input_name(file), progress.hook());
+    if (dump.empty()) throw std::runtime_error(input_name(file) + " holds no parameter");
+    return dump;
+}
+
+std::shared_ptr<ISystemParameterClient> create_sysparams(
+    const std::shared_ptr<com::ITransportClient>& client) {
+    auto sysparams = ecu::lapi::var::create_sysparams_client(client);
+    if (!sysparams) throw std::runtime_error("no system-parameter client could be created");
+    return sysparams;
+}
+
+/// The changes on standard output, without those that were refused.
+void print_changes(const ParameterMap& unit, const ParameterMap& changes,
+                   const ParameterMap& refused) {
+    for (const auto& [otaid, entry] : changes) {
+        if (refused.count(otaid) != 0) continue;
+        const auto stored = unit.find(otaid);
+        std::cout << change_line(otaid, stored == unit.end() ? nullptr : &stored->second, entry);
+    }
+    std::cout.flush();
+}
+
+void print_refused(const ParameterMap& refused) {
+    std::cerr << "Failed to write system parameters with OTAID:";
+    for (const auto& parameter : refused) std::cerr << " " << parameter.first;
+    std::cerr << std::endl;
+}
+
+void print_summary(const Differences& found, bool only_show, std::size_t refused) {
+    if (logging::get_log_level() < logging::LEVEL_WARNING) return;
+    std::cerr << PROGRAM_NAME << (only_show ? ": differ: " : ": written: ")
+              << found.changes.size() - refused;
+    if (!only_show) std::cerr << ", refused: " << refused;
+    std::cerr << ", same: " << found.same << ", not in the dump: " << found.not_in_dump
+              << std::endl;
+}
+
+bool bring_back(ISystemParameterClient& sysparams, Dump dump, bool only_show,
+                ProgressLine& progress) {
+    progress.begin("reading the unit");
+    const ParameterMap unit = sysparams.get_parameters(0);
+    Differences found = differences(unit, std::move(dump));
+    std::pair<bool, ParameterMap> outcome{true, {}};
+    if (!only_show && !found.changes.empty()) {
+        progress.begin("writing the unit");
+        sysparams.set_parameters(found.changes);
+        outcome = sysparams.write_parameters();
+    }
+    progress.end();
+    const auto& [written, refused] = outcome;
+    if (!written) print_refused(refused);
+    // What is not known to be written is not told to be.
+    if (!written && refused.empty()) return false;
+    print_changes(unit, found.changes, refused);
+    print_summary(found, only_show, refused.size());
+    return written;
+}
+
+std::shared_ptr<com::ITransportClient> create_client(
+    std::unique_ptr<ecu::lapi::config::Configuration> configuration) {
+    auto client = com::create_client(configuration, com::TransportType::mqtt);
+    if (!client) throw std::runtime_error("no transport client could be created");
+    return client;
+}
+
+bool restore(const Options& options) {
+    auto configuration = load_configuration(PROGRAM_NAME, options.common);
+    ProgressLine progress(PROGRAM_NAME);
+    Dump dump = read_dump(options.file, progress);
+
+    const auto client = create_client(std::move(configuration));
+    const bool restored = guarded(PROGRAM_NAME, [&] {
+        const auto sysparams = create_sysparams(client);
+        progress.begin("connecting");
+        client->connect();
+        client->start();
+        return bring_back(*sysparams, std::move(dump), options.only_show, progress);
+    });
+    return close_connection(PROGRAM_NAME, *client) && restored;
+}
+
+}  // namespace
+
+int run(int argc, char** argv) {
+    logging::set_log_mode(logging::LogMode::console);
+    const auto options = parse_options(argc, argv);
+    if (!options) {
+        usage();
+        return 1;
+    }
+    return guarded(PROGRAM_NAME, [&] { return restore(*options); }) ? 0 : 1;
+}
+
+}  // namespace restore
