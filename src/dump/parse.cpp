@@ -121,30 +121,53 @@ bool equal(const Entry& one, const Entry& other) {
     return one.did() == other.did() && one.xcpid() == other.xcpid() && one.data() == other.data();
 }
 
+/// The parameters read so far, each once.
+class Parameters {
+public:
+    /// The one of that OTAID; null when there is none. A dump is mostly in ascending order, so that
+    /// they are looked up only behind one that is not.
+    const Entry* find(std::uint32_t otaid) {
+        if (entries.empty() || otaid > highest) return nullptr;
+        for (; indexed < entries.size(); ++indexed) {
+            position_of.emplace(entries[indexed].otaid(), indexed);
+        }
+        const auto found = position_of.find(otaid);
+        return found == position_of.end() ? nullptr : &entries[found->second];
+    }
+
+    void add(Entry entry) {
+        highest = std::max(highest, entry.otaid());
+        entries.push_back(std::move(entry));
+    }
+
+    std::vector<Entry> entries;
+
+private:
+    std::uint32_t highest = 0;
+    std::size_t indexed = 0;
+    std::map<std::uint32_t, std::size_t> position_of;
+};
+
 }  // namespace
 
 std::vector<Entry> parse(
     std::string_view text, const std::string& name,
     const std::function<void(std::uint64_t done, std::uint64_t total)>& progress) {
-    std::vector<Entry> entries;
-    std::map<std::uint32_t, std::size_t> position_of;
+    Parameters parameters;
     Reader reader(text, name);
     while (!reader.at_end()) {
         if (progress) progress(text.size() - reader.rest().size(), text.size());
         const Reader at_block = reader;
         Entry entry = read_block(reader);
-        // A dump is in ascending order, so that a parameter's place is mostly the end.
-        const auto known = position_of.size();
-        const auto place =
-            position_of.emplace_hint(position_of.end(), entry.otaid(), entries.size());
-        if (position_of.size() > known) {
-            entries.push_back(std::move(entry));
-        } else if (!equal(entry, entries[place->second])) {
+        const Entry* const same = parameters.find(entry.otaid());
+        if (same == nullptr) {
+            parameters.add(std::move(entry));
+        } else if (!equal(entry, *same)) {
             at_block.fail("a second block of OTAID " + std::to_string(entry.otaid()) +
                           " says something else");
         }
     }
-    return entries;
+    return std::move(parameters.entries);
 }
 
 }  // namespace dump

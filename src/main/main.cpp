@@ -1,4 +1,3 @@
-#include <malloc.h>
 #include <unistd.h>
 
 #include <iostream>
@@ -15,13 +14,6 @@ void widen_standard_output() {
     std::ios::sync_with_stdio(false);
     std::cout.rdbuf()->pubsetbuf(buffer, sizeof buffer);
     if (isatty(STDOUT_FILENO) != 0) std::cout << std::unitbuf;
-}
-
-/// A full read fills the heap with small pieces. Room is asked for in few large steps; it takes no
-/// memory before it is used.
-void grow_heap_in_large_steps() {
-    constexpr int STEP_BYTES = 16 << 20;
-    mallopt(M_TOP_PAD, STEP_BYTES);
 }
 
 }  // namespace

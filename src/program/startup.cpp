@@ -1,6 +1,7 @@
 #include "program/startup.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -19,6 +20,11 @@ void secure_standard_streams() {
         lowest_free = open("/dev/null", O_RDWR | O_CLOEXEC);
     } while (lowest_free >= 0 && lowest_free <= STDERR_FILENO);
     if (lowest_free > STDERR_FILENO) close(lowest_free);
+}
+
+void grow_heap_in_large_steps() {
+    constexpr int STEP_BYTES = 16 << 20;
+    mallopt(M_TOP_PAD, STEP_BYTES);
 }
 
 std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::string& client_name,

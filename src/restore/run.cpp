@@ -46,10 +46,12 @@ std::shared_ptr<ISystemParameterClient> create_sysparams(
 /// The changes on standard output, without those that were refused.
 void print_changes(const ParameterMap& unit, const ParameterMap& changes,
                    const ParameterMap& refused) {
+    auto stored = unit.begin();
     for (const auto& [otaid, entry] : changes) {
+        while (stored != unit.end() && stored->first < otaid) ++stored;
+        const bool is_new = stored == unit.end() || stored->first != otaid;
         if (refused.count(otaid) != 0) continue;
-        const auto stored = unit.find(otaid);
-        std::cout << change_line(otaid, stored == unit.end() ? nullptr : &stored->second, entry);
+        std::cout << change_line(otaid, is_new ? nullptr : &stored->second, entry);
     }
     std::cout.flush();
 }

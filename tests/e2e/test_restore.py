@@ -56,7 +56,7 @@ def test_refused_parameters_are_named_and_only_the_others_told_as_written(broker
 
 
 @pytest.mark.parametrize("dump, words, options", [
-    (DEMO + MANY[:-1], r"standard input:7\d\d\d: expected the end of the line", {"port": 1}),
+    (DEMO + MANY[:-1], "standard input:%d: expected the end" % (DEMO + MANY).count(b"\n"), {"port": 1}),
     (MANY.replace(b"\n", b"\r\n"), "standard input:1: expected the end", {}), (b"", "holds no parameter", {}),
     (DEMO, r"cannot read /no/such: No such file", {"name": "/no/such"}), (DEMO, "cannot read /: ", {"name": "/"}),
     (DEMO, "127.0.0.1:1.*refused", {"port": 1}), (DEMO, "USAGE: korvid-restore", {"name": "-x"}),
