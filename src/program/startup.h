@@ -15,8 +15,8 @@
 /// ending the process. Call it first.
 void secure_standard_streams();
 
-/// For programs that read a whole unit, which fills the heap with small pieces: room is asked for in
-/// few large steps. It takes no memory before it is used.
+/// For programs that read a whole unit, which fills the heap with small pieces: room is asked for
+/// in few large steps. It takes no memory before it is used.
 void grow_heap_in_large_steps();
 
 /// The verified configuration of the program `client_name`, with the options' host and port in
