@@ -7,6 +7,15 @@ add_library(korvid_warnings INTERFACE)
 target_compile_options(korvid_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${KORVID_WERROR}>:-Werror>)
 
+# Where time has 32 bits unless 64 are asked for, it would end in 2038.
+include(CheckTypeSize)
+set(CMAKE_EXTRA_INCLUDE_FILES ctime)
+check_type_size(std::time_t TIME_T_SIZE LANGUAGE CXX)
+unset(CMAKE_EXTRA_INCLUDE_FILES)
+if(TIME_T_SIZE EQUAL 4)
+    add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 if(KORVID_SANITIZE)
     add_compile_options(-fsanitize=${KORVID_SANITIZE} -fno-omit-frame-pointer
                         -fno-sanitize-recover=all)

@@ -4,6 +4,7 @@
 #include <mqtt_protocol.h>
 
 #include <algorithm>
+#include <ctime>
 #include <exception>
 
 #include "ecu/lapi/logging.h"
@@ -13,7 +14,6 @@ namespace lapi_mqtt {
 namespace {
 
 namespace logging = ecu::lapi::logging;
-using std::chrono::milliseconds;
 
 /// How many messages above QoS 0 the broker may send ahead of our acknowledgements.
 constexpr int RECEIVE_MAXIMUM = 20;
@@ -27,9 +27,13 @@ void use_library() {
     static const Library library;
 }
 
+/// Asks the C library: a C++ runtime that was built with 32 bits of time is wrong from 2038 on.
 std::uint64_t milliseconds_since_epoch() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    return static_cast<std::uint64_t>(std::chrono::duration_cast<milliseconds>(now).count());
+    static_assert(sizeof(std::time_t) >= 8);
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
 }
 
 MosquittoConnection& self(void* object) {
