@@ -23,8 +23,10 @@ void secure_standard_streams() {
 }
 
 void grow_heap_in_large_steps() {
+#ifdef M_TOP_PAD  // not every C library can be asked
     constexpr int STEP_BYTES = 16 << 20;
     mallopt(M_TOP_PAD, STEP_BYTES);
+#endif
 }
 
 std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::string& client_name,

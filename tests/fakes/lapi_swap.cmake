@@ -5,13 +5,13 @@ function(run)
 endfunction()
 
 run(${CMAKE_COMMAND} -S ${SOURCE} -B ${SCRATCH} -G ${GENERATOR} -DCMAKE_BUILD_TYPE=${TYPE}
-    -DKORVID_SANITIZE=${SANITIZE} -DKORVID_TESTS=OFF
+    -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DKORVID_SANITIZE=${SANITIZE} -DKORVID_TESTS=OFF
     -DKORVID_LAPI=FakeLapi -DCMAKE_PREFIX_PATH=${CMAKE_CURRENT_LIST_DIR})
 run(${CMAKE_COMMAND} --build ${SCRATCH})
 
 # Runs a program and holds what it writes to a stream (OUTPUT or ERROR) against a pattern.
 function(expect stream pattern program)
-    execute_process(COMMAND ${SCRATCH}/bin/${program} ${ARGN}
+    execute_process(COMMAND ${EMULATOR} ${SCRATCH}/bin/${program} ${ARGN}
         ${stream}_VARIABLE written COMMAND_ERROR_IS_FATAL ANY)
     if(NOT written MATCHES "^${pattern}\n$")
         message(FATAL_ERROR "${program} wrote\n${written}")

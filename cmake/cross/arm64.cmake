@@ -1,0 +1,5 @@
+set(CROSS_ARCH arm64)
+set(CROSS_TRIPLET aarch64-linux-gnu)
+set(CROSS_PROCESSOR aarch64)
+set(CROSS_QEMU aarch64)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

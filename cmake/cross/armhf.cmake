@@ -1,0 +1,5 @@
+set(CROSS_ARCH armhf)
+set(CROSS_TRIPLET arm-linux-gnueabihf)
+set(CROSS_PROCESSOR armv7l)
+set(CROSS_QEMU arm)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

@@ -1,0 +1,5 @@
+set(CROSS_ARCH s390x)
+set(CROSS_TRIPLET s390x-linux-gnu)
+set(CROSS_PROCESSOR s390x)
+set(CROSS_QEMU s390x)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)
