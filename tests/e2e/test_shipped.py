@@ -1,0 +1,107 @@
+"""What ships beside the programs: the manual's examples, the sample configuration, the completion."""
+
+import os
+import pty
+import re
+import select
+import signal
+import subprocess
+import time
+
+import pytest
+
+from harness import BIN, DEMO_UNIT, HI_BLOCK, ScriptedBroker, await_that, end, environment, free_port, run_korvid, \
+    scaled
+
+PROJECT = DEMO_UNIT.parents[1]
+SHELL = {"PATH": f"{BIN}:{os.environ['PATH']}", "PS1": "%", "TERM": "dumb", "COLUMNS": "400"}
+PAGES = [p for p in sorted((PROJECT / "docs/man").glob("*.1.scd")) if (BIN / p.name.split(".")[0]).exists()]
+
+
+def examples(page):
+    """The commands of a page's examples, each with the output that is shown, if any."""
+    for block in re.findall(r"^```\n(.*?)^```", page.read_text().split("# EXAMPLES")[1], re.M | re.S):
+        for command, output in re.findall(r"^\$ (.*)\n((?:[^$].*\n)*)", block, re.M):
+            command = command.replace("/usr/share/doc/korvid-unit/examples", str(DEMO_UNIT.parent))
+            yield command.replace("192.0.2.7", "127.0.0.1"), output
+
+
+@pytest.mark.parametrize("page", [*PAGES, PROJECT / "docs/man/lapi.conf.5.scd"], ids=lambda page: page.name)
+def test_the_examples_of_the_manual(ending, broker, unit, tmp_path, page):
+    exports, said = "", (tmp_path / "out").read_bytes
+    for command, output in examples(page):
+        exports += command + "\n" if command.startswith("export ") else ""
+        sign = {"korvid-unit": b"ready\n", "korvid-monitor": b"secstore"}.get(command.split()[0])  # until interrupted
+        env = {**environment(port=free_port() if " -b " in command else broker.port), **SHELL}
+        with (tmp_path / "out").open("wb") as out:
+            running = subprocess.Popen(["bash", "-ec", exports + ("exec " if sign else "") + command], cwd=tmp_path,
+                                       env=env, stdout=out)
+        ending.callback(running.kill)
+        if sign:  # and something to be seen
+            await_that(lambda: run_korvid("setsec", DEMO_UNIT, port=broker.port) and
+                       (sign in said() or running.poll() is not None), f"'{command}' prints", 20)
+        status = end(running, signal.SIGINT) if sign else running.wait(scaled(30))
+        assert status == 0 and (not output or said().decode() == output), (command, said())
+
+
+def test_the_sample_configuration_as_it_is_and_with_its_settings(broker, unit, tmp_path):
+    sample, config = (PROJECT / "share/lapi.conf").read_text(), tmp_path / "lapi.conf"
+    settings = re.sub(r"^#(?=\w+ = )", "", sample, flags=re.M).replace("/etc/ecu", str(tmp_path))
+    plain = re.sub(r"^(port|ca_file|cert_file|key_file|topic_prefix) = .*", "", settings, flags=re.M)
+    for name in "password", "ca.pem", "client.pem", "client.key":
+        (tmp_path / name).write_text("secret\n")
+        (tmp_path / name).chmod(0o600)
+    for text in sample, plain:
+        config.write_text(text)
+        got = run_korvid("get", "288", port=broker.port, config=config)
+        assert (got.status, got.out, got.err) == (0, HI_BLOCK, ""), text
+    assert len(re.findall(r"^\w+ = .+", settings, re.M)) == 10
+    config.write_text(settings)
+    got = run_korvid("get", "288", config=config)
+    assert got.status == 1 and "ca.pem" in got.err and "lapi.conf" not in got.err, got  # no fault but the certificate
+
+
+@pytest.fixture
+def completed(ending, tmp_path):
+    """What an interactive bash makes of a line and a tab (the line or what it offers), and in which time."""
+    def complete(line, **settings):
+        process, terminal = pty.fork()
+        if process == 0:
+            os.chdir(tmp_path)
+            os.execvpe("bash", ["bash", "--norc", "--noprofile", "-i"], {**environment(**settings), **SHELL})
+        for clean_up in (os.waitpid, process, 0), (os.kill, process, signal.SIGKILL), (os.close, terminal):
+            ending.callback(*clean_up)
+
+        def said(text, until, seen=b""):
+            os.write(terminal, text.encode())
+            while not seen.endswith(until):
+                assert select.select([terminal], [], [], scaled(10))[0], seen
+                seen += os.read(terminal, 4096)
+            return seen.decode().replace("\a", "")
+
+        said("".join(f"bind 'set {setting}'\n" for setting in (
+            "completion-display-width 0", "show-all-if-ambiguous on", "enable-bracketed-paste off")) +
+             f". {PROJECT}/share/completions/korvid; printf 'o%s\n' k\n", b"ok\r\n%")
+        began = time.monotonic()
+        typed, *offers = said(line + "\t#", b"#")[:-1].split("\r\n")
+        return " ".join(offers[:-1]) or typed, time.monotonic() - began
+    (tmp_path / "a file").touch()
+    return complete
+
+
+@pytest.mark.parametrize("line, made", [
+    ("korvid ", "get getsec set setsec"), ("korvid --lo", "korvid --loglevel "), ("korvid -l N", "korvid -l NOTICE "),
+    ("korvid get 28", "28 288"), ("korvid set 0x12", "0x120 0x12345"), ("korvid get 1 0x21", "0x210 0x211 0x212 0x213"),
+    ("korvid set 1 ", "bytes dec hex str"), ("korvid set 1 h", "korvid set 1 hex "), ("korvid -- --", "korvid -- --"),
+    ("korvid setsec a", "korvid setsec a\\ file "), ("korvid --loglevel=DE", "korvid --loglevel=DEBUG "),
+    ("korvid -p 1 get 28", "korvid -p 1 get 28"), ("korvid -p1 get 28", "korvid -p1 get 28"),
+    ("korvid-unit --re", "--read-only --replace"), ("korvid-unit -d a", "korvid-unit -d a\\ file "),
+    ("korvid-monitor --pay", "--payload --payload-size"), ("korvid-restore a", "korvid-restore a\\ file "),
+])
+def test_completion(completed, broker, unit, line, made):
+    assert completed(line, port=broker.port)[0] == made
+
+
+def test_completion_gives_up_on_a_silent_broker(completed, scripted):
+    got, seconds = completed("korvid get 28", port=scripted({ScriptedBroker.CONNECT: b""}).port)
+    assert got == "korvid get 28" and 0.4 < seconds < scaled(1)
