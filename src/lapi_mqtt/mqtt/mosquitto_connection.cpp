@@ -76,6 +76,7 @@ void MosquittoConnection::reach_one_of(std::vector<std::string>& addresses,
         }
         require_time(deadline, abandoned);
         std::vector<int> sockets;
+        sockets.reserve(under_way.size());
         for (const auto& attempt : under_way) {
             sockets.push_back(mosquitto_socket(attempt.handle.get()));
         }
