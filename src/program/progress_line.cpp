@@ -65,7 +65,7 @@ public:
                        [this](std::ostream* stream) { return stream->tie(&flushed); });
         struct sigaction action {};
         action.sa_handler = erase_and_end;
-        action.sa_flags = SA_RESETHAND;
+        action.sa_flags = static_cast<int>(SA_RESETHAND);
         for (std::size_t i = 0; i < ENDING_SIGNALS.size(); ++i) {
             sigaction(ENDING_SIGNALS[i], nullptr, &actions[i]);
             if (actions[i].sa_handler == SIG_DFL) sigaction(ENDING_SIGNALS[i], &action, nullptr);
