@@ -5,9 +5,9 @@
 
 #include "commands/otaid.h"
 #include "commands/print_sysparam.h"
-#include "commands/sysparams.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
+#include "program/clients.h"
 
 namespace commands {
 

@@ -6,8 +6,8 @@
 
 #include "commands/interpretation.h"
 #include "commands/otaid.h"
-#include "commands/sysparams.h"
 #include "ecu/lapi/var.h"
+#include "program/clients.h"
 
 namespace commands {
 

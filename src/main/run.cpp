@@ -5,18 +5,19 @@
 #include <ctime>
 #include <iostream>
 #include <memory>
-#include <stdexcept>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "commands/get_cmd.h"
 #include "commands/registry.h"
-#include "commands/sysparams.h"
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 #include "main/options.h"
 #include "main/usage.h"
+#include "program/clients.h"
+#include "program/progress_line.h"
 #include "program/startup.h"
 
 namespace {
@@ -33,6 +34,7 @@ constexpr timespec PAUSE_BEFORE_DISCONNECT{0, 100'000'000};
 /// What a run holds of the platform, in order of creation.
 struct Connection {
     std::unique_ptr<ecu::lapi::config::Configuration> configuration;
+    std::optional<ProgressLine> progress;
     ClientHandle client;
     // Held for the whole run; commands create their own.
     std::shared_ptr<var::ISystemParameterClient> sysparams;
@@ -40,9 +42,10 @@ struct Connection {
 
 bool open(Connection& connection) {
     connection.configuration = load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
-    connection.client = com::create_client(connection.configuration, com::TransportType::mqtt);
-    if (!connection.client) throw std::runtime_error("no transport client could be created");
-    connection.sysparams = commands::create_sysparams(connection.client);
+    connection.progress.emplace(PROGRAM_NAME);
+    connection.client = create_transport(connection.configuration);
+    connection.sysparams = create_sysparams(connection.client);
+    connection.client->report_transfers(connection.progress->hook());
     connection.client->connect();
     connection.client->start();
     return true;

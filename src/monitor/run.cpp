@@ -7,6 +7,7 @@
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
 #include "monitor/options.h"
+#include "program/clients.h"
 #include "program/end_signal.h"
 #include "program/startup.h"
 #include "topic_printer/topic_printer.h"
@@ -22,7 +23,7 @@ constexpr int SUBSCRIPTION = 2 + com::WITH_KEPT;
 
 std::shared_ptr<com::ITransportClient> create_client(const CommonOptions& options) {
     auto configuration = load_configuration(MONITOR_NAME, options);
-    return com::create_client(configuration, com::TransportType::mqtt);
+    return create_transport(configuration);
 }
 
 void print_messages(com::ITransportClient& client, const MonitorOptions& options) {

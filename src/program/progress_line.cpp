@@ -20,8 +20,12 @@ constexpr std::chrono::milliseconds BEFORE_THE_FIRST{1000};
 constexpr std::chrono::milliseconds BETWEEN_TWO{200};
 constexpr char ERASE[] = "\r\033[K";
 
-const std::array<std::ostream*, 6> STREAMS{&std::cerr,       &logging::ERROR, &logging::WARNING,
-                                           &logging::NOTICE, &logging::INFO,  &logging::DEBUG};
+const std::array<std::ostream*, 7> STREAMS{&std::cout,        &std::cerr,       &logging::ERROR,
+                                           &logging::WARNING, &logging::NOTICE, &logging::INFO,
+                                           &logging::DEBUG};
+
+/// Less than this is no transfer that anybody waits for.
+constexpr std::uint64_t LEAST_BYTES = 64 << 10;
 constexpr std::array<int, 3> ENDING_SIGNALS{SIGINT, SIGTERM, SIGHUP};
 
 void write_to_terminal(const char* bytes, std::size_t size) {
@@ -147,7 +151,7 @@ void ProgressLine::draw_until_the_end() {
 }
 
 void ProgressLine::draw() {
-    if (!is_in_the_foreground()) return;
+    if (!is_in_the_foreground() || (step.empty() && done < LEAST_BYTES)) return;
     const std::string line = ERASE + text().substr(0, columns());
     write_to_terminal(line.data(), line.size());
     drawn = true;
@@ -168,5 +172,5 @@ std::string ProgressLine::text() const {
     } else if (so_far > 0) {
         std::snprintf(amount, sizeof amount, " %.1f MB", so_far);
     }
-    return program + ": " + step + amount;
+    return program + ": " + (step.empty() ? all > 0 ? "sending" : "receiving" : step) + amount;
 }

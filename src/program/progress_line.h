@@ -13,9 +13,9 @@
 /// One line on standard error that tells how far long work is, rewritten in place. It appears once
 /// the work has taken a second, and only on a terminal and from log level WARNING on.
 ///
-/// What goes through std::cerr or a log stream erases it first, so that no record is glued to it;
-/// a signal that ends the process erases it too. Create it when the log level is set and before any
-/// thread that logs, and let it outlive them. All members may be called by any thread.
+/// What goes through std::cout, std::cerr or a log stream erases it first, so that nothing is glued
+/// to it; a signal that ends the process erases it too. Create it when the log level is set and
+/// before any thread that logs, and let it outlive them. All members may be called by any thread.
 class ProgressLine {
 public:
     /// `program` stands at the front of the line. The work begins now.
@@ -24,7 +24,8 @@ public:
     ProgressLine& operator=(const ProgressLine&) = delete;
     ~ProgressLine();
 
-    /// What is done from now on, e.g. "sending".
+    /// What is done from now on, e.g. "sending". Until then the line appears only once bytes have
+    /// moved.
     void begin(const char* next_step);
 
     /// How many bytes of the step are done, of how many; 0 where that is not known. Costs next to
@@ -37,7 +38,7 @@ public:
     /// Erases the line until it is rewritten next.
     void erase();
 
-    /// Erases the line for good. Call it before results are printed.
+    /// Erases the line for good.
     void end();
 
 private:

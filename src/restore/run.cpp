@@ -1,7 +1,6 @@
 #include "restore/run.h"
 
 #include <iostream>
-#include <memory>
 #include <stdexcept>
 #include <vector>
 
@@ -9,6 +8,7 @@
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
+#include "program/clients.h"
 #include "program/input.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
@@ -34,13 +34,6 @@ Dump read_dump(const std::string& file, ProgressLine& progress) {
     Dump dump = dump::parse(text, input_name(file), progress.hook());
     if (dump.empty()) throw std::runtime_error(input_name(file) + " holds no parameter");
     return dump;
-}
-
-std::shared_ptr<ISystemParameterClient> create_sysparams(
-    const std::shared_ptr<com::ITransportClient>& client) {
-    auto sysparams = ecu::lapi::var::create_sysparams_client(client);
-    if (!sysparams) throw std::runtime_error("no system-parameter client could be created");
-    return sysparams;
 }
 
 /// The changes on standard output, without those that were refused.
@@ -92,21 +85,15 @@ bool bring_back(ISystemParameterClient& sysparams, Dump dump, bool only_show,
     return written;
 }
 
-std::shared_ptr<com::ITransportClient> create_client(
-    std::unique_ptr<ecu::lapi::config::Configuration> configuration) {
-    auto client = com::create_client(configuration, com::TransportType::mqtt);
-    if (!client) throw std::runtime_error("no transport client could be created");
-    return client;
-}
-
 bool restore(const Options& options) {
     auto configuration = load_configuration(PROGRAM_NAME, options.common);
     ProgressLine progress(PROGRAM_NAME);
     Dump dump = read_dump(options.file, progress);
 
-    const auto client = create_client(std::move(configuration));
+    const auto client = create_transport(configuration);
     const bool restored = guarded(PROGRAM_NAME, [&] {
         const auto sysparams = create_sysparams(client);
+        client->report_transfers(progress.hook());
         progress.begin("connecting");
         client->connect();
         client->start();

@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "dump/parse.h"
+#include "program/progress_line.h"
 #include "unit/descriptor.h"
 #include "unit/options.h"
 
@@ -35,7 +36,8 @@ int open_import(const std::string& name) {
     return opened;
 }
 
-std::optional<std::string> read_all(const std::string& name, EndSignal& end_signal) {
+std::optional<std::string> read_all(const std::string& name, EndSignal& end_signal,
+                                    ProgressLine& progress) {
     const Descriptor input(open_import(name));
     std::vector<char> buffer(READ_SIZE);
     std::string text;
@@ -45,6 +47,7 @@ std::optional<std::string> read_all(const std::string& name, EndSignal& end_sign
         if (size == 0) return text;
         if (size > 0) {
             text.append(buffer.data(), static_cast<std::size_t>(size));
+            progress.advance(text.size(), 0);
         } else if (errno != EAGAIN && errno != EINTR) {
             fail(name);
         }
@@ -54,9 +57,12 @@ std::optional<std::string> read_all(const std::string& name, EndSignal& end_sign
 }  // namespace
 
 std::optional<std::vector<Entry>> read_import(const std::string& name, EndSignal& end_signal) {
-    const auto text = read_all(name, end_signal);
+    ProgressLine progress(PROGRAM_NAME);
+    progress.begin("reading the import");
+    const auto text = read_all(name, end_signal, progress);
     if (!text) return std::nullopt;
-    return dump::parse(*text, shown(name));
+    progress.begin("parsing the import");
+    return dump::parse(*text, shown(name), progress.hook());
 }
 
 void import_into(Store& store, const std::vector<Entry>& entries, const std::string& name,
@@ -64,6 +70,8 @@ void import_into(Store& store, const std::vector<Entry>& entries, const std::str
     if (replace && entries.empty()) {
         throw std::runtime_error(shown(name) + " holds no parameters: the store was not replaced");
     }
+    ProgressLine progress(PROGRAM_NAME);
+    progress.begin("storing the import");
     const ImportResult result = store.import(entries, replace);
     std::cerr << PROGRAM_NAME << ": imported " << entries.size() << " parameters from "
               << shown(name) << ": " << result.added << " added, " << result.changed << " changed, "

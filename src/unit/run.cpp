@@ -9,6 +9,7 @@
 
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
+#include "program/clients.h"
 #include "program/end_signal.h"
 #include "program/startup.h"
 #include "protocol/topics.h"
@@ -84,7 +85,7 @@ bool run(const Options& options) {
     Store store(options.store);
     ParameterService parameters(store, options.read_only);
     std::unique_ptr<BrokerProcess> broker;  // outlives the client
-    const auto client = com::create_client(configuration, com::TransportType::mqtt);
+    const auto client = create_transport(configuration);
     if (options.broker) broker = std::make_unique<BrokerProcess>(std::stoi(port));
     client->set_presence({protocol::PRESENCE_TOPIC, protocol::PRESENT, protocol::ABSENT});
     client->connect();

@@ -193,8 +193,8 @@ class Peer:
 class Listening:
     """Accepts connections on a free loopback port; each is a thread in `serve`."""
 
-    def __init__(self):
-        self.listener = socket.create_server(("127.0.0.1", 0))
+    def __init__(self, port=0):
+        self.listener = socket.create_server(("127.0.0.1", port))
         self.port, self.links = self.listener.getsockname()[1], []
         threading.Thread(target=self.accept, daemon=True).start()
 
@@ -250,10 +250,10 @@ def puback(reason=0):
 class Proxy(Listening):
     """A link to a port: slow, or cut or stalled after so many bytes from the client."""
 
-    def __init__(self, target, latency=0.0, bandwidth=1e9, cut_at=None, stall_at=None):
+    def __init__(self, target, latency=0.0, bandwidth=1e9, cut_at=None, stall_at=None, port=0):
         self.target, self.latency, self.bandwidth = target, latency, bandwidth
         self.cut_at, self.stall_at, self.upstream = cut_at, stall_at, bytearray()
-        super().__init__()
+        super().__init__(port)
 
     def serve(self, link):
         broker = socket.create_connection(("127.0.0.1", self.target))

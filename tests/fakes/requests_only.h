@@ -17,6 +17,7 @@ struct RequestsOnly : ecu::lapi::com::ITransportClient {
     void serve(const std::string&, ecu::lapi::com::RequestHandler) override {}
     void set_presence(ecu::lapi::com::Presence) override {}
     void show_presence() override {}
+    void report_transfers(ecu::lapi::com::TransferHook) override {}
     void start() override {}
     void stop() override {}
 };

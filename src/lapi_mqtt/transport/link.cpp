@@ -73,8 +73,19 @@ void Link::run() {
 /// False when the connection has ended.
 bool Link::drive(milliseconds timeout) {
     const bool connected = connection->loop(timeout);
+    if (report) report_transfer();
     if (!connected) lose_connection();
     return connected;
+}
+
+void Link::report_transfer() {
+    Lock held(mutex);
+    const Movement now = movement();
+    const std::uint64_t sent = now.traffic.taken - std::min(sent_from, now.traffic.taken);
+    const std::uint64_t size = sent_size;
+    held.unlock();
+    if (sent < size) return report(sent, size);
+    report(now.traffic.received - std::min(now.foreign_end, now.traffic.received), 0);
 }
 
 void Link::lose_connection() {
@@ -82,7 +93,7 @@ void Link::lose_connection() {
     why_down = "the connection was lost: " + connection->end_cause();
     connection.reset();
     ++losses;
-    foreign_end = 0;
+    foreign_end = sent_from = sent_size = 0;
     acknowledgements.connection_lost();
     owner.on_lost();
     changed.notify_all();
@@ -163,8 +174,10 @@ Movement Link::movement() const {
     return {connection ? connection->traffic() : Traffic(), foreign_end};
 }
 
-std::uint64_t Link::taken_behind(const Lock& /*lock*/, std::size_t size) const {
-    return movement().traffic.taken + size + size / FRAMING_SHARE + FRAMING_BYTES;
+std::uint64_t Link::taken_behind(const Lock& /*lock*/, std::size_t size) {
+    sent_from = movement().traffic.taken;
+    sent_size = size;
+    return sent_from + size + size / FRAMING_SHARE + FRAMING_BYTES;
 }
 
 void Link::note_foreign(const Lock& /*lock*/) {

@@ -52,6 +52,9 @@ public:
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;
 
+    /// Has the hook told after each look at the connection. Call it before `connect`.
+    void report_transfers(ecu::lapi::com::TransferHook hook) { report = std::move(hook); }
+
     /// Returns when the connection is accepted or has failed, which is logged at ERROR.
     void connect();
 
@@ -85,9 +88,9 @@ public:
     Reason await(Lock& lock, const Awaited& word, std::chrono::milliseconds time_out,
                  const Step& step);
 
-    /// What `traffic().taken` will be at the most when a packet of `size` bytes that is queued now
+    /// A packet of `size` bytes is queued now: what `traffic().taken` will be at the most when it
     /// has gone out.
-    std::uint64_t taken_behind(const Lock& lock, std::size_t size) const;
+    std::uint64_t taken_behind(const Lock& lock, std::size_t size);
 
     /// What came in until now was for nobody who waits.
     void note_foreign(const Lock& lock);
@@ -105,6 +108,7 @@ private:
     bool reconnect();
     bool drive(std::chrono::milliseconds timeout);
     void lose_connection();
+    void report_transfer();
     void drive_or_wait(Lock& lock, Patience::Clock::time_point until);
     Movement movement() const;
     void on_message(Incoming incoming) override;
@@ -113,6 +117,7 @@ private:
     const std::string broker_place;
     const ConnectionFactory factory;
     Owner& owner;
+    ecu::lapi::com::TransferHook report;  ///< constant once connected
 
     // Guarded by mutex. `connection` is replaced only by the thread that drives, which may look at
     // it without the lock.
@@ -123,8 +128,10 @@ private:
     unsigned losses = 0;                     ///< tells a waiter that its connection went
     Acknowledgements acknowledgements;
     std::uint64_t foreign_end = 0;
-    bool leaving = false;  ///< DISCONNECT is on its way
-    bool ended = false;    ///< the thread is about to
+    std::uint64_t sent_from = 0;  ///< `traffic().taken` when the last packet was queued
+    std::uint64_t sent_size = 0;  ///< of that packet
+    bool leaving = false;         ///< DISCONNECT is on its way
+    bool ended = false;           ///< the thread is about to
 
     std::atomic<bool> stopping{false};
     std::thread thread;  // of the thread that starts and stops

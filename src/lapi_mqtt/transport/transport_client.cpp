@@ -59,6 +59,10 @@ void TransportClient::connect() {
     link.connect();
 }
 
+void TransportClient::report_transfers(com::TransferHook hook) {
+    link.report_transfers(std::move(hook));
+}
+
 void TransportClient::start() {
     const auto lock = link.lock();
     is_started = true;

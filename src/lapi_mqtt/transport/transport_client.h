@@ -41,6 +41,7 @@ public:
     void serve(const std::string& topic, ecu::lapi::com::RequestHandler handler) override;
     void set_presence(ecu::lapi::com::Presence presence) override;
     void show_presence() override;
+    void report_transfers(ecu::lapi::com::TransferHook hook) override;
     void start() override;
     void stop() override;
 

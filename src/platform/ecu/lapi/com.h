@@ -50,6 +50,9 @@ using RequestHandler = std::function<Message(const Message& request)>;
 /// known. Called once, on the delivery thread.
 using TakenHandler = std::function<void(bool taken)>;
 
+/// Told how far a transfer is: bytes moved, and of how many; 0 where that is not known.
+using TransferHook = std::function<void(std::uint64_t done, std::uint64_t total)>;
+
 /// What a client lets the broker keep about itself on a topic.
 struct Presence {
     std::string topic;
@@ -124,6 +127,10 @@ public:
 
     /// Shows the presence until `disconnect`, again after each reconnection. Throws TransportError.
     virtual void show_presence() = 0;
+
+    /// Has `hook` told now and then while bytes move, by whichever thread drives the connection, with
+    /// no lock held. Call it before `connect`.
+    virtual void report_transfers(TransferHook hook) = 0;
 
     /// Lets delivery begin, on a thread of the library's own.
     virtual void start() = 0;

@@ -1,0 +1,106 @@
+"""Units behind one central broker, each with a broker of its own that is bridged to it."""
+
+import subprocess
+
+import paho.mqtt.client as mqtt
+import pytest
+
+from harness import (BLOB_GET, DEMO_UNIT, Broker, Peer, Proxy, await_that, block, free_port, run_korvid, scaled)
+
+SHARE = DEMO_UNIT.parent / "fleet"
+ACCOUNTS = "left", "right", "fleet", "lefty"
+
+
+class FileBroker(Broker):
+    """A mosquitto with a shipped file, in which words are replaced."""
+
+    def __init__(self, directory, name, port, **words):
+        self.port, self.config = port, directory / f"{port}.conf"
+        text = (SHARE / name).read_text()
+        for word, value in words.items():
+            text = text.replace(word, str(value))
+        self.config.write_text("user root\n" + text.replace("listener 1883", f"listener {port}"))
+        self.start()
+
+
+class Fleet:
+    """A central broker, and for each unit its own broker, a link from it to the central one, and a unit."""
+
+    def __init__(self, directory, ending, new_unit):
+        (directory / "passwords").write_text("".join(f"{name}:word-of-{name}\n" for name in ACCOUNTS))
+        subprocess.run(["mosquitto_passwd", "-U", directory / "passwords"], check=True)
+        (directory / "central.acl").write_text((SHARE / "central.acl").read_text())
+        self.directory, self.links, self.units = directory, {}, {}
+        self.central = FileBroker(directory, "central.conf", free_port(), **{"/etc/mosquitto": directory})
+        ending.callback(self.central.stop)
+        for name in "left", "right":
+            link = self.links[name] = Proxy(self.central.port)
+            own = FileBroker(directory, "unit-bridge.conf", free_port(), UNIT=name, PASSWORD=f"word-of-{name}",
+                             CENTRAL=f"127.0.0.1:{link.port}")
+            for close in link.close, own.stop:
+                ending.callback(close)
+            self.units[name] = new_unit(own.port, "-i", DEMO_UNIT, "-d", directory / f"{name}.db")
+        self.watch = mqtt.Client(protocol=mqtt.MQTTv5)
+        self.watch.username_pw_set("fleet", "word-of-fleet")
+        self.watch = Peer(self.central.port, "units/#", client=self.watch)
+        ending.callback(self.watch.close)
+
+    def run(self, account, unit, *command, program="korvid", **settings):
+        secret = self.directory / "secret"
+        secret.write_text(f"word-of-{account}")
+        return run_korvid(*command, program=program, port=self.central.port, username=account, password_file=secret,
+                          topic_prefix=f"units/{unit}/", **settings)
+
+    def presence(self):
+        return {m.topic[6:]: m.payload for m in self.watch.messages if m.topic.endswith(("/system/vard/unit", "/bridge"))}
+
+    def is_up(self, name):
+        return self.run("fleet", name, "get", "288", request_timeout_ms=500).status == 0
+
+
+@pytest.fixture
+def fleet(tmp_path, ending, new_unit):
+    made = Fleet(tmp_path, ending, new_unit)
+    await_that(lambda: made.is_up("left") and made.is_up("right"), "the bridges stand", 20)
+    return made
+
+
+def test_one_client_reaches_each_unit_and_no_other(fleet, tmp_path):
+    for name in "left", "right":
+        (tmp_path / name).write_text(f"blob of {name}")
+        assert fleet.run("fleet", name, "set", "288", "str", name).status == 0
+        got = fleet.run("fleet", name, "setsec", tmp_path / name)
+        assert (got.status, got.err.replace(f"WARNING: {tmp_path}", "")) == (0, got.err), got
+    for name in "left", "right":
+        assert fleet.run("fleet", name, "get", "288").out == block(288, 255, 10, name.encode())
+        await_that(lambda: f"blob of {name}".encode() in fleet.run("fleet", name, "getsec").out, "the blob")
+        got = fleet.run("fleet", name, DEMO_UNIT, program="korvid-restore")
+        assert got.status == 0 and b"288 - 0x120" in got.out, got
+        assert fleet.run("fleet", name, "get", "288").out == block(288, 255, 10, b"Hi")
+    assert {m.topic[6:].split("/")[0] for m in fleet.watch.messages if m.payload == b"blob of left"} == {"left"}
+    got = fleet.run("fleet", "nobody", "get")
+    assert got.status == 1 and "no parameter service is listening" in got.err and got.seconds < scaled(1), got
+
+
+def test_rights_for_one_unit_of_the_fleet_end_there(fleet):
+    assert fleet.run("lefty", "left", "get", "288").out == block(288, 255, 10, b"Hi")
+    for account, unit in ("lefty", "right"), ("right", "left"), ("left", "left"):
+        got = fleet.run(account, unit, "set", "288", "str", "x")
+        assert got.status == 1 and "Not authorized" in got.err, got
+    assert fleet.run("fleet", "right", "get", "288").out == block(288, 255, 10, b"Hi")
+
+
+def test_a_cut_bridge_is_told_and_comes_back(fleet):
+    there = {"left/system/vard/unit": b"online", "left/bridge": b"1",
+             "right/system/vard/unit": b"online", "right/bridge": b"1"}
+    await_that(lambda: fleet.presence() == there, "everybody is there")
+    link = fleet.links["left"]
+    link.close()
+    await_that(lambda: fleet.presence()["left/bridge"] == b"0", "the broken bridge is seen")
+    got = fleet.run("fleet", "left", "get")
+    assert got.status == 1 and "no parameter service is listening" in got.err, got
+    assert fleet.is_up("right")
+    link.__init__(fleet.central.port, port=link.port)
+    await_that(lambda: fleet.presence() == there and fleet.is_up("left"), "the bridge is back", 20)
+    fleet.units["right"].kill()
+    await_that(lambda: fleet.presence()["right/system/vard/unit"] == b"offline", "the lost unit is seen")
