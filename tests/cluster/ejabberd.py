@@ -5,7 +5,7 @@ import glob
 import os
 import subprocess
 
-from harness import await_that, end, free_port, scaled
+from harness import Broker, await_that, end, free_port, scaled
 
 CONFIGURATION = """hosts: [localhost]
 auth_method: [internal]
@@ -30,31 +30,35 @@ class Node:
 
     def control(self, *words):
         asking = f"ask{os.urandom(8).hex()}@localhost", "-hidden", "-s", "ejabberd_ctl", "-extra", self.name, *words
-        await_that(lambda: self.erlang(subprocess.run, *asking, timeout=scaled(30)).returncode == 0, words, 60)
+        # A node that is asked before it has started up may hang, and who asks with it.
+        await_that(lambda: Broker.accepts(self), f"{self.name} listens", 90)
+        assert self.erlang(subprocess.run, *asking, timeout=scaled(90)).returncode == 0, words
 
 
 class Cluster:
-    """`settings` are what a client or a unit needs, beside the port of a node."""
+    """`settings` are what a client or a unit needs, beside the port of a node; `port` is the name service's."""
 
     def __init__(self, directory, nodes):
-        self.names_port, self.nodes, password = free_port(), [], directory / "password"
+        self.port, self.nodes, password = free_port(), [], directory / "password"
         password.touch(0o600)
         password.write_text("only-on-loopback")
         self.settings = {"username": "bench@localhost", "password_file": password}
         env = {"PATH": os.environ["PATH"], "ERL_LIBS": glob.glob("/usr/lib/*/ejabberd-*/..")[0],
-               "ERL_EPMD_PORT": str(self.names_port), "ERL_EPMD_ADDRESS": "127.0.0.1"}
+               "ERL_EPMD_PORT": str(self.port), "ERL_EPMD_ADDRESS": "127.0.0.1"}
         with contextlib.ExitStack() as started:
-            started.callback(end, subprocess.Popen(["epmd"], env=env))
+            started.callback(end, subprocess.Popen(["epmd"], env=env, stderr=subprocess.DEVNULL))
+            await_that(lambda: Broker.accepts(self), "epmd listens: a node ends without it")
             for number in range(nodes):
                 self.nodes.append(Node(f"node{number}", directory / f"node{number}", env))
-                started.callback(end, self.nodes[-1].process)
+                started.callback(self.nodes[-1].process.wait)
+                started.callback(self.nodes[-1].process.kill)
                 self.nodes[-1].control("status")
             for node in self.nodes[1:]:
                 node.control("join_cluster", self.nodes[0].name)
-            self.nodes[0].control("register", "bench", "localhost", password.read_text())
+            self.nodes[-1].control("register", "bench", "localhost", password.read_text())
             self.stop = started.pop_all().close
 
     def processes(self):
         """What runs of all that was started, by its surroundings."""
-        return subprocess.run(["grep", "-las", f"ERL_EPMD_PORT={self.names_port}", *glob.glob("/proc/[0-9]*/environ")],
+        return subprocess.run(["grep", "-las", f"ERL_EPMD_PORT={self.port}", *glob.glob("/proc/[0-9]*/environ")],
                               stdout=subprocess.PIPE).stdout

@@ -18,7 +18,7 @@ def cluster(request, tmp_path_factory):
     made = Cluster(tmp_path_factory.mktemp("cluster"), request.param)
     yield made
     made.stop()
-    assert not made.processes(), "all has ended"
+    await_that(lambda: not made.processes(), "all has ended")
 
 
 @pytest.fixture(scope="module")
