@@ -8,6 +8,7 @@ import pytest
 from harness import (BLOB_GET, DEMO_UNIT, Broker, Peer, Proxy, await_that, block, free_port, run_korvid, scaled)
 
 SHARE = DEMO_UNIT.parent / "fleet"
+PRESENCE = "system/vard/unit"
 ACCOUNTS = "left", "right", "fleet", "lefty"
 
 
@@ -42,17 +43,18 @@ class Fleet:
             self.units[name] = new_unit(own.port, "-i", DEMO_UNIT, "-d", directory / f"{name}.db")
         self.watch = mqtt.Client(protocol=mqtt.MQTTv5)
         self.watch.username_pw_set("fleet", "word-of-fleet")
-        self.watch = Peer(self.central.port, "units/#", client=self.watch)
+        self.watch = Peer(self.central.port, *map("units/+/".__add__, (BLOB_GET, PRESENCE, "bridge")), client=self.watch)
         ending.callback(self.watch.close)
 
     def run(self, account, unit, *command, program="korvid", **settings):
         secret = self.directory / "secret"
         secret.write_text(f"word-of-{account}")
+        secret.chmod(0o600)
         return run_korvid(*command, program=program, port=self.central.port, username=account, password_file=secret,
                           topic_prefix=f"units/{unit}/", **settings)
 
     def presence(self):
-        return {m.topic[6:]: m.payload for m in self.watch.messages if m.topic.endswith(("/system/vard/unit", "/bridge"))}
+        return {m.topic[6:]: m.payload for m in self.watch.messages if m.topic.endswith((PRESENCE, "/bridge"))}
 
     def is_up(self, name):
         return self.run("fleet", name, "get", "288", request_timeout_ms=500).status == 0
@@ -104,3 +106,5 @@ def test_a_cut_bridge_is_told_and_comes_back(fleet):
     await_that(lambda: fleet.presence() == there and fleet.is_up("left"), "the bridge is back", 20)
     fleet.units["right"].kill()
     await_that(lambda: fleet.presence()["right/system/vard/unit"] == b"offline", "the lost unit is seen")
+    fleet.units["right"].start()
+    await_that(lambda: fleet.presence() == there, "it is there again")
