@@ -22,6 +22,7 @@ READ_TOPIC, WRITE_TOPIC = "system/vard/sysparam/read", "system/vard/sysparam/wri
 BLOB_GET, BLOB_SET = "system/vard/secstore/get", "system/vard/secstore/set"
 ANNOUNCEMENT = "subscription/announcement"
 NO_SERVICE = "no parameter service is listening"
+needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can mount and end another user's process")
 
 
 needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can mount and end another user's process")
