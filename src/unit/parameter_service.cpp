@@ -90,6 +90,10 @@ Message ParameterService::write(const Message& message) {
     std::for_each(refused, entries.end(),
                   [&reply](const Entry& entry) { reply.add_refused(entry.otaid()); });
     entries.erase(refused, entries.end());
+    // The store takes many records far faster in its own order; one OTAID's stay in theirs.
+    std::stable_sort(entries.begin(), entries.end(), [](const Entry& one, const Entry& other) {
+        return one.otaid() < other.otaid();
+    });
     store.write(entries);
     reply.set_written(static_cast<std::uint32_t>(entries.size()));
     ecu::lapi::logging::write(ecu::lapi::logging::INFO, "Wrote ", entries.size(),

@@ -1,5 +1,9 @@
 #include "unit/store.h"
 
+#include <exception>
+
+#include "ecu/lapi/logging.h"
+
 namespace unit {
 namespace {
 
@@ -10,6 +14,10 @@ Entry entry_of(const Statement& row) {
     if (const auto xcpid = row.number(2)) entry.set_xcpid(static_cast<std::uint32_t>(*xcpid));
     if (const auto data = row.bytes(3)) entry.set_data(data->data(), data->size());
     return entry;
+}
+
+bool equal(const Entry& one, const Entry& other) {
+    return one.did() == other.did() && one.xcpid() == other.xcpid() && one.data() == other.data();
 }
 
 /// Resets a statement at the end of a scope: an open read would hold up checkpoints.
@@ -58,28 +66,31 @@ void Store::for_each(const Visit& visit) {
     while (statements.all.step()) visit(entry_of(statements.all));
 }
 
+Store::~Store() {
+    settle();
+}
+
 void Store::write(const std::vector<Entry>& entries) {
-    Transaction transaction(database);
-    for (const Entry& entry : entries) upsert(entry);
-    commit(transaction);
+    change([&] {
+        for (const Entry& entry : entries) upsert(entry);
+    });
 }
 
 ImportResult Store::import(const std::vector<Entry>& entries, bool replace) {
-    Transaction transaction(database);
     ImportResult result;
-    for_each([&result](const Entry&) { ++result.others; });
-    std::vector<const Entry*> news;
-    for (const Entry& entry : entries) {
-        const auto stored = find(entry.otaid());
-        const bool is_same = stored && stored->did() == entry.did() &&
-                             stored->xcpid() == entry.xcpid() && stored->data() == entry.data();
-        if (stored) --result.others;
-        ++(!stored ? result.added : is_same ? result.unchanged : result.changed);
-        if (!is_same || replace) news.push_back(&entry);
-    }
-    if (replace) database.execute("DELETE FROM parameter");
-    for (const Entry* entry : news) upsert(*entry);
-    commit(transaction);
+    change([&] {
+        for_each([&result](const Entry&) { ++result.others; });
+        std::vector<const Entry*> news;
+        for (const Entry& entry : entries) {
+            const auto stored = find(entry.otaid());
+            const bool is_same = stored && equal(*stored, entry);
+            if (stored) --result.others;
+            ++(!stored ? result.added : is_same ? result.unchanged : result.changed);
+            if (!is_same || replace) news.push_back(&entry);
+        }
+        if (replace) database.execute("DELETE FROM parameter");
+        for (const Entry* entry : news) upsert(*entry);
+    });
     return result;
 }
 
@@ -91,10 +102,10 @@ std::vector<std::uint8_t> Store::blob() {
 }
 
 void Store::replace_blob(const std::vector<std::uint8_t>& bytes) {
-    Transaction transaction(database);
-    statements.replace_blob.bind(1, bytes.data(), bytes.size());
-    statements.replace_blob.run();
-    commit(transaction);
+    change([&] {
+        statements.replace_blob.bind(1, bytes.data(), bytes.size());
+        statements.replace_blob.run();
+    });
 }
 
 void Store::upsert(const Entry& entry) {
@@ -109,10 +120,29 @@ void Store::upsert(const Entry& entry) {
     row.run();
 }
 
-void Store::commit(Transaction& transaction) {
-    files.require();
-    transaction.commit();
-    files.require();  // deleted in between, it took the changes with it
+template <typename Change>
+void Store::change(Change change) {
+    try {
+        Transaction transaction(database);
+        change();
+        files.require();
+        transaction.commit();
+        files.require();  // deleted in between, it took the changes with it
+    } catch (...) {
+        settle();
+        throw;
+    }
+}
+
+/// What the log holds belongs to the file that was moved away, and would spoil the one that lies in
+/// its place at the next start.
+void Store::settle() {
+    try {
+        if (!files.are_in_place()) database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+    } catch (const std::exception& error) {
+        ecu::lapi::logging::write(ecu::lapi::logging::ERROR,
+                                  "Cannot settle the store's log: ", error.what());
+    }
 }
 
 }  // namespace unit

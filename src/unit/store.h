@@ -31,6 +31,9 @@ public:
     /// Opens the file, or creates it. On a medium that cannot be written the store can be read
     /// all the same. Throws SqliteError that names the file.
     explicit Store(const std::string& path);
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
 
     std::optional<Entry> find(std::uint32_t otaid);
 
@@ -63,7 +66,9 @@ private:
     };
 
     void upsert(const Entry& entry);
-    void commit(Transaction& transaction);
+    template <typename Change>
+    void change(Change change);
+    void settle();
 
     Database database;
     Statements statements;

@@ -137,13 +137,20 @@ FilesInPlace::FilesInPlace(const std::string& store_path) : path(store_path) {
 }
 
 void FilesInPlace::require() const {
+    const auto file = misplaced();
+    if (!file) return;
+    throw std::runtime_error("the store's file '" + *file +
+                             "' was deleted or replaced while the unit runs: nothing is written "
+                             "until it is restarted");
+}
+
+/// The first that is not there any more.
+std::optional<std::string> FilesInPlace::misplaced() const {
     for (std::size_t i = 0; i < noted.size(); ++i) {
-        const std::string file = path + SUFFIXES.at(i);
-        if (identity(file) == noted.at(i)) continue;
-        throw std::runtime_error("the store's file '" + file +
-                                 "' was deleted or replaced while the unit runs: nothing is "
-                                 "written until it is restarted");
+        std::string file = path + SUFFIXES.at(i);
+        if (identity(file) != noted.at(i)) return file;
     }
+    return std::nullopt;
 }
 
 FilesInPlace::Identity FilesInPlace::identity(const std::string& path) {

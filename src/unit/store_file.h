@@ -23,6 +23,8 @@ public:
     /// Notes the files of an open store.
     explicit FilesInPlace(const std::string& store_path);
 
+    bool are_in_place() const { return !misplaced(); }
+
     /// Throws std::runtime_error when one of them is not at its path any more.
     void require() const;
 
@@ -30,6 +32,7 @@ private:
     using Identity = std::optional<std::pair<dev_t, ino_t>>;  ///< nothing: there is no such file
     static constexpr std::array<const char*, 3> SUFFIXES{"", "-wal", "-shm"};
 
+    std::optional<std::string> misplaced() const;
     static Identity identity(const std::string& path);
 
     std::string path;

@@ -108,13 +108,15 @@ TEST_F(UnitStore, IsItsOwnersAndTakesNothingOnceAFileOfItIsGone) {
         const std::string file = path + suffix;
         EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600))
             << file;
-        std::filesystem::copy_file(file, folder + "/copy");
-        std::filesystem::rename(folder + "/copy", file);
+        std::filesystem::rename(file, folder + "/moved");
+        std::ofstream(file) << "replacement";
         EXPECT_THROW(store.replace_blob({2}), std::runtime_error) << file;
         EXPECT_THROW(store.write({}), std::runtime_error) << file;
         EXPECT_EQ(store.blob(), Bytes{1}) << file;
         for (const char* gone : {"", "-wal", "-shm"}) std::filesystem::remove(path + gone);
         EXPECT_THROW(store.replace_blob({2}), std::runtime_error) << file;
+        EXPECT_EQ(Store(file == path ? folder + "/moved" : path).blob(),
+                  file == path ? Bytes{1} : Bytes());
     }
 }
 
