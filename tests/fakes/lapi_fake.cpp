@@ -17,8 +17,6 @@ std::mutex recording;
 
 class TransportClient : public RequestsOnly {
 public:
-    using RequestsOnly::publish;
-
     ~TransportClient() override { lapi().record("release client"); }
 
     void connect() override { lapi().record("connect"); }
