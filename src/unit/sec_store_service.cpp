@@ -25,11 +25,11 @@ void SecStoreService::message(const std::string& topic, const Message& msg) {
         if (subscribed == protocol::SECSTORE_GET_TOPIC) want(Wanted::yes);
         // Our own subscription, new or renewed: a client may have announced itself in vain before.
         if (subscribed == protocol::ANNOUNCEMENT_TOPIC) want(Wanted::unless_empty);
-    } else if (msg.retain == 0) {  // what is kept would replace newer blobs again and again
+    } else if (msg.retain == 0) {
         store.replace_blob(msg.payload);
         logging::write(logging::NOTICE, "Stored a secure-store blob of ", msg.payload.size(),
                        " bytes");
-    } else {
+    } else {  // it would replace newer blobs again and again
         logging::write(logging::WARNING, "Dropped a retained message on ", topic);
     }
 }

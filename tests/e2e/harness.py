@@ -25,9 +25,6 @@ NO_SERVICE = "no parameter service is listening"
 needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can mount and end another user's process")
 
 
-needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can mount and end another user's process")
-
-
 def scaled(seconds):
     return seconds * TIME_FACTOR
 
