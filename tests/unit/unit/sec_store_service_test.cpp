@@ -15,9 +15,7 @@ using ecu::lapi::com::TransportError;
 
 /// Takes small messages, and tells so when it is told to.
 struct ScriptedTransport : fake::RequestsOnly {
-    void subscribe(const std::string&, int, Observer new_observer) override {
-        observer = new_observer;
-    }
+    void subscribe(const std::string&, int, Observer new_observer) override { observer = new_observer; }
     void publish(const std::string& topic, const Message& message, TakenHandler taken) override {
         const std::string text(message.payload.begin(), message.payload.end());
         if (text.size() > 5) throw TransportError(TransportError::Kind::failed, "too large");
@@ -62,8 +60,7 @@ TEST_P(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
     for (const char event : std::string(GetParam().events)) {
         const std::map<char, std::string> announced{
             {'a', protocol::SECSTORE_GET_TOPIC}, {'o', protocol::ANNOUNCEMENT_TOPIC}, {'x', "x"}};
-        const std::map<char, std::string> sets{
-            {'s', "new"}, {'e', ""}, {'b', "larger"}, {'r', "kept"}, {'k', ""}};
+        const std::map<char, std::string> sets{{'s', "new"}, {'e', ""}, {'b', "larger"}, {'r', "kept"}, {'k', ""}};
         if (const auto at = announced.find(event); at != announced.end()) {
             send(protocol::ANNOUNCEMENT_TOPIC, at->second, false);
         } else if (const auto set = sets.find(event); set != sets.end()) {
@@ -77,11 +74,9 @@ TEST_P(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Orders, SecStoreService,
-                         testing::Values(Case{"aaattt", "-=old"}, Case{"asat", "-=new"},
-                                         Case{"ataattt", "-=old-=old"}, Case{"atstt", "-=old"},
-                                         Case{"rkat", "-=old"}, Case{"eat", "-="},
-                                         Case{"bat", "-="}, Case{"xt", ""}, Case{"ot", "-=old"},
-                                         Case{"eottat", "--="}, Case{"ealot", "--="},
-                                         Case{"atlot", "-=old-=old"}));
+                         testing::Values(Case{"aaattt", "-=old"}, Case{"asat", "-=new"}, Case{"ataattt", "-=old-=old"},
+                                         Case{"atstt", "-=old"}, Case{"rkat", "-=old"}, Case{"eat", "-="},
+                                         Case{"bat", "-="}, Case{"xt", ""}, Case{"ot", "-=old"}, Case{"eottat", "--="},
+                                         Case{"ealot", "--="}, Case{"atlot", "-=old-=old"}));
 
 }  // namespace

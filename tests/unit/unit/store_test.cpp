@@ -79,13 +79,11 @@ TEST_F(UnitStore, TakesNewFilesAndRefusesThoseThatAreNotItsOwn) {
     EXPECT_TRUE(opens_after("", false)) << "nothing in it";
     EXPECT_TRUE(opens_after("CREATE TABLE t (x); DROP TABLE t; VACUUM", false));
     EXPECT_TRUE(opens_after("ANALYZE", true));
-    for (const std::string other :
-         {"CREATE TABLE parameter (otaid)", "PRAGMA application_id = 7"}) {
+    for (const std::string other : {"CREATE TABLE parameter (otaid)", "PRAGMA application_id = 7"}) {
         EXPECT_FALSE(opens_after(other, false)) << other;
         EXPECT_FALSE(opens_after(other + ";" + mark, false)) << other;
     }
-    EXPECT_FALSE(
-        opens_after("CREATE TRIGGER t AFTER INSERT ON secstore BEGIN SELECT 1; END", true));
+    EXPECT_FALSE(opens_after("CREATE TRIGGER t AFTER INSERT ON secstore BEGIN SELECT 1; END", true));
     std::ofstream(path) << "not a database, but long enough to be taken for the header of one ...";
     EXPECT_FALSE(opens());
 }
@@ -94,8 +92,8 @@ TEST_F(UnitStore, RunsNoTriggerThatWasAddedWhileItIsOpen) {
     Store store(path);
     sqlite3* other = nullptr;
     ASSERT_EQ(sqlite3_open(path.c_str(), &other), SQLITE_OK);
-    sqlite3_exec(other, "CREATE TRIGGER t AFTER INSERT ON secstore BEGIN DELETE FROM secstore; END",
-                 nullptr, nullptr, nullptr);
+    sqlite3_exec(other, "CREATE TRIGGER t AFTER INSERT ON secstore BEGIN DELETE FROM secstore; END", nullptr, nullptr,
+                 nullptr);
     store.replace_blob({7});
     EXPECT_EQ(store.blob(), Bytes{7});
     sqlite3_close(other);
@@ -106,8 +104,7 @@ TEST_F(UnitStore, IsItsOwnersAndTakesNothingOnceAFileOfItIsGone) {
         Store store(path);
         store.replace_blob({1});
         const std::string file = path + suffix;
-        EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600))
-            << file;
+        EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600)) << file;
         std::filesystem::rename(file, folder + "/moved");
         std::ofstream(file) << "replacement";
         EXPECT_THROW(store.replace_blob({2}), std::runtime_error) << file;
@@ -115,8 +112,7 @@ TEST_F(UnitStore, IsItsOwnersAndTakesNothingOnceAFileOfItIsGone) {
         EXPECT_EQ(store.blob(), Bytes{1}) << file;
         for (const char* gone : {"", "-wal", "-shm"}) std::filesystem::remove(path + gone);
         EXPECT_THROW(store.replace_blob({2}), std::runtime_error) << file;
-        EXPECT_EQ(Store(file == path ? folder + "/moved" : path).blob(),
-                  file == path ? Bytes{1} : Bytes());
+        EXPECT_EQ(Store(file == path ? folder + "/moved" : path).blob(), file == path ? Bytes{1} : Bytes());
     }
 }
 
@@ -129,8 +125,7 @@ TEST_F(UnitStore, BoundsWhatOneRequestMayHold) {
     };
     const std::size_t most = 262'144, packed = most + 1;
     const Bytes head{0x0a, 0x81, 0x80, 0x10};  // a field of so many bytes
-    EXPECT_EQ(service.write(repeated({0x0a, 2, 8, 5}, most)).payload,
-              (Bytes{0x10, 0x80, 0x80, 0x10}));
+    EXPECT_EQ(service.write(repeated({0x0a, 2, 8, 5}, most)).payload, (Bytes{0x10, 0x80, 0x80, 0x10}));
     EXPECT_EQ(service.read(repeated({8, 5}, most)).payload, (Bytes{0x0a, 2, 8, 5, 0x10, 1}));
     EXPECT_THROW(service.write(repeated({0x0a, 2, 8, 5}, most + 1)), std::runtime_error);
     EXPECT_THROW(service.read(repeated({8, 5}, most + 1)), std::runtime_error);
