@@ -17,6 +17,8 @@ std::mutex recording;
 
 class TransportClient : public RequestsOnly {
 public:
+    using RequestsOnly::publish;
+
     ~TransportClient() override { lapi().record("release client"); }
 
     void connect() override { lapi().record("connect"); }
