@@ -20,8 +20,7 @@ DEMO_UNIT = pathlib.Path(__file__).resolve().parents[2] / "share/demo-unit.txt"
 TIME_FACTOR = float(os.environ.get("KORVID_TIME_FACTOR", "1"))  # sanitizers slow everything down
 READ_TOPIC, WRITE_TOPIC = "system/vard/sysparam/read", "system/vard/sysparam/write"
 BLOB_GET, BLOB_SET = "system/vard/secstore/get", "system/vard/secstore/set"
-ANNOUNCEMENT = "subscription/announcement"
-NO_SERVICE = "no parameter service is listening"
+ANNOUNCEMENT, NO_SERVICE = "subscription/announcement", "no parameter service is listening"
 needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can mount and end another user's process")
 
 
