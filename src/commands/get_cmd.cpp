@@ -7,7 +7,7 @@
 #include "commands/print_sysparam.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
-#include "program/clients.h"
+#include "program/sysparams.h"
 
 namespace commands {
 

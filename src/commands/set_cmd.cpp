@@ -7,7 +7,7 @@
 #include "commands/interpretation.h"
 #include "commands/otaid.h"
 #include "ecu/lapi/var.h"
-#include "program/clients.h"
+#include "program/sysparams.h"
 
 namespace commands {
 

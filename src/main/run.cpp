@@ -16,9 +16,9 @@
 #include "ecu/lapi/var.h"
 #include "main/options.h"
 #include "main/usage.h"
-#include "program/clients.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
+#include "program/sysparams.h"
 
 namespace {
 

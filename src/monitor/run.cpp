@@ -7,7 +7,6 @@
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
 #include "monitor/options.h"
-#include "program/clients.h"
 #include "program/end_signal.h"
 #include "program/startup.h"
 #include "topic_printer/topic_printer.h"

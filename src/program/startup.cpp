@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 
 #include "ecu/lapi/logging.h"
 
@@ -41,6 +42,14 @@ std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::
     if (!options.host.empty()) (*configuration)["host"] = options.host;
     if (!options.port.empty()) (*configuration)["port"] = options.port;
     return configuration;
+}
+
+std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
+    std::unique_ptr<ecu::lapi::config::Configuration>& configuration) {
+    using namespace ecu::lapi;
+    auto client = com::create_client(configuration, com::TransportType::mqtt);
+    if (!client) throw std::runtime_error("no transport client could be created");
+    return client;
 }
 
 bool guarded(const std::string& program, const std::function<bool()>& step) {

@@ -25,6 +25,11 @@ void grow_heap_in_large_steps();
 std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::string& client_name,
                                                                      const CommonOptions& options);
 
+/// A transport client; takes `configuration` over as the platform does. Throws std::runtime_error
+/// when the platform gives none.
+std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
+    std::unique_ptr<ecu::lapi::config::Configuration>& configuration);
+
 /// Runs a step of `program` and returns its result; an exception counts as false and becomes one
 /// line on standard error.
 bool guarded(const std::string& program, const std::function<bool()>& step);

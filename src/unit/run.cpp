@@ -9,7 +9,6 @@
 
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
-#include "program/clients.h"
 #include "program/end_signal.h"
 #include "program/startup.h"
 #include "protocol/topics.h"
