@@ -31,6 +31,9 @@ constexpr milliseconds OPEN_SLICE{50};
 constexpr int TLS_ALERT = 0x15;
 constexpr int TLS_HANDSHAKE = 0x16;
 
+/// OpenSSL's words for a peer that closes the connection and says nothing.
+constexpr char GONE_WITHIN_TLS[] = "unexpected eof while reading";
+
 /// How long an address may keep silent before the next one is tried beside it.
 constexpr milliseconds NEXT_ADDRESS_AFTER{250};
 
@@ -185,16 +188,17 @@ std::string MosquittoConnection::closed_early() const {
 std::string MosquittoConnection::end_cause() const {
     if (!refusal.empty()) return refusal;
     if (tls && !tls->refusal().empty()) return "TLS: " + tls->refusal();
-    if (!tls_cause.empty()) {
+    const bool gone_within_tls = tls_cause == GONE_WITHIN_TLS;
+    if (!tls_cause.empty() && !gone_within_tls) {
         const bool is_plain = tls_cause.find("wrong version number") != std::string::npos;
         return "TLS: " + tls_cause + (is_plain ? ": the broker does not speak TLS here" : "");
     }
     // A peer that closes with bytes unread resets the connection, and its last words may be lost.
     const bool reset = last_errno == 0 || last_errno == ECONNRESET || last_errno == EPIPE;
-    const bool closed =
-        last_result == MOSQ_ERR_CONN_LOST || (last_result == MOSQ_ERR_ERRNO && reset);
+    const int result = gone_within_tls ? MOSQ_ERR_CONN_LOST : last_result;
+    const bool closed = result == MOSQ_ERR_CONN_LOST || (result == MOSQ_ERR_ERRNO && reset);
     if (closed && !accepted) return closed_early();
-    return cause_of_result(last_result, last_errno);
+    return cause_of_result(result, last_errno);
 }
 
 int MosquittoConnection::publish(const std::string& topic, const ecu::lapi::com::Message& message,
