@@ -52,13 +52,20 @@ Configuration Configuration::defaults() {
 }
 
 std::string& Configuration::operator[](const std::string& key) {
-    origins.erase(key);  // from here on the value is the program's own
+    origins.erase(key);
+    own.insert(key);  // from here on the value is the program's own
     return values[key];
 }
 
 std::string Configuration::get(const std::string& key) const {
     const auto found = values.find(key);
     return found == values.end() ? std::string() : found->second;
+}
+
+std::string Configuration::origin(const std::string& key) const {
+    const auto read = origins.find(key);
+    if (read != origins.end()) return read->second;
+    return own.count(key) != 0 ? "program or option" : "default";
 }
 
 void Configuration::load_file(const std::string& path, bool must_exist) {

@@ -8,6 +8,8 @@
 #include <map>
 #include <stdexcept>
 
+#include "ecu/lapi/logging.h"
+
 namespace lapi_mqtt {
 namespace {
 
@@ -130,6 +132,16 @@ Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
     settings.connect_timeout = milliseconds("connect_timeout_ms");
     settings.request_timeout = milliseconds("request_timeout_ms");
     return settings;
+}
+
+void log_settings(const ecu::lapi::config::Configuration& configuration) {
+    namespace logging = ecu::lapi::logging;
+    for (const auto& key : setting_keys()) {
+        const std::string value = configuration.get(key);
+        if (value.empty()) continue;
+        logging::write(logging::DEBUG, "Setting ", key, " = ", value, " (",
+                       configuration.origin(key), ")");
+    }
 }
 
 std::string read_password(const std::string& path) {

@@ -36,6 +36,9 @@ std::optional<std::string> setting_fault(const std::string& key, const std::stri
 /// The settings of a configuration that verifies.
 Settings read_settings(const ecu::lapi::config::Configuration& configuration);
 
+/// Logs at DEBUG what is set, and where. A secret is in a file of its own, which alone is named.
+void log_settings(const ecu::lapi::config::Configuration& configuration);
+
 /// The first line of the password file. Throws std::runtime_error that names the file.
 std::string read_password(const std::string& path);
 

@@ -36,6 +36,24 @@ std::uint64_t milliseconds_since_epoch() {
            static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
 }
 
+/// What the broker's CONNACK says that it takes.
+std::string limits_of(const mosquitto_property* properties) {
+    std::uint32_t packet_limit = 0;
+    std::uint16_t at_once = UINT16_MAX;
+    mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE, &packet_limit, false);
+    mosquitto_property_read_int16(properties, MQTT_PROP_RECEIVE_MAXIMUM, &at_once, false);
+    const auto flag = [properties](int identifier, std::uint8_t value) {
+        mosquitto_property_read_byte(properties, identifier, &value, false);
+        return static_cast<int>(value);
+    };
+    const auto yes_or_no = [&flag](int identifier) { return flag(identifier, 1) ? "yes" : "no"; };
+    return "QoS up to " + std::to_string(flag(MQTT_PROP_MAXIMUM_QOS, 2)) + ", packets up to " +
+           (packet_limit == 0 ? "any size" : std::to_string(packet_limit) + " bytes") + ", up to " +
+           std::to_string(at_once) +
+           " unacknowledged messages, retained messages: " + yes_or_no(MQTT_PROP_RETAIN_AVAILABLE) +
+           ", wildcards: " + yes_or_no(MQTT_PROP_WILDCARD_SUB_AVAILABLE);
+}
+
 MosquittoConnection& self(void* object) {
     return *static_cast<MosquittoConnection*>(object);
 }
@@ -141,14 +159,8 @@ void MosquittoConnection::greeted(int code, const mqtt5__property* properties) {
         refusal = reason.text;
         return;
     }
-    std::uint32_t packet_limit = 0;
-    std::uint8_t qos_limit = 2;
-    mosquitto_property_read_int32(properties, MQTT_PROP_MAXIMUM_PACKET_SIZE, &packet_limit, false);
-    mosquitto_property_read_byte(properties, MQTT_PROP_MAXIMUM_QOS, &qos_limit, false);
-    logging::write(
-        logging::DEBUG, "Accepted by the broker at ", settings.place(), " (", address, ") as ",
-        client_id, "; QoS up to ", static_cast<int>(qos_limit), ", packets up to ",
-        packet_limit == 0 ? std::string("any size") : std::to_string(packet_limit) + " bytes");
+    logging::write(logging::DEBUG, "Accepted by the broker at ", settings.place(), " (", address,
+                   ") as ", client_id, "; ", limits_of(properties));
 }
 
 void MosquittoConnection::received(const mosquitto_message* message,

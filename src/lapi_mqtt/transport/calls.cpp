@@ -22,10 +22,6 @@ constexpr milliseconds LONGEST_CALL = std::chrono::minutes(10);
 
 constexpr std::size_t CORRELATION_BYTES = 16;
 
-std::int64_t milliseconds_since(Clock::time_point began) {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - began).count();
-}
-
 }  // namespace
 
 class Calls::UnderWay {
@@ -75,9 +71,7 @@ void Calls::subscribe_replies(Link::Lock& lock, const Step& step) {
     const int id = link.queue(lock, step, [this](Connection& connection) {
         return connection.subscribe(topic_of_replies, 1, Kept::unwanted);
     });
-    const auto grant = link.expect(lock, id);
-    const Step subscription{"subscribe", topic_of_replies};
-    link.await(lock, *grant, time_out, subscription);
+    link.await_grant(lock, id, time_out, {"subscribe", topic_of_replies});
     is_subscribed = true;
 }
 

@@ -151,12 +151,14 @@ std::shared_ptr<const Awaited> Link::expect(const Lock& /*lock*/, int packet_id)
     return acknowledgements.expect(packet_id);
 }
 
-Reason Link::await(Lock& lock, const Awaited& word, milliseconds time_out, const Step& step) {
-    const auto end = wait(lock, {time_out, time_out}, 0, [&word] { return word.is_here; });
+int Link::await_grant(Lock& lock, int packet_id, milliseconds time_out, const Step& step) {
+    const auto word = expect(lock, packet_id);
+    const auto end = wait(lock, {time_out, time_out}, 0, [&word] { return word->is_here; });
     if (end == WaitEnd::out_of_patience) fail(Kind::failed, step, "the broker does not answer");
-    if (end == WaitEnd::connection_lost || !word.outcome) fail(Kind::failed, step, why_down);
-    if (word.outcome->is_refusal()) fail(Kind::failed, step, word.outcome->text);
-    return *word.outcome;
+    if (end == WaitEnd::connection_lost || !word->outcome) fail(Kind::failed, step, why_down);
+    if (word->outcome->is_refusal()) fail(Kind::failed, step, word->outcome->text);
+    logging::write(logging::DEBUG, "Granted at QoS ", word->outcome->code, ": ", step.topic);
+    return word->outcome->code;
 }
 
 void Link::drive_or_wait(Lock& lock, Clock::time_point until) {

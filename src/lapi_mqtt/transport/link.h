@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,6 +21,12 @@ struct Step {
     const char* verb;
     std::string topic;
 };
+
+/// How long something has taken, in whole milliseconds.
+inline std::int64_t milliseconds_since(Patience::Clock::time_point began) {
+    using std::chrono::milliseconds;
+    return std::chrono::duration_cast<milliseconds>(Patience::Clock::now() - began).count();
+}
 
 /// Keeps a connection to the broker up and owns it, its lock and the thread that drives it. While
 /// there is no such thread whoever waits drives, which spares a short run the thread and its
@@ -83,10 +90,10 @@ public:
     template <typename Done>
     WaitEnd wait(Lock& lock, Patience::Limits limits, std::uint64_t taken_end, Done done);
 
-    /// Waits for the broker's word on a packet. Throws TransportError for a refusal and in
-    /// `time_out` at the latest.
-    Reason await(Lock& lock, const Awaited& word, std::chrono::milliseconds time_out,
-                 const Step& step);
+    /// Waits for the broker's word on a SUBSCRIBE and returns the QoS that it grants. Throws
+    /// TransportError for a refusal and in `time_out` at the latest.
+    int await_grant(Lock& lock, int packet_id, std::chrono::milliseconds time_out,
+                    const Step& step);
 
     /// A packet of `size` bytes is queued now: what `traffic().taken` will be at the most when it
     /// has gone out.

@@ -40,6 +40,8 @@ void Publications::settle(const std::string& topic, const Outcome& outcome, bool
     } else if (outcome->is_refusal()) {
         logging::write(logging::WARNING, "The broker at ", link.place(),
                        " refuses announcements: ", outcome->text);
+    } else {
+        logging::write(logging::DEBUG, "The broker has taken the message on ", topic);
     }
     if (!first_failure) first_failure = failure;
 }

@@ -168,7 +168,7 @@ void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandl
     // Before the grant: a kept message may come right behind it.
     subscriptions.add({topic, own_qos, kept, observer});
     try {
-        await_grant(lock, step, id);
+        link.await_grant(lock, id, settings.request_timeout, step);
         const int announcement = link.queue(
             lock, step, [&](Connection& connection) { return announce(connection, topic); });
         expect_listener(lock, announcement);
@@ -202,11 +202,6 @@ void TransportClient::forward(const ObserverHandle& observer, const std::string&
     });
 }
 
-Reason TransportClient::await_grant(Link::Lock& lock, const Step& step, int packet_id) {
-    const auto grant = link.expect(lock, packet_id);
-    return link.await(lock, *grant, settings.request_timeout, step);
-}
-
 /// Nobody waits for the broker's word: it may be behind a large message on a slow link.
 void TransportClient::unsubscribe(const std::string& topic, ObserverHandle observer) {
     const Step step{"unsubscribe", on_broker(topic)};
@@ -230,7 +225,7 @@ void TransportClient::serve(const std::string& topic, com::RequestHandler handle
         return connection.subscribe(step.topic, 1, Kept::unwanted);
     });
     services.add(topic, std::move(handler));
-    if (await_grant(lock, step, id).code == 0) {
+    if (link.await_grant(lock, id, settings.request_timeout, step) == 0) {
         link.fail(Kind::failed, step, "the broker grants QoS 0 only, requests need QoS 1");
     }
 }
@@ -272,21 +267,6 @@ void TransportClient::on_lost() {
     calls.connection_lost();
 }
 
-void TransportClient::on_message(Incoming incoming) {
-    if (incoming.topic == calls.reply_topic()) {
-        if (calls.take(incoming)) return;
-        logging::write(logging::DEBUG, "Dropped a reply that nobody awaits");
-        link.note_foreign(link.lock());
-        return;
-    }
-    link.note_foreign(link.lock());
-    if (incoming.topic.rfind(settings.topic_prefix, 0) != 0) return;
-    incoming.topic.erase(0, settings.topic_prefix.size());
-    const std::size_t size = incoming.message.payload.size();
-    const auto kept = std::make_shared<Incoming>(std::move(incoming));
-    delivery.push(size, [this, kept] { deliver(*kept); });
-}
-
 }  // namespace lapi_mqtt
 
 namespace ecu::lapi::com {
@@ -298,6 +278,7 @@ std::shared_ptr<ITransportClient> create_client(std::unique_ptr<config::Configur
         throw TransportError(TransportError::Kind::failed,
                              "Cannot use the configuration: " + own->complaints().front());
     }
+    lapi_mqtt::log_settings(*own);
     auto settings = lapi_mqtt::read_settings(*own);
     lapi_mqtt::warn_of_exposed_secrets(settings);
     return std::make_shared<lapi_mqtt::TransportClient>(std::move(settings));

@@ -55,7 +55,6 @@ private:
     int announce(Connection& connection, const std::string& topic) const;
     void expect_listener(const Link::Lock& lock, int announcement);
     void publish_presence(Connection& connection, const std::string& payload) const;
-    Reason await_grant(Link::Lock& lock, const Step& step, int packet_id);
 
     void on_message(Incoming incoming) override;
     void on_reconnected(Connection& connection) override;

@@ -1,4 +1,5 @@
-// What the transport client does with messages, on its delivery thread.
+// What the transport client does with messages: takes them on the thread that drives the link, and
+// deals with them on its delivery thread.
 
 #include <exception>
 
@@ -12,6 +13,21 @@ namespace {
 namespace logging = ecu::lapi::logging;
 
 }  // namespace
+
+void TransportClient::on_message(Incoming incoming) {
+    if (incoming.topic == calls.reply_topic()) {
+        if (calls.take(incoming)) return;
+        logging::write(logging::DEBUG, "Dropped a reply that nobody awaits");
+        link.note_foreign(link.lock());
+        return;
+    }
+    link.note_foreign(link.lock());
+    if (incoming.topic.rfind(settings.topic_prefix, 0) != 0) return;
+    incoming.topic.erase(0, settings.topic_prefix.size());
+    const std::size_t size = incoming.message.payload.size();
+    const auto kept = std::make_shared<Incoming>(std::move(incoming));
+    delivery.push(size, [this, kept] { deliver(*kept); });
+}
 
 void TransportClient::deliver(Incoming& incoming) {
     Services::Handler handler;
@@ -34,7 +50,11 @@ void TransportClient::deliver(Incoming& incoming) {
 }
 
 void TransportClient::answer(const Services::Handler& handler, const Incoming& request) {
-    switch (judge(request, std::chrono::steady_clock::now())) {
+    logging::write(logging::DEBUG, "Request on ", request.topic, ": ",
+                   request.message.payload.size(), " bytes, reply to ",
+                   request.properties.response_topic);
+    const auto began = std::chrono::steady_clock::now();
+    switch (judge(request, began)) {
         case Verdict::drop:
             logging::write(logging::WARNING, "Dropped a request on ", request.topic,
                            ": published to be kept, or without a usable response topic '",
@@ -49,7 +69,10 @@ void TransportClient::answer(const Services::Handler& handler, const Incoming& r
     }
     std::string cause;
     try {
-        return send_reply(request, handler(request.message), std::nullopt);
+        const Message reply = handler(request.message);
+        logging::write(logging::DEBUG, "Executed a request on ", request.topic, " in ",
+                       milliseconds_since(began), " ms");
+        return send_reply(request, reply, std::nullopt);
     } catch (const std::exception& error) {
         cause = error.what();
     }

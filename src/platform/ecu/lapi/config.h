@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,10 @@ public:
     /// The value under `key`; empty when there is none.
     std::string get(const std::string& key) const;
 
+    /// Where the value under `key` comes from: a default, "FILE:LINE", a variable's name, or the
+    /// program that set it.
+    std::string origin(const std::string& key) const;
+
     /// What makes the configuration unusable, each with the place it came from.
     std::vector<std::string> complaints() const;
 
@@ -36,7 +41,8 @@ private:
     void take(const std::string& key, const std::string& value, const std::string& origin);
 
     std::map<std::string, std::string> values;
-    std::map<std::string, std::string> origins;  ///< where it was read: "FILE:LINE" or a variable
+    std::map<std::string, std::string> origins;  ///< of what was read: "FILE:LINE" or a variable
+    std::set<std::string> own;                   ///< keys of the program's values
     std::vector<std::string> load_complaints;
 };
 
