@@ -60,7 +60,7 @@ private:
     void set_credentials(mosquitto* client);
     void set_tls(mosquitto* client);
     void set_will(mosquitto* client);
-    void set_callbacks(mosquitto* client);
+    static void set_callbacks(mosquitto* client);
     template <typename Action>
     void guarded(Action action) noexcept;
     void greeted(int code, const mqtt5__property* properties);
