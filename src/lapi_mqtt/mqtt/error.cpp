@@ -40,7 +40,9 @@ std::string cause_of_result(int result, int system_error) {
 }
 
 Reason reason_of(int code, const mqtt5__property* properties) {
-    Reason reason{code, mosquitto_reason_string(code)};
+    Reason reason{code, code == MQTT_RC_QOS_NOT_SUPPORTED
+                            ? cause_of_result(MOSQ_ERR_QOS_NOT_SUPPORTED, 0)
+                            : mosquitto_reason_string(code)};
     const std::string own_words = read_text(properties, MQTT_PROP_REASON_STRING);
     if (!own_words.empty()) reason.text += " (" + own_words + ")";
     const std::string server = read_text(properties, MQTT_PROP_SERVER_REFERENCE);
