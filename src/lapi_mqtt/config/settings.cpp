@@ -1,6 +1,5 @@
 #include "lapi_mqtt/config/settings.h"
 
-#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -9,6 +8,7 @@
 #include <stdexcept>
 
 #include "ecu/lapi/logging.h"
+#include "lapi_mqtt/logging/printable.h"
 
 namespace lapi_mqtt {
 namespace {
@@ -32,12 +32,16 @@ std::optional<std::string> number_between(const std::string& value) {
            std::to_string(MOST);
 }
 
+/// What MQTT counts in 16 bits, less room for what is put around it: levels of topics, random
+/// digits.
+constexpr std::size_t MOST_TEXT = 65'000;
+
 std::optional<std::string> text(const std::string& value) {
-    const bool printable = std::none_of(value.begin(), value.end(), [](unsigned char character) {
-        return character < ' ' || character == 0x7f;
-    });
-    if (printable) return std::nullopt;
-    return "the value holds a control character";
+    if (value.size() > MOST_TEXT) {
+        return "the value is longer than " + std::to_string(MOST_TEXT) + " bytes";
+    }
+    if (is_text(value)) return std::nullopt;
+    return "'" + value + "' is not UTF-8 text without control characters";
 }
 
 std::optional<std::string> host_name(const std::string& value) {
@@ -68,6 +72,7 @@ std::optional<std::string> topic_prefix(const std::string& value) {
 }
 
 std::optional<std::string> readable_file(const std::string& value) {
+    if (value.find('\0') != std::string::npos) return "'" + value + "' is not a file's name";
     errno = 0;
     std::ifstream file(value);
     if (file.is_open() && file.peek() != std::ifstream::traits_type::eof()) return std::nullopt;

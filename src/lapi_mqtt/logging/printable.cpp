@@ -17,8 +17,16 @@ constexpr std::pair<std::uint32_t, std::uint32_t> DECEPTIVE[] = {
     {0x1d173, 0x1d17a}, {0xe0000, 0xe0fff},
 };
 
+/// False for control characters and for those that Unicode keeps out of texts.
+bool is_of_text(std::uint32_t character) {
+    const bool is_control = character < 0x20 || (character >= 0x7f && character < 0xa0);
+    const bool is_none =
+        (character >= 0xfdd0 && character < 0xfdf0) || (character & 0xfffeU) == 0xfffe;
+    return !is_control && !is_none;
+}
+
 bool is_shown(std::uint32_t character) {
-    if (character < 0x20 || (character >= 0x7f && character < 0xa0)) return false;
+    if (!is_of_text(character)) return false;
     return std::none_of(std::begin(DECEPTIVE), std::end(DECEPTIVE), [character](const auto& range) {
         return character >= range.first && character <= range.second;
     });
@@ -61,6 +69,15 @@ std::string escaped(std::uint32_t code) {
 }
 
 }  // namespace
+
+bool is_text(const std::string& bytes) {
+    for (std::string_view left = bytes; !left.empty();) {
+        const Character character = first_of(left);
+        if (character.length == 0 || !is_of_text(character.code)) return false;
+        left.remove_prefix(character.length);
+    }
+    return true;
+}
 
 std::string printable(const std::string& text) {
     std::string shown;

@@ -64,6 +64,7 @@ TEST_F(ConfigurationOf, NamesThePlaceOfEachFault) {
         {"ca_file = /nowhere/ca.pem", "cannot read '/nowhere/ca.pem': No such file or directory"},
         {"password_file = /", "cannot read '/': Is a directory"},
         {"key_file = /", "key_file: needs a value for cert_file"},
+        {"username = J\xfcrgen", ":1: username: 'J\xfcrgen' is not UTF-8 text without control characters"},
     };
     for (const auto& [content, complaint] : table) {
         EXPECT_THAT(load(content).complaints(), testing::Contains(HasSubstr(complaint)));
