@@ -1,22 +1,26 @@
-// Runs a fuzz target over the files of a corpus.
-#include <cstdint>
-#include <cstdlib>
+// Runs a fuzz target over single files, and over those that lie in folders.
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
-#include <string>
 
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+#include "fuzz/fuzz.h"
 
-int main(int, char** argv) {
-    int replayed = 0;
-    for (const auto& file : std::filesystem::directory_iterator(argv[1])) {
-        std::ifstream input(file.path(), std::ios::binary);
-        const std::string bytes{std::istreambuf_iterator<char>(input), {}};
-        LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
-        ++replayed;
+namespace {
+
+void replay(const std::filesystem::path& path) {
+    if (is_directory(path)) {
+        for (const auto& file : std::filesystem::directory_iterator(path)) replay(file);
+        return;
     }
-    std::cout << replayed << " inputs replayed\n";
-    return replayed > 0 ? EXIT_SUCCESS : EXIT_FAILURE;
+    std::ifstream input(path, std::ios::binary);
+    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(input), {}};
+    require(input.good());
+    LLVMFuzzerTestOneInput(bytes.data(), bytes.size());
+}
+
+}  // namespace
+
+int main(int, char** paths) {
+    require(*++paths != nullptr);
+    for (; *paths != nullptr; ++paths) replay(*paths);
 }

@@ -2,23 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "dump/compose.h"
-
 namespace {
-
-TEST(Dump, ComesBackByteForByteWhateverTheValues) {
-    std::string data = "'\n  data(hex) [0]: \nSysParam (7):\n";
-    for (int byte = 0; byte < 256; ++byte) data += static_cast<char>(byte);
-    ecu::lapi::pb::SystemParameterEntry last;
-    last.set_otaid(4294967295);
-    last.set_did(0xf190);
-    last.set_xcpid(10);
-    last.set_data(data);
-    const std::string text = dump::compose(0, {}) + dump::compose(4294967295, last);
-    const auto entries = dump::parse(text + text, "x");
-    ASSERT_EQ(entries.size(), 2U);
-    EXPECT_EQ(dump::compose(0, entries[0]) + dump::compose(4294967295, entries[1]), text);
-}
 
 TEST(Dump, IsRefusedWithTheLineOfTheFault) {
     const std::string good =

@@ -1,0 +1,78 @@
+// What is typed: OTAIDs, values, topic filters; and what of any text a terminal gets to see.
+#include <mosquitto.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "commands/interpretation.h"
+#include "fuzz/fuzz.h"
+#include "lapi_mqtt/logging/printable.h"
+#include "lapi_mqtt/mqtt/topic_filter.h"
+#include "program/otaid.h"
+
+namespace {
+
+using commands::Interpretation;
+
+std::string bytes_of(Interpretation interpretation, std::vector<std::string> values) {
+    values.insert(values.begin(), commands::FIRST_VALUE, "");
+    return commands::interpret_value(interpretation, values);
+}
+
+std::uint64_t number_of(const std::string& bytes) {
+    std::uint64_t number = 0;
+    for (auto at = bytes.size(); at-- > 0;) number = number << 8U | static_cast<unsigned char>(bytes[at]);
+    return number;
+}
+
+/// An OTAID is read as a value in the same notation is.
+void check_otaid(const std::string& text) try {
+    const auto notation = text.rfind("0x", 0) == 0 ? Interpretation::HEX : Interpretation::DEC;
+    const auto number = static_cast<std::int64_t>(number_of(bytes_of(notation, {text})));
+    const auto whole = parse_whole_otaid(text);
+    require(!whole || *whole == static_cast<std::uint32_t>(number));
+    require(parse_otaid(text) == number);
+} catch (const std::logic_error&) {
+    return;  // refused
+}
+
+void check_values(const std::vector<std::string>& texts) {
+    const std::string& text = texts.front();
+    require(bytes_of(Interpretation::STRING, texts) == text);
+    const std::string dec = bytes_of(Interpretation::DEC, texts);
+    require(bytes_of(Interpretation::DEC, {std::to_string(number_of(dec))}) == dec);
+    const std::string hex = bytes_of(Interpretation::HEX, texts);
+    require(hex.size() == std::min<std::size_t>(8, (text.size() + 1) / 2));
+    const std::string bytes = bytes_of(Interpretation::BYTES, texts);
+    require(bytes.size() == texts.size() && (text.empty() || text.size() > 8 || bytes[0] == hex[0]));
+}
+
+void check_filters(const std::string& one, const std::string& other, const std::string& topic) {
+    using namespace lapi_mqtt;
+    const bool overlap = filters_overlap(one, other);
+    require(filters_overlap(other, one) == overlap && filters_overlap(one, one));
+    require(overlap || !topic_matches(one, topic) || !topic_matches(other, topic));
+    if (shared_prefix_length(one) != 0) return;
+    require(filters_overlap("$share/g/" + one, other) == overlap);
+    require(topic_matches("$share/g/" + one, topic) == topic_matches(one, topic));
+}
+
+void check_shown(const std::string& text) {
+    const std::string shown = lapi_mqtt::printable(text);
+    require(lapi_mqtt::printable(shown) == shown && shown.size() >= text.size());
+    require(mosquitto_validate_utf8(shown.data(), static_cast<int>(shown.size())) == MOSQ_ERR_SUCCESS);
+    const bool is_utf8 = mosquitto_validate_utf8(text.data(), static_cast<int>(text.size())) == MOSQ_ERR_SUCCESS;
+    require(lapi_mqtt::is_text(text) == is_utf8);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    auto texts = texts_of(data, size);
+    check_shown(std::string(data, data + size));
+    check_values(texts);
+    for (const auto& text : texts) check_otaid(text);
+    texts.resize(3);
+    check_filters(texts[0].data(), texts[1].data(), texts[2].data());
+    return 0;
+}
