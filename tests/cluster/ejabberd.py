@@ -5,20 +5,18 @@ import glob
 import os
 import subprocess
 
-from harness import Broker, await_that, end, free_port, scaled
+from harness import DEMO_UNIT, Broker, await_that, end, free_port, scaled
 
-CONFIGURATION = """hosts: [localhost]
-auth_method: [internal]
-listen: [{{port: {port}, ip: "127.0.0.1", module: mod_mqtt, backlog: 1000}}]
-modules: {{mod_mqtt: {{access_publish: {{"#": [{{allow: all}}]}}, access_subscribe: {{"#": [{{allow: all}}]}}}}}}
-"""
+SHIPPED = (DEMO_UNIT.parent / "broker/ejabberd.yml").read_text()
+ACCOUNTS = "4711", "4712", "engineer", "lefty"
 
 
 class Node:
     def __init__(self, name, home, environment):
         self.name, self.home, self.port = f"{name}@localhost", home, free_port()
         home.mkdir()
-        (home / "ejabberd.yml").write_text(CONFIGURATION.format(port=self.port))
+        local = SHIPPED.replace("tls: true", 'ip: "127.0.0.1"\n    backlog: 1000').replace("8883", str(self.port))
+        (home / "ejabberd.yml").write_text("hosts: [localhost]\n" + local)
         self.env = {**environment, "HOME": home, "EJABBERD_CONFIG_PATH": home / "ejabberd.yml",
                     "EJABBERD_LOG_PATH": home / "ejabberd.log"}
         self.process = self.erlang(subprocess.Popen, self.name, "-mnesia", "dir", f'"{home}"', "-s", "ejabberd")
@@ -30,19 +28,18 @@ class Node:
 
     def control(self, *words):
         asking = f"ask{os.urandom(8).hex()}@localhost", "-hidden", "-s", "ejabberd_ctl", "-extra", self.name, *words
-        # A node that is asked before it has started up may hang, and who asks with it.
+        # A node that is asked before it has started up may hang, and who asks with it; a little later it refuses.
         await_that(lambda: Broker.accepts(self), f"{self.name} listens", 90)
-        assert self.erlang(subprocess.run, *asking, timeout=scaled(90)).returncode == 0, words
+        await_that(lambda: self.erlang(subprocess.run, *asking, timeout=scaled(90)).returncode == 0, words, 90)
 
 
 class Cluster:
-    """`settings` are what a client or a unit needs, beside the port of a node; `port` is the name service's."""
+    """Nodes with the shipped configuration; `port` is their name service's."""
 
     def __init__(self, directory, nodes):
-        self.port, self.nodes, password = free_port(), [], directory / "password"
-        password.touch(0o600)
-        password.write_text("only-on-loopback")
-        self.settings = {"username": "bench@localhost", "password_file": password}
+        self.port, self.nodes, self.password = free_port(), [], directory / "password"
+        self.password.touch(0o600)
+        self.password.write_text("only-on-loopback")
         env = {"PATH": os.environ["PATH"], "ERL_LIBS": glob.glob("/usr/lib/*/ejabberd-*/..")[0],
                "ERL_EPMD_PORT": str(self.port), "ERL_EPMD_ADDRESS": "127.0.0.1"}
         with contextlib.ExitStack() as started:
@@ -55,8 +52,13 @@ class Cluster:
                 self.nodes[-1].control("status")
             for node in self.nodes[1:]:
                 node.control("join_cluster", self.nodes[0].name)
-            self.nodes[-1].control("register", "bench", "localhost", password.read_text())
+            for account in ACCOUNTS:
+                self.nodes[-1].control("register", account, "localhost", self.password.read_text())
             self.stop = started.pop_all().close
+
+    def settings(self, account, unit="4711"):
+        """What a client or a unit needs, beside the port of a node."""
+        return {"username": f"{account}@localhost", "password_file": self.password, "topic_prefix": f"units/{unit}/"}
 
     def processes(self):
         """What runs of all that was started, by its surroundings."""

@@ -5,12 +5,13 @@ import re
 import signal
 import time
 
+import paho.mqtt.client as mqtt
 import pytest
 
 from ejabberd import Cluster
-from harness import DEMO_UNIT, Running, Unit, await_that, block, scaled
+from harness import BLOB_GET, DEMO_UNIT, Peer, Running, Unit, await_that, block, scaled
 
-NEW = block(288, 255, 10, b"new")
+PRESENCE, NEW = "system/vard/unit", block(288, 255, 10, b"new")
 
 
 @pytest.fixture(scope="module", params=[1, 2], ids=["one node", "two nodes"])
@@ -23,15 +24,14 @@ def cluster(request, tmp_path_factory):
 
 @pytest.fixture(scope="module")
 def unit(cluster, tmp_path_factory):
-    made = Unit(tmp_path_factory.mktemp("unit"), cluster.nodes[-1].port, "-i", DEMO_UNIT, **cluster.settings)
+    made = Unit(tmp_path_factory.mktemp("unit"), cluster.nodes[-1].port, "-i", DEMO_UNIT, **cluster.settings("4711"))
     yield made
-    made.process.send_signal(signal.SIGCONT)
-    made.stop()
+    made.kill()  # its node is gone, so it could not end with a goodbye
 
 
 @pytest.fixture
 def korvid(cluster, unit):
-    return lambda *words, **more: Running(*words, port=cluster.nodes[0].port, **cluster.settings, **more)
+    return lambda *words, **more: Running(*words, port=cluster.nodes[0].port, **cluster.settings("engineer"), **more)
 
 
 def test_every_command_works(korvid, tmp_path):
@@ -46,6 +46,36 @@ def test_every_command_works(korvid, tmp_path):
 def test_two_hundred_at_once_lose_nothing(korvid):
     running = [korvid("get", "288", request_timeout_ms=20_000, connect_timeout_ms=20_000) for _ in range(200)]
     assert not [got for got in [one.result(90) for one in running] if got.out != NEW or got.err]
+
+
+def test_units_stand_side_by_side_and_rights_may_end_at_one(cluster, unit, request, tmp_path):
+    """Each unit is asked through a node that it is not on."""
+    def ask(name, *words, account="engineer", **more):
+        port = cluster.nodes[0 if name == "4711" else -1].port
+        return Running(*words, port=port, **cluster.settings(account, name), **more).result()
+
+    other = Unit(tmp_path, cluster.nodes[0].port, "-i", DEMO_UNIT, **cluster.settings("4712", "4712"))
+    request.addfinalizer(other.kill)
+    watching = mqtt.Client(protocol=mqtt.MQTTv5)
+    watching.username_pw_set("engineer@localhost", cluster.password.read_text())
+    watch = Peer(cluster.nodes[-1].port, *map("units/+/".__add__, (BLOB_GET, PRESENCE)), client=watching)
+    request.addfinalizer(watch.close)
+    before = ask("4711", "get").out
+    (tmp_path / "blob").write_bytes(b"of 4712")
+    for words in ("set", "288", "str", "other"), ("setsec", tmp_path / "blob"):
+        assert ask("4712", *words).status == 0, words
+    assert ask("4712", "get", "288").out == block(288, 255, 10, b"other")
+    await_that(lambda: b"of 4712" in ask("4712", "getsec").out, "the blob")
+    assert b"288 - 0x120" in ask("4712", DEMO_UNIT, program="korvid-restore").out
+    assert (ask("4712", "get").out, ask("4711", "get").out) == (DEMO_UNIT.read_bytes(), before)
+    assert {m.topic for m in watch.messages if m.payload == b"of 4712"} == {f"units/4712/{BLOB_GET}"}
+    assert ask("4711", "get", account="lefty").out == before
+    for account, name in ("lefty", "4712"), ("4711", "4712"), ("4712", "4711"):
+        got = ask(name, "get", account=account)
+        assert got.status == 1 and "forbidden" in got.err, (account, name, got)
+    other.kill()
+    await_that(lambda: {m.topic: m.payload for m in watch.messages if PRESENCE in m.topic} == {
+        f"units/4711/{PRESENCE}": b"online", f"units/4712/{PRESENCE}": b"offline"}, "who is there is told")
 
 
 def test_every_command_ends_and_says_so_when_the_units_node_is_killed(cluster, unit, korvid):
