@@ -7,7 +7,7 @@ import pytest
 
 from harness import HI_BLOCK, run_korvid
 
-USAGE = pathlib.Path(__file__).with_name("usage.txt").read_text()
+USAGE = pathlib.Path(__file__).with_name("usage.expected").read_text()
 VERSION = re.compile(r"korvid: \S.* - \d+\.\d+\.\d+ - [0-9a-f]{7} - "
                      r"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4} - [A-Z]+\n")
 

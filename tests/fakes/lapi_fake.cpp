@@ -11,8 +11,7 @@ namespace {
 using ecu::lapi::pb::SystemParameterEntry;
 using ecu::lapi::var::ParameterMap;
 
-const std::vector<std::string> LEVELS{"EMERG",   "ALERT",  "CRITICAL", "ERROR",
-                                      "WARNING", "NOTICE", "INFO",     "DEBUG"};
+const std::vector<std::string> LEVELS{"EMERG", "ALERT", "CRITICAL", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
 std::mutex recording;
 
 class TransportClient : public RequestsOnly {
@@ -46,8 +45,7 @@ class SystemParameterClient : public ecu::lapi::var::ISystemParameterClient {
 public:
     ~SystemParameterClient() override { lapi().record("release sysparams"); }
 
-    std::pair<bool, SystemParameterEntry> get_parameter(std::uint32_t otaid,
-                                                        int reserved) override {
+    std::pair<bool, SystemParameterEntry> get_parameter(std::uint32_t otaid, int reserved) override {
         lapi().record("get_parameter " + std::to_string(otaid) + " " + std::to_string(reserved));
         const bool found = lapi().parameters.count(otaid) != 0;
         return {found, found ? lapi().parameters[otaid] : SystemParameterEntry()};
@@ -80,8 +78,7 @@ Lapi& lapi() {
     return the_one;
 }
 
-SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did, std::uint32_t xcpid,
-                           const std::string& data) {
+SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did, std::uint32_t xcpid, const std::string& data) {
     SystemParameterEntry record;
     record.set_otaid(otaid);
     record.set_did(did);
@@ -112,8 +109,8 @@ bool config::Configuration::verify() const {
     return fake::lapi().verifies;
 }
 
-std::shared_ptr<com::ITransportClient> com::create_client(
-    std::unique_ptr<config::Configuration>& config, TransportType type) {
+std::shared_ptr<com::ITransportClient> com::create_client(std::unique_ptr<config::Configuration>& config,
+                                                          TransportType type) {
     fake::lapi().record("create_client " + std::to_string(static_cast<int>(type)));
     if (!fake::lapi().creates_client) return nullptr;
     config.reset();
@@ -141,8 +138,8 @@ int logging::get_log_level() {
 
 namespace logging {
 
-_internal::LogStream ERROR(LEVEL_ERROR), WARNING(LEVEL_WARNING), NOTICE(LEVEL_NOTICE),
-    INFO(LEVEL_INFO), DEBUG(LEVEL_DEBUG);
+_internal::LogStream ERROR(LEVEL_ERROR), WARNING(LEVEL_WARNING), NOTICE(LEVEL_NOTICE), INFO(LEVEL_INFO),
+    DEBUG(LEVEL_DEBUG);
 
 }
 

@@ -32,8 +32,7 @@ TEST_F(SecstoreCommands, SetsecPublishesOneFileThatHasContent) {
     const Message& message = lapi.published.front().second;
     EXPECT_EQ(std::string(message.payload.begin(), message.payload.end()), content);
     EXPECT_EQ(message.qos, 0);
-    EXPECT_EQ(lapi.records, (Strings{"ERROR: Unable to read in file: " + path,
-                                     "ERROR: A file need to be provided!",
+    EXPECT_EQ(lapi.records, (Strings{"ERROR: Unable to read in file: " + path, "ERROR: A file need to be provided!",
                                      "ERROR: A file need to be provided!"}));
 }
 

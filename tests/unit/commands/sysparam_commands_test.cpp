@@ -21,9 +21,8 @@ TEST_F(SysparamCommands, GetGoesOnAfterEachFailure) {
     EXPECT_EQ(some.out, "OTAID has to be a number, ignore 'abc'\n" + block(3) +
                             "OTAID has to be a number, ignore ''\n" + block(3));
     EXPECT_EQ(some.err, "Unable to find param with key: -1\n");
-    EXPECT_EQ(lapi.calls,
-              (Strings{"create_sysparams_client", "get_parameter 3 0", "get_parameter 4294967295 0",
-                       "get_parameter 3 0", "release sysparams"}));
+    EXPECT_EQ(lapi.calls, (Strings{"create_sysparams_client", "get_parameter 3 0", "get_parameter 4294967295 0",
+                                   "get_parameter 3 0", "release sysparams"}));
     const auto all = execute(get, {});
     EXPECT_TRUE(all.result && execute(get, {"-2147483648"}).result);
     EXPECT_EQ(all.out, block(3) + block(0x80000000U));
@@ -41,8 +40,8 @@ TEST_F(SysparamCommands, SetHandsOverTheWholeMap) {
         const auto done = execute(set, args);
         EXPECT_TRUE(done.result);
         EXPECT_EQ(done.out + done.err, "");
-        EXPECT_EQ(lapi.calls, (Strings{"create_sysparams_client", "get_parameters 0",
-                                       "set_parameters", "write_parameters", "release sysparams"}));
+        EXPECT_EQ(lapi.calls, (Strings{"create_sysparams_client", "get_parameters 0", "set_parameters",
+                                       "write_parameters", "release sysparams"}));
         EXPECT_EQ(lapi.handed_over.size(), known ? 2U : 3U);
         const auto& entry = lapi.handed_over.at(otaid);
         EXPECT_EQ(entry.otaid(), otaid);
@@ -57,8 +56,7 @@ TEST_F(SysparamCommands, SetComplainsOfTheFirstFaultOnly) {
     const std::string malformed = "OTAID has to be a number, ignore 'abc'\n";
     const std::string no_value = "No value provided for param: '0x120', ignore!\n";
     const std::string no_format =
-        "Set command requires a format how the data should be written!\n\n" +
-        set.help_text("korvdi") + "\n";
+        "Set command requires a format how the data should be written!\n\n" + set.help_text("korvdi") + "\n";
     const std::tuple<Strings, std::string, std::string> cases[] = {
         {{}, "", "Nothing to set..., you are doing it wrong!\nCheck the help using -h\n"},
         {{"abc"}, malformed, ""},
@@ -76,8 +74,7 @@ TEST_F(SysparamCommands, SetComplainsOfTheFirstFaultOnly) {
         EXPECT_FALSE(failed.result);
         EXPECT_EQ(failed.out, out);
         EXPECT_EQ(failed.err, err);
-        EXPECT_EQ(lapi.calls,
-                  (Strings{"create_sysparams_client", "get_parameters 0", "release sysparams"}));
+        EXPECT_EQ(lapi.calls, (Strings{"create_sysparams_client", "get_parameters 0", "release sysparams"}));
     }
 }
 

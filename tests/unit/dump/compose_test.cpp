@@ -6,8 +6,7 @@ namespace {
 
 using testing::HasSubstr;
 
-ecu::lapi::pb::SystemParameterEntry entry(unsigned otaid, unsigned did, unsigned xcpid,
-                                          const std::string& data) {
+ecu::lapi::pb::SystemParameterEntry entry(unsigned otaid, unsigned did, unsigned xcpid, const std::string& data) {
     ecu::lapi::pb::SystemParameterEntry record;
     record.set_otaid(otaid);
     record.set_did(did);
@@ -34,8 +33,7 @@ TEST(Block, ShowsTheRecordByteForByte) {
 TEST(Block, PadsOtaidsAndCountsInHexadecimal) {
     for (const auto& [otaid, shown] :
          {std::pair(5U, "5 - 0x005"), {4096U, "4096 - 0x1000"}, {~0U, "4294967295 - 0xffffffff"}}) {
-        EXPECT_THAT(dump::compose(1, entry(otaid, 0, 0, "")),
-                    HasSubstr("\n  OTAID: " + std::string(shown) + "\n"));
+        EXPECT_THAT(dump::compose(1, entry(otaid, 0, 0, "")), HasSubstr("\n  OTAID: " + std::string(shown) + "\n"));
     }
     for (const auto& [size, shown] : {std::pair(16U, "10"), {255U, "ff"}, {256U, "100"}}) {
         EXPECT_THAT(dump::compose(1, entry(1, 0, 0, std::string(size, 'x'))),

@@ -24,28 +24,24 @@ struct Run : OverFakeLapi {
     }
     void expect_last_calls(const Strings& expected) {
         const auto count = std::min(expected.size(), lapi.calls.size());
-        EXPECT_EQ(Strings(lapi.calls.end() - static_cast<std::ptrdiff_t>(count), lapi.calls.end()),
-                  expected);
+        EXPECT_EQ(Strings(lapi.calls.end() - static_cast<std::ptrdiff_t>(count), lapi.calls.end()), expected);
     }
     const Strings closing{"disconnect", "stop", "release sysparams", "release client"};
 };
 
 TEST_F(Run, ReadsEverythingWithoutACommand) {
     EXPECT_EQ(korvid({"-H", "", "-PQTS"}).result, 0);
-    EXPECT_EQ(
-        lapi.calls,
-        (Strings{"set_log_mode 1", "Configuration", "[client_name]", "configure_logging WARNING",
-                 "verify", "create_client 0", "create_sysparams_client", "connect", "start",
-                 "create_sysparams_client", "get_parameters 0", "release sysparams", "disconnect",
-                 "stop", "release sysparams", "release client"}));
+    EXPECT_EQ(lapi.calls, (Strings{"set_log_mode 1", "Configuration", "[client_name]", "configure_logging WARNING",
+                                   "verify", "create_client 0", "create_sysparams_client", "connect", "start",
+                                   "create_sysparams_client", "get_parameters 0", "release sysparams", "disconnect",
+                                   "stop", "release sysparams", "release client"}));
     EXPECT_EQ(lapi.configuration.at("client_name"), "korvid");
 }
 
 TEST_F(Run, OverridesTheVerifiedConfiguration) {
     korvid({"get", "0x120", "-p", "1884", "-l", "DEBUG", "-H", "unit"});
-    EXPECT_EQ(
-        Strings(lapi.calls.begin() + 3, lapi.calls.begin() + 8),
-        (Strings{"configure_logging DEBUG", "verify", "[host]", "[port]", "create_client 0"}));
+    EXPECT_EQ(Strings(lapi.calls.begin() + 3, lapi.calls.begin() + 8),
+              (Strings{"configure_logging DEBUG", "verify", "[host]", "[port]", "create_client 0"}));
     EXPECT_EQ(lapi.calls.at(12), "get_parameter 288 0");
     EXPECT_EQ(lapi.configuration["host"] + ":" + lapi.configuration["port"], "unit:1884");
 }
@@ -61,9 +57,7 @@ TEST_F(Run, ReportsWhatThePlatformThrows) {
     const std::tuple<std::string, Strings, bool> cases[] = {
         {"Configuration", {"set_log_mode 1", "Configuration"}, false},
         {"create_client 0", {"verify", "create_client 0"}, false},
-        {"create_sysparams_client",
-         {"create_sysparams_client", "disconnect", "stop", "release client"},
-         false},
+        {"create_sysparams_client", {"create_sysparams_client", "disconnect", "stop", "release client"}, false},
         {"connect", closing, false},
         {"start", closing, false},
         {"get_parameters 0", closing, true},
@@ -94,14 +88,11 @@ TEST_F(Run, ReportsMissingClients) {
 TEST_F(Run, EndsTheProcessWhenTheConfigurationIsWrong) {
     // The library's memory goes with the process: it is shown at its end.
     const auto korvid_and_show = [] {
-        std::atexit([] {
-            std::cerr << fake::lapi().records.at(0) << " calls: " << fake::lapi().calls.size();
-        });
+        std::atexit([] { std::cerr << fake::lapi().records.at(0) << " calls: " << fake::lapi().calls.size(); });
         invoke(run, {"-H", "unit", "get"});
     };
     lapi.verifies = false;
-    EXPECT_EXIT(korvid_and_show(), testing::ExitedWithCode(1),
-                "^ERROR: Configuration verification failed! calls: 5$");
+    EXPECT_EXIT(korvid_and_show(), testing::ExitedWithCode(1), "^ERROR: Configuration verification failed! calls: 5$");
 }
 
 TEST(StandardStreams, AreOpenWhateverTheProgramWasStartedWith) {

@@ -22,19 +22,17 @@ TEST_F(Monitor, PrintsUntilASignalEndsIt) {
         if (topic == "b/#") kill(getpid(), SIGTERM);
     };
     const auto ended = captured([] {
-        return monitor(
-            {"-p", "1884", "a", "--payload-size", "--qos", "b/#", "--timestamp", "--payload"});
+        return monitor({"-p", "1884", "a", "--payload-size", "--qos", "b/#", "--timestamp", "--payload"});
     });
     EXPECT_EQ(ended.result, 0);
     EXPECT_EQ(ended.err, "");
     const std::string lines = "\n +size: 3\n +timestamp: 0\n +QoS: 1\n +Data: THE DATA HERE\n";
-    EXPECT_THAT(ended.out,
-                testing::MatchesRegex("\\[.{7}\\] a" + lines + "\\[.{7}\\] b/#" + lines));
+    EXPECT_THAT(ended.out, testing::MatchesRegex("\\[.{7}\\] a" + lines + "\\[.{7}\\] b/#" + lines));
     EXPECT_EQ(lapi.configuration.at("client_name"), "korvid-monitor");
     EXPECT_EQ(lapi.configuration.at("port"), "1884");
     EXPECT_EQ(Strings(lapi.calls.begin() + 6, lapi.calls.end()),
-              (Strings{"create_client 0", "connect", "start", "subscribe a 6", "subscribe b/# 6",
-                       "disconnect", "stop", "release client"}));
+              (Strings{"create_client 0", "connect", "start", "subscribe a 6", "subscribe b/# 6", "disconnect", "stop",
+                       "release client"}));
     EXPECT_EQ(lapi.subscribed[0].second, lapi.subscribed[1].second);
 }
 

@@ -27,9 +27,8 @@ TEST(Otaid, FollowsTheNotation) {
 }
 
 TEST(Otaid, RefusesWhatHasNoDigitOrExceeds32SignedBits) {
-    for (const std::string text :
-         {"", "abc", "-", " ", "x120", "ff", "+-5", "2147483648", "-2147483649", "0x80000000",
-          "0xffffffff", "4294967296", "99999999999999999999"}) {
+    for (const std::string text : {"", "abc", "-", " ", "x120", "ff", "+-5", "2147483648", "-2147483649", "0x80000000",
+                                   "0xffffffff", "4294967296", "99999999999999999999"}) {
         EXPECT_ANY_THROW(parse_otaid(text)) << "'" << text << "'";
     }
 }

@@ -60,8 +60,8 @@ TEST_F(SecureStore, GivesUpAfterTenSeconds) {
     EXPECT_LT(waited, std::chrono::seconds(13));
     EXPECT_EQ(lapi.calls, BOTH);
     EXPECT_EQ(lapi.subscribed, lapi.unsubscribed);
-    EXPECT_EQ(lapi.records, (Strings{"DEBUG: Message on SET_TOPIC",
-                                     "WARNING: Timeout waiting for data from SecStore data"}));
+    EXPECT_EQ(lapi.records,
+              (Strings{"DEBUG: Message on SET_TOPIC", "WARNING: Timeout waiting for data from SecStore data"}));
     expect_no_forwarding();
 }
 

@@ -11,8 +11,8 @@ TEST(TopicPrinter, ShowsWhatItsFlagsSelect) {
     message.qos = '2';
     message.timestamp = 18446744073709551615U;
     const std::string indent = "\n           ";
-    const auto size = indent + "size: 3", time = indent + "timestamp: 18446744073709551615",
-               qos = indent + "QoS: 2", data = indent + "Data: THE DATA HERE";
+    const auto size = indent + "size: 3", time = indent + "timestamp: 18446744073709551615", qos = indent + "QoS: 2",
+               data = indent + "Data: THE DATA HERE";
     const std::pair<DisplayFlags, std::string> cases[] = {
         {{false, false, false, false}, ""},  {{true, false, false, false}, data},
         {{false, true, false, false}, size}, {{false, false, true, false}, qos},
