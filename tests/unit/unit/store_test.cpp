@@ -132,17 +132,4 @@ TEST_F(UnitStore, BoundsWhatOneRequestMayHold) {
     EXPECT_THROW(service.read(repeated({5}, packed, head)), std::runtime_error);
 }
 
-TEST_F(UnitStore, AnswersRequestsInBytesOfTheProtocol) {
-    Store store(path);
-    unit::ParameterService service(store, {7});
-    const auto write = [&](Bytes bytes) { return service.write(Message(bytes)).payload; };
-    // Records 5 (data "a") and 7, which is read-only: one written, 7 refused.
-    EXPECT_EQ(write({0x0a, 5, 8, 5, 0x22, 1, 'a', 0x0a, 2, 8, 7}), (Bytes{0x0a, 1, 7, 0x10, 1}));
-    EXPECT_EQ(service.read(Message()).payload, (Bytes{0x0a, 5, 8, 5, 0x22, 1, 'a', 0x10, 1}));
-    EXPECT_EQ(service.read(Message({0x0a, 1, 9})).payload, (Bytes{0x10, 0}));
-    EXPECT_THROW(write({0x0a, 0}), std::runtime_error) << "a record without OTAID";
-    EXPECT_THROW(write({0x0a, 9, 8}), std::runtime_error);
-    EXPECT_THROW(service.read(Message({0xff})), std::runtime_error);
-}
-
 }  // namespace
