@@ -26,10 +26,7 @@ public:
     void stop() override { lapi().record("stop"); }
     Message request(const std::string&, const Message&) override { return {}; }
 
-    void publish(const std::string& topic, const Message& message) override {
-        lapi().record("publish " + topic);
-        lapi().published.emplace_back(topic, message);
-    }
+    void publish(const std::string& topic, const Message&) override { lapi().record("publish " + topic); }
     void subscribe(const std::string& topic, int qos, Observer observer) override {
         lapi().record("subscribe " + topic + " " + std::to_string(qos));
         lapi().subscribed.emplace_back(topic, observer);
@@ -112,16 +109,14 @@ bool config::Configuration::verify() const {
 std::shared_ptr<com::ITransportClient> com::create_client(std::unique_ptr<config::Configuration>& config,
                                                           TransportType type) {
     fake::lapi().record("create_client " + std::to_string(static_cast<int>(type)));
-    if (!fake::lapi().creates_client) return nullptr;
     config.reset();
-    return fake::transport();
+    return fake::lapi().creates_client ? fake::transport() : nullptr;
 }
 
 std::shared_ptr<var::ISystemParameterClient> var::create_sysparams_client(
     std::shared_ptr<com::ITransportClient> /*transport*/) {
     fake::lapi().record("create_sysparams_client");
-    if (!fake::lapi().creates_sysparams) return nullptr;
-    return std::make_shared<fake::SystemParameterClient>();
+    return fake::lapi().creates_sysparams ? std::make_shared<fake::SystemParameterClient>() : nullptr;
 }
 
 void logging::set_log_mode(LogMode mode) {

@@ -36,7 +36,6 @@ struct Lapi {
     std::vector<std::string> calls;                    ///< name and arguments, in order
     std::map<std::string, std::string> configuration;  ///< as the program set it
     ecu::lapi::var::ParameterMap handed_over;          ///< to set_parameters
-    std::vector<std::pair<std::string, ecu::lapi::com::Message>> published;
     std::vector<std::pair<std::string, Observer>> subscribed, unsubscribed;
     std::vector<std::string> records;  ///< of the log, "LEVEL: text"
     int module_tests = 0;              ///< how often the active log module was asked for
