@@ -69,7 +69,7 @@ def test_an_empty_unit_prints_nothing_and_fails(broker, new_unit):
     assert (got.status, got.out, got.err) == (1, b"", "INFO: Read all System Parameters!\n")
 
 
-@pytest.mark.parametrize("redirection", [">&-", ">/dev/full", "> >(exec <&-)"])
+@pytest.mark.parametrize("redirection", [">&- <&-", ">/dev/full", "> >(exec <&-)"])
 def test_a_standard_output_that_takes_nothing_goes_unnoticed(broker, new_unit, tmp_path, redirection):
     (tmp_path / "unit.txt").write_bytes(block(1, 1, 1, b"x" * 200000))
     new_unit(broker.port, "-i", tmp_path / "unit.txt")

@@ -75,19 +75,6 @@ def test_filters_match_as_the_broker_matches_them(monitor, peer, broker):
     assert sorted(watching.blocks()) == sorted([*blocks, "end/x\n"])
 
 
-def test_a_monitor_lives_through_a_broker_restart(monitor, peer, broker):
-    watching = monitor("car/#")
-    broker.stop()
-    broker.start()
-    publisher = peer(broker.port)
-
-    def heard():
-        publisher.publish("car/again")
-        return "car/again\n" in watching.blocks()
-    await_that(heard, "a message after the restart")
-    assert watching.end()[0] == 0
-
-
 @pytest.mark.parametrize("arguments, status, words", [
     ([], 1, "USAGE: korvid-monitor"), (["-h"], 1, "USAGE: korvid-monitor"), (["-x", "a"], 1, "USAGE: "),
     (["-v"], 0, r"korvid-monitor: .* - .* - [0-9a-f]{7} - "), (["a/#/b"], 1, "a/#/b"),

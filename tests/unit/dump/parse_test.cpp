@@ -26,6 +26,7 @@ TEST(Dump, IsRefusedWithTheLineOfTheFault) {
         {good + changed("f190", "f191"), "x:8: a second block of OTAID 1 says something else"},
         {changed("\n", "\r\n"), "x:1: expected the end of the line"},
     };
+    EXPECT_EQ(dump::parse(good + good, "x").size(), 1U);
     for (const auto& [text, complaint] : table) {
         EXPECT_THAT([&text = text] { dump::parse(text, "x"); },
                     testing::ThrowsMessage<std::runtime_error>(testing::HasSubstr(complaint)))

@@ -1,14 +1,10 @@
 #include "main/run.h"
 
-#include <fcntl.h>
-
-#include <csignal>
 #include <iostream>
 
 #include "command_line.h"
 #include "main/options.h"
 #include "over_fake_lapi.h"
-#include "program/startup.h"
 
 namespace {
 
@@ -78,18 +74,6 @@ TEST_F(Run, EndsTheProcessWhenTheConfigurationIsWrong) {
     };
     lapi.verifies = false;
     EXPECT_EXIT(korvid_and_show(), testing::ExitedWithCode(1), "^ERROR: Configuration verification failed! calls: 5$");
-}
-
-TEST(StandardStreams, AreOpenWhateverTheProgramWasStartedWith) {
-    const auto start = [] {
-        close(STDIN_FILENO);
-        close(STDOUT_FILENO);
-        secure_standard_streams();
-        std::raise(SIGPIPE);
-        const int next = open("/dev/null", O_RDONLY);
-        _exit(next > STDERR_FILENO && write(STDOUT_FILENO, "x", 1) == 1 ? 7 : 1);
-    };
-    EXPECT_EXIT(start(), testing::ExitedWithCode(7), "");
 }
 
 }  // namespace

@@ -39,12 +39,4 @@ TEST_F(Monitor, EndsWhenNobodyReads) {
     EXPECT_EXIT(print_to_nobody(), testing::ExitedWithCode(7), "");
 }
 
-TEST_F(Monitor, ReportsARefusedSubscription) {
-    lapi.errors["subscribe b 6"] = "refused";
-    const auto failed = captured([] { return monitor({"a", "b", "c"}); });
-    EXPECT_EQ(std::to_string(failed.result) + failed.err, "1korvid-monitor: refused\n");
-    EXPECT_EQ(Strings(lapi.calls.end() - 4, lapi.calls.end()),
-              (Strings{"subscribe b 6", "disconnect", "stop", "release client"}));
-}
-
 }  // namespace

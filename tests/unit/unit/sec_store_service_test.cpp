@@ -52,19 +52,19 @@ TEST_P(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
     store.replace_blob({'o', 'l', 'd'});
     ScriptedTransport transport;
     unit::SecStoreService::start(store, transport);
-    const auto send = [&](const char* topic, const std::string& text, bool kept) {
-        ecu::lapi::com::Message message({text.begin(), text.end()});
-        message.retain = kept ? 1 : 0;
-        transport.observer->message(topic, message);
-    };
+    const std::string get = protocol::SECSTORE_GET_TOPIC, set = protocol::SECSTORE_SET_TOPIC;
+    const std::string announced = protocol::ANNOUNCEMENT_TOPIC;
+    const std::map<char, std::tuple<std::string, std::string, int>> messages{
+        {'a', {announced, get, 0}}, {'o', {announced, announced, 0}},
+        {'x', {announced, "x", 0}}, {'s', {set, "new", 0}},
+        {'e', {set, "", 0}},        {'b', {set, "larger", 0}},
+        {'r', {set, "kept", 1}},    {'k', {set, "", 1}}};
     for (const char event : std::string(GetParam().events)) {
-        const std::map<char, std::string> announced{
-            {'a', protocol::SECSTORE_GET_TOPIC}, {'o', protocol::ANNOUNCEMENT_TOPIC}, {'x', "x"}};
-        const std::map<char, std::string> sets{{'s', "new"}, {'e', ""}, {'b', "larger"}, {'r', "kept"}, {'k', ""}};
-        if (const auto at = announced.find(event); at != announced.end()) {
-            send(protocol::ANNOUNCEMENT_TOPIC, at->second, false);
-        } else if (const auto set = sets.find(event); set != sets.end()) {
-            send(protocol::SECSTORE_SET_TOPIC, set->second, event == 'r' || event == 'k');
+        if (const auto sent = messages.find(event); sent != messages.end()) {
+            const auto& [topic, text, retain] = sent->second;
+            ecu::lapi::com::Message message({text.begin(), text.end()});
+            message.retain = static_cast<std::uint8_t>(retain);
+            transport.observer->message(topic, message);
         } else {
             transport.tell(event == 't');
         }

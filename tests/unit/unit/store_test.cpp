@@ -32,26 +32,6 @@ struct UnitStore : testing::Test {
     const std::string path = folder + "/unit?1%.db";
 };
 
-TEST_F(UnitStore, KeepsWhatAWriteLeavesOutAndFindsItAfterReopening) {
-    unit::Entry whole, part;
-    whole.set_otaid(0xffffffff);
-    whole.set_did(1);
-    whole.set_data(std::string("\0x", 2));
-    part.set_otaid(0xffffffff);
-    part.set_xcpid(2);
-    Store(path).write({whole});
-    Store(path).write({part});
-    whole.MergeFrom(part);
-    const auto found = Store(path).find(0xffffffff);
-    ASSERT_TRUE(found);
-    EXPECT_EQ(found->SerializeAsString(), whole.SerializeAsString());
-    EXPECT_FALSE(Store(path).find(1));
-    EXPECT_EQ(Store(path).blob(), Bytes());
-    Store(path).replace_blob({1, 0});
-    Store(path).replace_blob({0, 7});
-    EXPECT_EQ(Store(path).blob(), (Bytes{0, 7}));
-}
-
 TEST_F(UnitStore, IsNewOrWholeAfterFirstStartsThatCameAtOnceAndWereKilled) {
     for (unsigned round = 0; round < 60; ++round) {
         std::filesystem::remove(path);

@@ -43,20 +43,6 @@ struct ParameterClient : testing::Test {
     lapi_mqtt::SysparamClient client{service};
 };
 
-TEST_F(ParameterClient, SpeaksTheBytesOfAnotherEncoder) {
-    service->replies = {LAST + " " + HI + " 10 02", HI + " 10 01", "10 00"};
-    const auto parameters = client.get_parameters(0);
-    ASSERT_EQ(parameters.size(), 2U);
-    const auto& hi = parameters.at(288);
-    EXPECT_EQ(std::tuple(hi.did(), hi.xcpid(), hi.data()), std::tuple(255U, 10U, "Hi"));
-    EXPECT_FALSE(parameters.at(4294967295).has_data());
-    EXPECT_TRUE(client.get_parameter(288, 0).first);
-    EXPECT_FALSE(client.get_parameter(0xffffffff, 0).first);
-    const std::string topic = "system/vard/sysparam/read";
-    EXPECT_THAT(service->requests, testing::ElementsAre(Pair(topic, bytes("")), Pair(topic, bytes("0a 02 a0 02")),
-                                                        Pair(topic, bytes("0a 05 ff ff ff ff 0f"))));
-}
-
 TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
     const std::string malformed[] = {
         "",                          // nothing
