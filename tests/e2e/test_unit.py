@@ -171,9 +171,9 @@ def test_a_unit_that_cannot_start_says_why(broker, tmp_path, arguments, words):
 @pytest.mark.parametrize("data", sorted(pathlib.Path(__file__).parents[1].glob("data/*")), ids=lambda path: path.name)
 def test_what_an_earlier_version_has_stored_or_printed_is_read(broker, new_unit, tmp_path, data):
     shutil.copy(data / "unit.db", tmp_path)
-    unit, dump, blob = new_unit(broker.port), (data / "dump.txt").read_bytes(), (data / "blob").read_bytes()
+    unit, dump, blob = new_unit(broker.port), (data / "dump").read_bytes(), (data / "blob").read_bytes()
     assert run_korvid("get", port=broker.port).out == dump
     assert run_korvid("getsec", port=broker.port).out == b"SecStore blob size: %d\n%s\n" % (len(blob), blob)
     unit.stop()
-    new_unit(broker.port, "--replace", "-i", data / "dump.txt")
+    new_unit(broker.port, "--replace", "-i", data / "dump")
     assert run_korvid("get", port=broker.port).out == dump
