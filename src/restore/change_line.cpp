@@ -17,7 +17,7 @@ constexpr int OTAID_DIGITS = 3;
 
 void append_hex(std::string& line, std::uint32_t number, int least_digits = 1) {
     char digits[8];
-    const auto* const end = std::to_chars(digits, digits + sizeof digits, number, 16).ptr;
+    auto* const end = std::to_chars(digits, digits + sizeof digits, number, 16).ptr;
     const auto count = end - digits;
     if (count < least_digits) line.append(static_cast<std::size_t>(least_digits - count), '0');
     line.append(digits, end);

@@ -81,7 +81,7 @@ void TransportClient::disconnect() {
     std::exception_ptr failure;
     try {
         publications.await_taken(lock);
-        if (is_shown) {
+        if (is_shown && link.is_up(lock)) {
             const Step step{"publish on", on_broker(presence->topic)};
             link.queue(lock, step, [this](Connection& connection) {
                 publish_presence(connection, presence->absent);

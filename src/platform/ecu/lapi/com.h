@@ -128,8 +128,8 @@ public:
     /// Shows the presence until `disconnect`, again after each reconnection. Throws TransportError.
     virtual void show_presence() = 0;
 
-    /// Has `hook` told now and then while bytes move, by whichever thread drives the connection, with
-    /// no lock held. Call it before `connect`.
+    /// Has `hook` told now and then while bytes move, by whichever thread drives the connection,
+    /// with no lock held. Call it before `connect`.
     virtual void report_transfers(TransferHook hook) = 0;
 
     /// Lets delivery begin, on a thread of the library's own.
