@@ -143,6 +143,21 @@ class Broker:
             end(self.process)
 
 
+class FileBroker(Broker):
+    """A mosquitto with a shipped file, in which words are replaced, and an account for each name."""
+
+    def __init__(self, directory, shipped, port, accounts=(), **words):
+        self.port, self.config = port, directory / f"{port}.conf"
+        if accounts:
+            (directory / "passwords").write_text("".join(f"{name}:word-of-{name}\n" for name in accounts))
+            subprocess.run(["mosquitto_passwd", "-U", directory / "passwords"], check=True)
+        text = re.sub("^listener [18]883.*", f"listener {port} 127.0.0.1", shipped.read_text(), flags=re.M)
+        for word, value in words.items():
+            text = text.replace(word, str(value))
+        self.config.write_text("user root\n" + text)
+        self.start()
+
+
 class Peer:
     """A client of the test's own: a service, a requester or a listener."""
 

@@ -1,14 +1,13 @@
 """The access control that is shipped: what each role may do, and what nobody else can."""
 
 import pathlib
-import subprocess
 
 import paho.mqtt.client as mqtt
 import pytest
 from paho.mqtt.packettypes import PacketTypes
 from paho.mqtt.reasoncodes import ReasonCodes
 
-from harness import (ANNOUNCEMENT, BLOB_GET, BLOB_SET, DEMO_UNIT, READ_TOPIC, WRITE_TOPIC, Broker, Peer, await_that,
+from harness import (ANNOUNCEMENT, BLOB_GET, BLOB_SET, DEMO_UNIT, READ_TOPIC, WRITE_TOPIC, FileBroker, Peer, await_that,
                      block, free_port, run_korvid)
 
 SHARE = pathlib.Path(__file__).resolve().parents[2] / "share/broker"
@@ -18,19 +17,16 @@ WRITABLE = {"unit": [*FROM_UNIT, ANNOUNCEMENT], "engineer": TO_UNIT, "reader": [
 READABLE = {"engineer": {BLOB_GET, PRESENCE}, "reader": {BLOB_GET, PRESENCE}, "guest": set()}
 
 
-class ShippedBroker(Broker):
+class ShippedBroker(FileBroker):
     """With the shipped files; an account for each role, named like it, and one without a role."""
 
     def __init__(self, directory, certificates):
-        self.port, self.config, self.ca = free_port(), directory / "mosquitto.conf", certificates / "ca.pem"
-        (directory / "passwords").write_text("".join(f"{name}:word-of-{name}\n" for name in WRITABLE))
-        subprocess.run(["mosquitto_passwd", "-U", directory / "passwords"], check=True)
+        self.ca = certificates / "ca.pem"
         (directory / "acl").symlink_to(SHARE / "acl")
         for end in "pem", "key":
             (directory / f"server.{end}").symlink_to(certificates / f"here.{end}")
-        shipped = (SHARE / "mosquitto.conf").read_text().replace("/etc/mosquitto/korvid", str(directory))
-        self.config.write_text("user root\n" + shipped.replace("\nlistener 8883", f"\nlistener {self.port} 127.0.0.1"))
-        self.start()
+        super().__init__(directory, SHARE / "mosquitto.conf", free_port(), WRITABLE,
+                         **{"/etc/mosquitto/korvid": directory})
 
     def account(self, name, word=None):
         secret = self.config.with_name("secret")

@@ -1,42 +1,26 @@
 """Units behind one central broker, each with a broker of its own that is bridged to it."""
 
-import subprocess
-
 import paho.mqtt.client as mqtt
 import pytest
 
-from harness import (BLOB_GET, DEMO_UNIT, Broker, Peer, Proxy, await_that, block, free_port, run_korvid, scaled)
+from harness import BLOB_GET, DEMO_UNIT, FileBroker, Peer, Proxy, await_that, block, free_port, run_korvid, scaled
 
 SHARE = DEMO_UNIT.parent / "fleet"
 PRESENCE = "system/vard/unit"
 ACCOUNTS = "left", "right", "fleet", "lefty"
 
 
-class FileBroker(Broker):
-    """A mosquitto with a shipped file, in which words are replaced."""
-
-    def __init__(self, directory, name, port, **words):
-        self.port, self.config = port, directory / f"{port}.conf"
-        text = (SHARE / name).read_text()
-        for word, value in words.items():
-            text = text.replace(word, str(value))
-        self.config.write_text("user root\n" + text.replace("listener 1883", f"listener {port}"))
-        self.start()
-
-
 class Fleet:
     """A central broker, and for each unit its own broker, a link from it to the central one, and a unit."""
 
     def __init__(self, directory, ending, new_unit):
-        (directory / "passwords").write_text("".join(f"{name}:word-of-{name}\n" for name in ACCOUNTS))
-        subprocess.run(["mosquitto_passwd", "-U", directory / "passwords"], check=True)
         (directory / "central.acl").write_text((SHARE / "central.acl").read_text())
         self.directory, self.links, self.units = directory, {}, {}
-        self.central = FileBroker(directory, "central.conf", free_port(), **{"/etc/mosquitto": directory})
+        self.central = FileBroker(directory, SHARE / "central.conf", free_port(), ACCOUNTS, **{"/etc/mosquitto": directory})
         ending.callback(self.central.stop)
         for name in "left", "right":
             link = self.links[name] = Proxy(self.central.port)
-            own = FileBroker(directory, "unit-bridge.conf", free_port(), UNIT=name, PASSWORD=f"word-of-{name}",
+            own = FileBroker(directory, SHARE / "unit-bridge.conf", free_port(), UNIT=name, PASSWORD=f"word-of-{name}",
                              CENTRAL=f"127.0.0.1:{link.port}")
             for close in link.close, own.stop:
                 ending.callback(close)

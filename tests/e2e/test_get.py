@@ -30,15 +30,6 @@ def test_a_dump_is_imported_and_printed_again_byte_for_byte(broker, new_unit, tm
         assert (got.status, got.out, got.err) == (0, dump, "")
 
 
-def test_a_malformed_import_names_its_line_and_loads_nothing(broker, tmp_path, new_unit):
-    source = tmp_path / "unit.txt"
-    source.write_bytes((block(1, 2, 3, b"abc") + block(2, 0, 0, b""))[:-10])
-    refused = Running("-d", tmp_path / "unit.db", "-i", source, program="korvid-unit", port=broker.port).result()
-    assert refused.status == 1 and refused.out == b"" and f"{source}:12:" in refused.err, refused
-    new_unit(broker.port)
-    assert run_korvid(port=broker.port).out == b""
-
-
 def ignored(*words):
     return b"".join(b"OTAID has to be a number, ignore '%s'\n" % word.encode() for word in words)
 

@@ -82,14 +82,6 @@ def test_sixty_four_writers_of_different_parameters_all_win(broker, unit):
     assert all(block(5000 + n, 0, 0, bytes([n])) in text for n in range(64))
 
 
-def test_two_writers_of_one_parameter_leave_one_of_their_values(broker, unit):
-    for turn in range(5):
-        values = [b"left %d" % turn, b"right %d" % turn]
-        writers = [Running("set", "288", "str", value.decode(), port=broker.port) for value in values]
-        assert [w.result().status for w in writers] == [0, 0]
-        assert run_korvid("get", "288", port=broker.port).out in [block(288, 255, 10, v) for v in values]
-
-
 def test_a_unit_killed_at_any_moment_keeps_every_acknowledged_value(broker, new_unit):
     pick, acknowledged = random.Random(7), {}
     unit = new_unit(broker.port)

@@ -162,10 +162,14 @@ def test_a_unit_comes_back_after_its_broker(unit, broker):
     (["-x"], "x"), (["-i"], "i"), (["-i", "/no/such/file"], "/no/such/file"), (["-r", "abc"], "abc"),
     (["-d", "/no/such/dir/unit.db"], "/no/such/dir/unit.db"), (["stray"], "stray"), (["-p", "1"], "refused"),
     (["-b", "-H", "elsewhere"], "elsewhere"), (["--replace"], "--import"), (["-i", "/dev/null", "--replace"], "/dev/null"),
+    (["-i", "cut"], "cut:12: expected"),
 ])
 def test_a_unit_that_cannot_start_says_why(broker, tmp_path, arguments, words):
-    refused = Running("-d", tmp_path / "unit.db", *arguments, program="korvid-unit", port=broker.port).result()
+    (tmp_path / "cut").write_bytes((HI_BLOCK + HI_BLOCK)[:-10])
+    refused = Running("-d", tmp_path / "unit.db", *arguments, program="korvid-unit", port=broker.port,
+                      prefix=["env", "-C", tmp_path]).result()
     assert refused.status == 1 and refused.out == b"" and words in refused.err, refused
+    assert "cut" not in arguments or not (tmp_path / "unit.db").exists()
 
 
 @pytest.mark.parametrize("data", sorted(pathlib.Path(__file__).parents[1].glob("data/*")), ids=lambda path: path.name)

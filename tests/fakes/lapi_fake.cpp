@@ -103,7 +103,7 @@ std::string& config::Configuration::operator[](const std::string& key) {
 
 bool config::Configuration::verify() const {
     fake::lapi().record("verify");
-    return fake::lapi().verifies;
+    return true;
 }
 
 std::shared_ptr<com::ITransportClient> com::create_client(std::unique_ptr<config::Configuration>& config,

@@ -23,7 +23,7 @@ ecu::lapi::pb::SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did
 /// from several threads.
 struct Lapi {
     // Told.
-    bool verifies = true, creates_client = true, creates_sysparams = true, writes = true;
+    bool creates_client = true, creates_sysparams = true, writes = true;
     std::map<std::string, std::string> errors;  ///< call -> text of the error that it throws
     ecu::lapi::var::ParameterMap parameters{{288, entry(288, 255, 10, "Hi")}};
     ecu::lapi::var::ParameterMap refused;  ///< what a write returns

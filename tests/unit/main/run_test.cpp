@@ -1,7 +1,5 @@
 #include "main/run.h"
 
-#include <iostream>
-
 #include "command_line.h"
 #include "main/options.h"
 #include "over_fake_lapi.h"
@@ -64,16 +62,6 @@ TEST_F(Run, ReportsMissingClients) {
     expect_last_calls({"disconnect", "stop", "release client"});
     lapi.creates_client = false;
     EXPECT_EQ(korvid({}).err, "korvid: no transport client could be created\n");
-}
-
-TEST_F(Run, EndsTheProcessWhenTheConfigurationIsWrong) {
-    // The library's memory goes with the process: it is shown at its end.
-    const auto korvid_and_show = [] {
-        std::atexit([] { std::cerr << fake::lapi().records.at(0) << " calls: " << fake::lapi().calls.size(); });
-        invoke(run, {"-H", "unit", "get"});
-    };
-    lapi.verifies = false;
-    EXPECT_EXIT(korvid_and_show(), testing::ExitedWithCode(1), "^ERROR: Configuration verification failed! calls: 5$");
 }
 
 }  // namespace

@@ -40,13 +40,10 @@ struct ScriptedTransport : fake::RequestsOnly {
 /// nobody's (x); a set of "new" (s), of nothing (e), of too much (b), both kept (r, k); what was
 /// published is taken (t) or lost (l). Published: "-" asks whether older messages have come, "=" is
 /// a blob.
-struct Case {
-    const char *events, *published;
-};
+using Orders = testing::TestWithParam<std::pair<const char*, const char*>>;
 
-class SecStoreService : public testing::TestWithParam<Case> {};
-
-TEST_P(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
+TEST_P(Orders, SendEveryWaitingClientTheNewestBlobOnce) {
+    const auto& [events, published] = GetParam();
     const std::string path = testing::TempDir() + "blobs-" + std::to_string(getpid());
     unit::Store store(path);
     store.replace_blob({'o', 'l', 'd'});
@@ -59,7 +56,7 @@ TEST_P(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
         {'x', {announced, "x", 0}}, {'s', {set, "new", 0}},
         {'e', {set, "", 0}},        {'b', {set, "larger", 0}},
         {'r', {set, "kept", 1}},    {'k', {set, "", 1}}};
-    for (const char event : std::string(GetParam().events)) {
+    for (const char event : std::string(events)) {
         if (const auto sent = messages.find(event); sent != messages.end()) {
             const auto& [topic, text, retain] = sent->second;
             ecu::lapi::com::Message message({text.begin(), text.end()});
@@ -69,14 +66,15 @@ TEST_P(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
             transport.tell(event == 't');
         }
     }
-    EXPECT_EQ(transport.published, GetParam().published) << GetParam().events;
+    EXPECT_EQ(transport.published, published) << events;
     for (const char* suffix : {"", "-wal", "-shm"}) unlink((path + suffix).c_str());
 }
 
-INSTANTIATE_TEST_SUITE_P(Orders, SecStoreService,
-                         testing::Values(Case{"aaattt", "-=old"}, Case{"asat", "-=new"}, Case{"ataattt", "-=old-=old"},
-                                         Case{"atstt", "-=old"}, Case{"rkat", "-=old"}, Case{"eat", "-="},
-                                         Case{"bat", "-="}, Case{"xt", ""}, Case{"ot", "-=old"}, Case{"eottat", "--="},
-                                         Case{"ealot", "--="}, Case{"atlot", "-=old-=old"}));
+INSTANTIATE_TEST_SUITE_P(SecStoreService, Orders,
+                         testing::Values(std::pair("aaattt", "-=old"), std::pair("asat", "-=new"),
+                                         std::pair("ataattt", "-=old-=old"), std::pair("atstt", "-=old"),
+                                         std::pair("rkat", "-=old"), std::pair("eat", "-="), std::pair("bat", "-="),
+                                         std::pair("xt", ""), std::pair("ot", "-=old"), std::pair("eottat", "--="),
+                                         std::pair("ealot", "--="), std::pair("atlot", "-=old-=old")));
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "ecu/lapi/config.h"
+#include "ecu/lapi/logging.h"
 #include "lapi_mqtt/config/settings.h"
 
 namespace {
@@ -44,6 +45,14 @@ TEST_F(ConfigurationOf, ReadsFileThenEnvironmentThenTheProgram) {
     }
     std::ofstream(path) << "secret\r\nsecond line";
     EXPECT_EQ(lapi_mqtt::read_password(path), "secret");
+}
+
+const int SET_BEFORE_THE_FIRST_CALL = setenv("LOG_LEVEL", "NOTICE", 1);
+
+TEST(LogLevel, IsThatOfTheEnvironmentUntilItIsConfigured) {
+    EXPECT_EQ(ecu::lapi::logging::get_log_level(), ecu::lapi::logging::LEVEL_NOTICE + SET_BEFORE_THE_FIRST_CALL);
+    ecu::lapi::logging::configure_logging("WARNING");
+    EXPECT_EQ(ecu::lapi::logging::get_log_level(), ecu::lapi::logging::LEVEL_WARNING);
 }
 
 TEST_F(ConfigurationOf, NamesThePlaceOfEachFault) {

@@ -8,14 +8,8 @@ using lapi_mqtt::Verdict;
 using std::chrono::milliseconds;
 
 TEST(Requests, RunWhenTheyAreFreshAndCanBeAnswered) {
-    struct Case {
-        const char* response;
-        const char* correlation;
-        bool retain;
-        int timeout_ms, age_ms;
-        Verdict verdict;
-    };
-    const Case table[] = {
+    // Response topic, correlation data, retained, time-out and age in milliseconds.
+    const std::tuple<const char*, const char*, bool, int, int, Verdict> table[] = {
         {"clients/x/reply", "1", false, 500, 499, Verdict::run},
         {"clients/x/reply", "1", false, 500, 500, Verdict::late},
         {"clients/x/reply", "1", false, 20, 99, Verdict::run},  // no age is known more exactly
