@@ -38,17 +38,11 @@ FOREIGN = {
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^">]+)[">]')
 COMMAND = re.compile(r"\b(\w+)\s*\(([^()]*(?:\$<[^()]*>[^()]*)*)\)")
-SCOPES = {"PRIVATE", "PUBLIC", "INTERFACE"}
 
 
 def room_of(name):
     """The innermost room that a path below src/ lies in; None outside of them."""
-    inner = name.rpartition("/")[0]
-    while inner:
-        if inner in ALLOWED:
-            return inner
-        inner = inner.rpartition("/")[0]
-    return None
+    return next((str(place) for place in pathlib.PurePath(name).parents if str(place) in ALLOWED), None)
 
 
 def room_of_include(name):
@@ -94,19 +88,13 @@ def link_faults(src):
                 linked = words[1:]
             else:
                 continue
-            links += [(path, number, room, name) for name in linked if name not in SCOPES]
+            links += [(path, number, room, name) for name in linked if name not in ("PRIVATE", "PUBLIC", "INTERFACE")]
     for path, number, room, name in links:
         if not may(room, room_of_target.get(name)) or foreign_fault(room, name):
             yield f"{path}:{number}: {room} links {name}"
 
 
-def main():
-    src = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent / "src")
-    if not any(src.rglob("*.cpp")) or not any(src.glob("*/CMakeLists.txt")):
-        sys.exit(f"{src} holds no rooms")
-    faults = [*include_faults(src), *link_faults(src)]
-    print("\n".join(faults))
-    return 1 if faults else 0
-
-
-sys.exit(main())
+SRC = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent / "src")
+if not any(SRC.rglob("*.cpp")) or not any(SRC.glob("*/CMakeLists.txt")):
+    sys.exit(f"{SRC} holds no rooms")
+sys.exit("\n".join([*include_faults(SRC), *link_faults(SRC)]) or 0)

@@ -94,7 +94,7 @@ def test_what_happens_between_read_and_write(broker, unit, restore, peer, proxy,
     assert run_korvid("get", 288, port=broker.port).out == expected[2]
 
 
-ERASE, LINE = r"\r\x1b\[K", r"\r\x1b\[Kkorvid-restore: reading the unit \.\.\."
+ERASE, LINE = r"\r\x1b\[K", r"\r\x1b\[Kkorvid-restore: reading the unit (\.\.\.|[\d.]+ MB)"
 
 
 @pytest.mark.parametrize("level, event, status, shown", [

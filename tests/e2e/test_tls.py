@@ -3,6 +3,7 @@
 import os
 import re
 import select
+import socket
 import subprocess
 
 import pytest
@@ -29,6 +30,15 @@ def test_who_is_talked_to_over_tls(new_broker, certificates, server, trusted, cl
         got = run_korvid("-H", host, "get", port=port, **settings(certificates, client, trusted))
         fault = f"{host}:{port}.*TLS.*({words})"
         assert_fails(got, NO_SERVICE if words is None else fault, 1.5, connecting=words is not None)
+
+
+def test_a_connection_that_is_reset_in_the_handshake_is_told(ending, certificates):
+    listener = ending.enter_context(socket.create_server(("127.0.0.1", 0)))
+    running = Running("get", port=listener.getsockname()[1], **settings(certificates))
+    link = listener.accept()[0]
+    select.select([link], [], [])
+    link.close()  # with its words unread
+    assert_fails(running.result(), "TLS: the connection was closed before it was accepted", 1.5, connecting=True)
 
 
 def test_tls_below_1_2_is_refused(ending, certificates):

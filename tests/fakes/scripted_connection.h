@@ -93,7 +93,10 @@ public:
     int unsubscribe(const std::string& filter) override { return take("unsubscribe " + filter); }
     void disconnect() override { cut("disconnect"); }
     void abort() override { cut("abort"); }
-    lapi_mqtt::Traffic traffic() const override { return broker.traffic; }
+    lapi_mqtt::Traffic traffic() const override {
+        const std::lock_guard<std::mutex> lock(broker.mutex);
+        return broker.traffic;
+    }
 
 private:
     friend struct Broker;

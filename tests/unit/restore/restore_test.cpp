@@ -40,17 +40,11 @@ TEST_F(Restore, FindsNoDifferenceInAFieldThatIsShownAlike) {
 
 TEST_F(Restore, TellsOnlyWhatIsKnownToBeWritten) {
     write_file(dump::compose(1, fake::entry(1, 0, 0, "a")) + dump::compose(~0U, fake::entry(~0U, 0, 0, "b")));
-    const std::string written = "1 - 0x001: new, DID 0, XCPID 0, data \"a\"\n";
-    const std::string failed = "Failed to write system parameters with OTAID:";
     lapi.writes = false;
-    for (const bool named : {false, true}) {
-        if (named) lapi.refused = {{~0U, {}}};
-        const auto got = captured([this] { return invoke(restore::run, {path}); });
-        EXPECT_EQ(got.result, 1);
-        EXPECT_EQ(got.out, named ? written : "");
-        EXPECT_EQ(got.err.substr(0, got.err.find('\n')), failed + (named ? " 4294967295" : ""));
-        EXPECT_EQ(lapi.calls.back(), "release client");
-    }
+    const auto got = captured([this] { return invoke(restore::run, {path}); });
+    EXPECT_EQ(std::to_string(got.result) + got.out, "1");
+    EXPECT_EQ(got.err, "Failed to write system parameters with OTAID:\n");
+    EXPECT_EQ(lapi.calls.back(), "release client");
     EXPECT_EQ(lapi.handed_over.size(), 2U);
 }
 

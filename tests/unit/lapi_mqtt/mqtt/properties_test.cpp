@@ -1,3 +1,5 @@
+#include "lapi_mqtt/mqtt/properties.h"
+
 #include <gtest/gtest.h>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
@@ -6,6 +8,25 @@
 #include "lapi_mqtt/mqtt/error.h"
 
 namespace {
+
+using std::chrono::milliseconds;
+
+TEST(Properties, CarryARequestAndTheShorterOfItsTimes) {
+    const lapi_mqtt::PublishProperties sent{"clients/7/reply", {"\0c", 2}, "type", milliseconds(1500), {}};
+    const auto list = lapi_mqtt::to_list(sent);
+    auto got = lapi_mqtt::from_list(list.get());
+    EXPECT_EQ(std::tuple(got.response_topic, got.correlation_data, got.content_type),
+              std::tuple(sent.response_topic, sent.correlation_data, sent.content_type));
+    EXPECT_EQ(got.timeout, milliseconds(1500));
+    std::uint32_t expiry_s = 0;
+    mosquitto_property_read_int32(list.get(), MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s, false);
+    EXPECT_EQ(expiry_s, 2U);
+    mosquitto_property* head = nullptr;  // the broker has held it for more than a second
+    mosquitto_property_add_int32(&head, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, 1);
+    mosquitto_property_add_string_pair(&head, MQTT_PROP_USER_PROPERTY, "timeout-ms", "1500");
+    EXPECT_EQ(lapi_mqtt::from_list(head).timeout, milliseconds(1000));
+    mosquitto_property_free_all(&head);
+}
 
 TEST(Reasons, SpeakTheBrokersOwnWords) {
     mosquitto_property* head = nullptr;

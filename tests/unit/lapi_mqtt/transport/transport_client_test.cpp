@@ -86,7 +86,9 @@ TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
     const auto start = std::chrono::steady_clock::now();
     std::thread foreign([&] {  // as many as there are, none of them stretches the wait
         for (int n = 0; n < 50; ++n, std::this_thread::sleep_for(milliseconds(10))) {
+            std::unique_lock<std::mutex> lock(broker.mutex);
             broker.traffic.received += 100'000;
+            lock.unlock();
             broker.send(reply_topic, "another's", {"", "other", "", {}, {}});
         }
     });
