@@ -26,7 +26,8 @@ def cluster(request, tmp_path_factory):
 def unit(cluster, tmp_path_factory):
     made = Unit(tmp_path_factory.mktemp("unit"), cluster.nodes[-1].port, "-i", DEMO_UNIT, **cluster.settings("4711"))
     yield made
-    made.kill()  # its node is gone, so it could not end with a goodbye
+    made.process.send_signal(signal.SIGCONT)
+    made.stop()
 
 
 @pytest.fixture
