@@ -49,7 +49,7 @@ std::string read_input(
     if (input.number < 0) fail();
     const std::uint64_t total = size_of(input.number);
     std::string text;
-    text.reserve(total + READ_SIZE);
+    text.reserve(static_cast<std::size_t>(total) + READ_SIZE);
     for (;;) {
         const std::size_t end = text.size();
         text.resize(end + READ_SIZE);

@@ -21,9 +21,17 @@ void TransportClient::on_message(Incoming incoming) {
         link.note_foreign(link.lock());
         return;
     }
-    link.note_foreign(link.lock());
-    if (incoming.topic.rfind(settings.topic_prefix, 0) != 0) return;
-    incoming.topic.erase(0, settings.topic_prefix.size());
+    const bool is_below = incoming.topic.rfind(settings.topic_prefix, 0) == 0;
+    if (is_below) incoming.topic.erase(0, settings.topic_prefix.size());
+    {
+        const auto lock = link.lock();
+        link.note_foreign(lock);
+        // What nobody asked for is not kept: there may be no thread to deliver it.
+        if (!is_below || (!services.handler_of(incoming.topic) &&
+                          subscriptions.receivers(incoming.topic).empty())) {
+            return;
+        }
+    }
     const std::size_t size = incoming.message.payload.size();
     const auto kept = std::make_shared<Incoming>(std::move(incoming));
     delivery.push(size, [this, kept] { deliver(*kept); });
