@@ -189,4 +189,16 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndKeepsItsPresence) {
                                            "publish clients/7/reply ! q1", "publish here no kept q1", "disconnect"));
 }
 
+TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
+    connected().set_presence({"here", "yes", "no"});
+    script("subscribe", Reason{1, ""});
+    client->serve("s", [](const Message&) { return text("!"); });
+    client->subscribe("a", 1 + ecu::lapi::com::WITH_KEPT, std::make_shared<Noting>());
+    client->show_presence();
+    broker.cut();
+    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 8; }));
+    EXPECT_THAT(std::vector(broker.packets.begin() + 4, broker.packets.end()),
+                ElementsAre("subscribe s q1", "subscribe a kept q1", announced + "a q1", "publish here yes kept q1"));
+}
+
 }  // namespace
