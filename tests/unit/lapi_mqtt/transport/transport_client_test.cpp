@@ -163,12 +163,27 @@ TEST_F(Transport, StopsOnASilentConnection) {
 TEST_F(Transport, GivesAMessageOnceHoweverFiltersOverlap) {
     connected();
     const auto observer = std::make_shared<Noting>();
-    for (const auto* filter : {"a/#", "a/+", "+/b", "c"}) client->subscribe(filter, 0, observer);
+    for (const auto* filter : {"a/#", "a/+", "+/b", "+/b/#", "c"}) client->subscribe(filter, 0, observer);
     for (const auto* topic : {"a/b", "x/b", "a/c", "c"}) broker.send(topic, "");
-    const auto is_last = [&] { return observer->seen().size() > 3 && broker.connections_made == 3; };
+    const auto is_last = [&] { return observer->seen().size() > 3 && broker.connections_made == 4; };
     for (int n = 0; n < 200 && !is_last(); ++n) std::this_thread::sleep_for(milliseconds(10));
     std::this_thread::sleep_for(milliseconds(50));
     EXPECT_THAT(observer->seen(), testing::UnorderedElementsAre("a/b", "x/b", "a/c", "c"));
+    client->unsubscribe("+/b", observer);
+    EXPECT_TRUE(await_sent("unsubscribe +/b"));
+}
+
+TEST(Delivery, HoldsUpWhoeverPushesTooMuch) {
+    lapi_mqtt::Delivery delivery;
+    std::promise<void> slow;
+    delivery.start();
+    delivery.push(64 << 20, [&] { slow.get_future().wait(); });
+    delivery.push_at_once([] {});
+    auto further = std::async(std::launch::async, [&] { delivery.push(0, [] {}); });
+    EXPECT_EQ(further.wait_for(milliseconds(50)), std::future_status::timeout);
+    slow.set_value();
+    further.get();
+    delivery.stop();
 }
 
 TEST_F(Transport, ServesOnlyWhatCanBeAskedAndKeepsItsPresence) {
