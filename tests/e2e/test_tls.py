@@ -35,8 +35,9 @@ def test_who_is_talked_to_over_tls(new_broker, certificates, server, trusted, cl
 
 def test_a_connection_that_is_reset_in_the_handshake_is_told(ending, certificates):
     listener = ending.enter_context(socket.create_server(("127.0.0.1", 0)))
-    running = Running("get", port=listener.getsockname()[1], **settings(certificates))
+    running = Running("-H", "localhost", "get", port=listener.getsockname()[1], **settings(certificates))
     link = listener.accept()[0]
+    assert b"localhost" in link.recv(4096, socket.MSG_PEEK)
     time.sleep(scaled(0.3))  # it waits for an answer
     link.close()  # with its words unread
     assert_fails(running.result(), "TLS: the connection was closed before it was accepted", 1.5, connecting=True)
