@@ -41,7 +41,7 @@ void SecStoreService::want(Wanted kind) {
 
 void SecStoreService::begin_round() {
     Message barrier;  // without the name of a topic it means nothing to anybody
-    barrier.qos = '1';
+    barrier.set_qos(1);
     under_way = true;
     try {
         client.publish(protocol::ANNOUNCEMENT_TOPIC, barrier,

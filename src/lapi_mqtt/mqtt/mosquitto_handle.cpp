@@ -169,7 +169,7 @@ void MosquittoConnection::received(const mosquitto_message* message,
     incoming.topic = message->topic;
     const auto* const bytes = static_cast<const std::uint8_t*>(message->payload);
     incoming.message.payload.assign(bytes, bytes + message->payloadlen);
-    incoming.message.qos = static_cast<std::uint8_t>('0' + message->qos);
+    incoming.message.set_qos(message->qos);
     incoming.message.timestamp = milliseconds_since_epoch();
     incoming.message.retain = message->retain ? 1 : 0;
     incoming.properties = from_list(properties);

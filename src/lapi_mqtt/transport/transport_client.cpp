@@ -16,10 +16,6 @@ namespace {
 namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
 
-int qos_of(const com::Message& message) {
-    return message.qos == '1' || message.qos == '2' ? message.qos - '0' : 0;
-}
-
 com::Message message_of(const std::string& text) {
     return com::Message({text.begin(), text.end()});
 }
@@ -108,7 +104,7 @@ void TransportClient::publish(const std::string& topic, const Message& message) 
     const Step step{"publish on", on_broker(topic)};
     const auto lock = link.lock();
     need_delivery(lock);
-    const int qos = qos_of(message);
+    const int qos = message.get_qos();
     int proof = link.queue(lock, step, [&](Connection& connection) {
         return connection.publish(step.topic, message, qos, {});
     });
@@ -127,7 +123,7 @@ void TransportClient::publish(const std::string& topic, const Message& message,
     const auto lock = link.lock();
     need_delivery(lock);
     const int id = link.queue(lock, step, [&](Connection& connection) {
-        return connection.publish(step.topic, message, std::max(qos_of(message), 1), {});
+        return connection.publish(step.topic, message, std::max(message.get_qos(), 1), {});
     });
     link.expect(lock, id, [this, taken = std::move(taken)](const Outcome& outcome) {
         const bool is_taken = outcome && !outcome->is_refusal();

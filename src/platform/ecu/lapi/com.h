@@ -23,6 +23,10 @@ struct Message {
     Message& operator=(Message&&) = default;
     virtual ~Message() = default;
 
+    /// The QoS that the byte stands for, and the other way round.
+    int get_qos() const { return qos == '1' || qos == '2' ? qos - '0' : 0; }
+    void set_qos(int level) { qos = static_cast<std::uint8_t>('0' + level); }
+
     /// Time of reception in milliseconds since the Unix epoch; 0 in a message built for publishing.
     std::uint64_t get_timestamp() const { return timestamp; }
 
