@@ -27,7 +27,9 @@ std::size_t shared_prefix_length(const std::string& filter) {
 bool topic_matches(const std::string& filter, const std::string& topic) {
     const std::string own = filter.substr(shared_prefix_length(filter));
     bool matches = false;
-    return mosquitto_topic_matches_sub(own.c_str(), topic.c_str(), &matches) == MOSQ_ERR_SUCCESS &&
+    // libmosquitto looks at no more of a malformed filter than it needs; no broker grants one.
+    return mosquitto_sub_topic_check(own.c_str()) == MOSQ_ERR_SUCCESS &&
+           mosquitto_topic_matches_sub(own.c_str(), topic.c_str(), &matches) == MOSQ_ERR_SUCCESS &&
            matches;
 }
 

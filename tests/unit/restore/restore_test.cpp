@@ -32,7 +32,7 @@ TEST_F(Restore, FindsNoDifferenceInAFieldThatIsShownAlike) {
     const auto found =
         restore::differences({{1, bare}, {2, bare}, {3, bare}},
                              {fake::entry(2, 0, 0, ""), fake::entry(4, 0, 0, ""), fake::entry(1, 7, 0, "")});
-    EXPECT_EQ(std::pair(found.same, found.not_in_dump), std::pair(1UL, 1UL));
+    EXPECT_EQ(std::pair(found.same, found.not_in_dump), std::pair(std::size_t{1}, std::size_t{1}));
     ASSERT_EQ(found.changes.size(), 2U);
     EXPECT_EQ(found.changes.at(1).SerializeAsString(), with_did.SerializeAsString());
     EXPECT_TRUE(found.changes.at(4).has_data() && found.changes.at(4).has_did());
