@@ -21,12 +21,11 @@ constexpr std::uint32_t COUNT_TAG = WireFormatLite::MakeTag(protocol::ReadReply:
 /// False when the record is malformed, names no OTAID, or one that is there already.
 bool read_record(CodedInputStream& input, ParameterMap& parameters) {
     int size = 0;
-    if (!input.ReadVarintSizeAsInt(&size)) return false;
-    const auto limit = input.PushLimit(size);
-    if (input.BytesUntilLimit() != size) return false;
+    const void* record = nullptr;
+    int left = 0;  // the reply is one piece of memory
+    if (!input.ReadVarintSizeAsInt(&size) || !input.GetDirectBufferPointer(&record, &left)) return false;
     Entry entry;
-    if (!entry.MergeFromCodedStream(&input) || !input.ConsumedEntireMessage()) return false;
-    input.PopLimit(limit);
+    if (size > left || !entry.ParseFromArray(record, size) || !input.Skip(size)) return false;
     if (!entry.has_otaid()) return false;
     // Replies are in ascending order, so that a record's place is mostly the end.
     const auto known = parameters.size();
