@@ -5,7 +5,7 @@ import glob
 import os
 import subprocess
 
-from harness import DEMO_UNIT, Broker, await_that, end, free_port, scaled
+from processes import DEMO_UNIT, Broker, await_that, end, free_port, scaled
 
 SHIPPED = (DEMO_UNIT.parent / "broker/ejabberd.yml").read_text()
 ACCOUNTS = "4711", "4712", "engineer", "lefty"

@@ -9,7 +9,9 @@ import paho.mqtt.client as mqtt
 import pytest
 
 from ejabberd import Cluster
-from harness import BLOB_GET, DEMO_UNIT, Peer, Running, Unit, await_that, block, scaled
+from harness import Peer
+from processes import DEMO_UNIT, Running, Unit, await_that, scaled
+from protocol import BLOB_GET, block
 
 PRESENCE, NEW = "system/vard/unit", block(288, 255, 10, b"new")
 

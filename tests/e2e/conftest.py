@@ -5,7 +5,9 @@ import subprocess
 
 import pytest
 
-from harness import DEMO_UNIT, Broker, Peer, Proxy, ScriptedBroker, Unit
+from harness import Peer, ScriptedBroker
+from links import Proxy
+from processes import DEMO_UNIT, Broker, Unit
 
 
 @pytest.fixture

@@ -1,11 +1,8 @@
-"""Real binaries, real brokers, bad links and scripted peers for the end-to-end tests."""
+"""What only tests need: clients, scripted brokers, shipped broker files, checks."""
 
 import contextlib
 import os
-import pathlib
 import re
-import signal
-import socket
 import subprocess
 import threading
 import time
@@ -15,67 +12,13 @@ import pytest
 from paho.mqtt.packettypes import PacketTypes
 from paho.mqtt.properties import Properties
 
-BIN = pathlib.Path(os.environ["KORVID_BIN"])
-DEMO_UNIT = pathlib.Path(__file__).resolve().parents[2] / "share/demo-unit.txt"
-TIME_FACTOR = float(os.environ.get("KORVID_TIME_FACTOR", "1"))  # sanitizers slow everything down
-READ_TOPIC, WRITE_TOPIC = "system/vard/sysparam/read", "system/vard/sysparam/write"
-BLOB_GET, BLOB_SET = "system/vard/secstore/get", "system/vard/secstore/set"
-ANNOUNCEMENT, NO_SERVICE = "subscription/announcement", "no parameter service is listening"
+from links import Listening
+from processes import Broker, await_that, scaled
+from protocol import block, record
+
+NO_SERVICE = "no parameter service is listening"
 needs_root = pytest.mark.skipif(os.geteuid() != 0, reason="only root can mount and end another user's process")
-
-
-def scaled(seconds):
-    return seconds * TIME_FACTOR
-
-
-def await_that(condition, what, seconds=10):
-    deadline = time.monotonic() + scaled(seconds)
-    while not condition():
-        assert time.monotonic() < deadline, f"not in time: {what}"
-        time.sleep(0.01)
-
-
-def free_port():
-    with socket.create_server(("127.0.0.1", 0)) as probe:
-        return probe.getsockname()[1]
-
-
-def environment(**settings):
-    """The environment without any settings of this machine's own unit."""
-    env = {k: v for k, v in os.environ.items() if not k.startswith("ECU_LAPI_") and k != "LOG_LEVEL"}
-    settings = {"config": os.devnull, **settings}
-    return {**env, "LC_ALL": "C", **{f"ECU_LAPI_{k.upper()}": str(v) for k, v in settings.items()}}
-
-
-def assert_no_sanitizer_report(text):
-    assert not re.search(rb"Sanitizer|runtime error:", text), text.decode(errors="replace")
-
-
-class Running:
-    """One of our programs on its way; keywords that are not its own are settings of the library."""
-
-    def __init__(self, *args, program="korvid", port=None, stdin=subprocess.DEVNULL, prefix=(), **settings):
-        command = [*prefix, BIN / program, *(["-p", str(port)] if port else []), *map(str, args)]
-        self.began = time.monotonic()
-        self.process = subprocess.Popen(command, stdin=stdin, stdout=subprocess.PIPE,
-                                        stderr=subprocess.PIPE, env=environment(**settings))
-
-    def result(self, timeout=40):
-        try:
-            self.out, err = self.process.communicate(timeout=scaled(timeout))
-        finally:
-            self.process.kill()
-        self.seconds, self.status, self.err = time.monotonic() - self.began, self.process.returncode, err.decode()
-        assert_no_sanitizer_report(err)
-        assert self.status >= 0, f"ended by a signal: {self}"
-        return self
-
-    def __repr__(self):
-        return f"status {self.status} in {self.seconds:.2f} s\nout: {self.out[:2000]}\nerr: {self.err}"
-
-
-def run_korvid(*args, **options):
-    return Running(*args, **options).result()
+HI, HI_BLOCK = record(288, 255, 10, b"Hi"), block(288, 255, 10, b"Hi")  # one of the demo unit's
 
 
 def assert_fails(result, words, seconds, connecting=False):
@@ -84,63 +27,6 @@ def assert_fails(result, words, seconds, connecting=False):
     assert re.search("^korvid: ", result.err, re.M) and re.search(words, result.err, re.S | re.I), result
     assert len(re.findall("^ERROR: ", result.err, re.M)) == (1 if connecting else 0), result
     assert result.seconds < scaled(seconds), result
-
-
-def end(process, number=signal.SIGTERM):
-    process.send_signal(number)
-    try:
-        return process.wait(scaled(15))
-    finally:
-        process.kill()
-
-
-class Unit:
-    """korvid-unit; ended by SIGTERM with status 0, or the test fails."""
-
-    def __init__(self, directory, port, *args, prefix=(), stdin=None, **settings):
-        self.env, self.log = environment(**settings), directory / "unit.log"
-        self.command = [*prefix, BIN / "korvid-unit", "-p", str(port), "-d", directory / "unit.db", *map(str, args)]
-        self.start(stdin)
-
-    def start(self, stdin=None):
-        with self.log.open("ab") as log:
-            self.process = subprocess.Popen(self.command, stdin=stdin or subprocess.DEVNULL,
-                                            stdout=subprocess.PIPE, stderr=log, env=self.env)
-        line = self.process.stdout.readline()
-        assert line == b"ready\n", (line, self.log.read_text(errors="replace"))
-
-    def kill(self):
-        end(self.process, signal.SIGKILL)
-
-    def stop(self, number=signal.SIGTERM):
-        status = end(self.process, number) if self.process.poll() is None else self.process.returncode
-        assert_no_sanitizer_report(self.log.read_bytes())
-        assert status == 0, (status, self.log.read_text(errors="replace"))
-
-
-class Broker:
-    """A mosquitto on a free loopback port, with an explicit listener."""
-
-    def __init__(self, directory, *lines, anonymous=True):
-        self.port = free_port()
-        self.config = directory / f"broker-{self.port}.conf"
-        self.config.write_text("\n".join(["user root", f"listener {self.port} 127.0.0.1",
-                                          f"allow_anonymous {str(anonymous).lower()}", *lines, ""]))
-        self.start()
-
-    def start(self):
-        self.process = subprocess.Popen(["/usr/sbin/mosquitto", "-c", self.config],
-                                        stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-        await_that(lambda: self.process.poll() is not None or self.accepts(), "the broker listens")
-        assert self.process.poll() is None, "the broker ended"
-
-    def accepts(self):
-        with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port)):
-            return True
-
-    def stop(self):
-        if self.process.poll() is None:
-            end(self.process)
 
 
 class FileBroker(Broker):
@@ -201,28 +87,6 @@ class Peer:
         self.client.loop_stop()
 
 
-class Listening:
-    """Accepts connections on a free loopback port; each is a thread in `serve`."""
-
-    def __init__(self, port=0):
-        self.listener = socket.create_server(("127.0.0.1", port))
-        self.port, self.links = self.listener.getsockname()[1], []
-        threading.Thread(target=self.accept, daemon=True).start()
-
-    def accept(self):
-        with contextlib.suppress(OSError):
-            while True:
-                link = self.listener.accept()[0]
-                self.links.append(link)
-                threading.Thread(target=self.serve, args=(link,), daemon=True).start()
-
-    def close(self):
-        for link in [self.listener, *self.links]:
-            with contextlib.suppress(OSError):
-                link.shutdown(socket.SHUT_RDWR)
-            link.close()
-
-
 class ScriptedBroker(Listening):
     """`script` answers packets by their type: bytes, pieces, or a function of the packet's body."""
 
@@ -256,60 +120,3 @@ def puback(reason=0):
         packet_id_at = 2 + int.from_bytes(body[:2], "big")
         return b"\x40\x04" + body[packet_id_at:packet_id_at + 2] + bytes([reason, 0])
     return answer
-
-
-class Proxy(Listening):
-    """A link to a port: slow, or cut or stalled after so many bytes from the client."""
-
-    def __init__(self, target, latency=0.0, bandwidth=1e9, cut_at=None, stall_at=None, port=0):
-        self.target, self.latency, self.bandwidth = target, latency, bandwidth
-        self.cut_at, self.stall_at, self.upstream = cut_at, stall_at, bytearray()
-        super().__init__(port)
-
-    def serve(self, link):
-        broker = socket.create_connection(("127.0.0.1", self.target))
-        self.links.append(broker)
-        threading.Thread(target=self.pump, args=(broker, link, bytearray(), None, None), daemon=True).start()
-        self.pump(link, broker, self.upstream, self.cut_at, self.stall_at)
-
-    def pump(self, source, sink, passed, cut_at, stall_at):
-        """Up to a limit to the byte; behind a stall nothing is read any more."""
-        with contextlib.suppress(OSError):
-            limit = min(x for x in (cut_at, stall_at, 1 << 62) if x is not None)
-            while len(passed) < limit and (data := source.recv(min(16384, limit - len(passed)))):
-                time.sleep(self.latency + len(data) / self.bandwidth)
-                sink.sendall(data)
-                passed += data
-            if stall_at is None or len(passed) < stall_at:
-                for link in source, sink:
-                    link.shutdown(socket.SHUT_RDWR)
-
-
-# Parameters, encoded and printed by nothing of ours.
-def varint(number):
-    return bytes([number]) if number < 128 else bytes([number & 127 | 128]) + varint(number >> 7)
-
-
-def field(number, value):
-    if isinstance(value, int):
-        return varint(number << 3) + varint(value)
-    return varint(number << 3 | 2) + varint(len(value)) + value
-
-
-def record(*values):
-    """A SystemParameterEntry of otaid, did, xcpid and data; None leaves a field out."""
-    return b"".join(field(n, v) for n, v in enumerate(values, 1) if v is not None)
-
-
-def read_reply(*records, count=None):
-    return b"".join(field(1, r) for r in records) + field(2, len(records) if count is None else count)
-
-
-def block(otaid, did, xcpid, data):
-    """What `korvid get` prints of a parameter."""
-    return (f"SysParam ({otaid}):\n  OTAID: {otaid} - 0x{otaid:03x}\n  DID: {did:x}\n  XCPID: {xcpid:x}\n"
-            f"  data(char) [{len(data):x}]: '").encode() + data + (
-            f"'\n  data(hex) [{len(data):x}]: " + "".join(f"0x{b:02x} " for b in data) + "\n").encode()
-
-
-HI, HI_BLOCK = record(288, 255, 10, b"Hi"), block(288, 255, 10, b"Hi")  # one of the demo unit's

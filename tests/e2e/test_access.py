@@ -7,8 +7,9 @@ import pytest
 from paho.mqtt.packettypes import PacketTypes
 from paho.mqtt.reasoncodes import ReasonCodes
 
-from harness import (ANNOUNCEMENT, BLOB_GET, BLOB_SET, DEMO_UNIT, READ_TOPIC, WRITE_TOPIC, FileBroker, Peer, await_that,
-                     block, free_port, run_korvid)
+from harness import FileBroker, Peer
+from processes import DEMO_UNIT, await_that, free_port, run_korvid
+from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, block
 
 SHARE = pathlib.Path(__file__).resolve().parents[2] / "share/broker"
 PRESENCE, REPLY = "system/vard/unit", "clients/victim/reply"

@@ -5,7 +5,7 @@ import pathlib
 import re
 import subprocess
 
-from harness import BIN, environment, scaled
+from processes import BIN, environment, scaled
 
 DOCUMENTS = pathlib.Path(__file__).resolve().parents[2] / "docs"
 

@@ -8,8 +8,9 @@ import time
 
 import pytest
 
-from harness import (HI, HI_BLOCK, NO_SERVICE, READ_TOPIC, WRITE_TOPIC, Running, assert_fails, puback, read_reply,
-                     run_korvid, scaled)
+from harness import HI, HI_BLOCK, NO_SERVICE, assert_fails, puback
+from processes import Running, run_korvid, scaled
+from protocol import READ_TOPIC, WRITE_TOPIC, read_reply
 
 DOUBT = "may or may not have been written.*get"
 SET = ["set", "288", "str", "x"]

@@ -3,7 +3,10 @@
 import paho.mqtt.client as mqtt
 import pytest
 
-from harness import BLOB_GET, DEMO_UNIT, FileBroker, Peer, Proxy, await_that, block, free_port, run_korvid, scaled
+from harness import FileBroker, Peer
+from links import Proxy
+from processes import DEMO_UNIT, await_that, free_port, run_korvid, scaled
+from protocol import BLOB_GET, block
 
 SHARE = DEMO_UNIT.parent / "fleet"
 PRESENCE = "system/vard/unit"

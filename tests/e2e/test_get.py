@@ -4,7 +4,9 @@ import random
 
 import pytest
 
-from harness import DEMO_UNIT, HI_BLOCK, Running, block, run_korvid
+from harness import HI_BLOCK
+from processes import DEMO_UNIT, Running, run_korvid
+from protocol import block
 
 DEMO = DEMO_UNIT.read_bytes()
 

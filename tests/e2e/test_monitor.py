@@ -8,7 +8,8 @@ import time
 
 import pytest
 
-from harness import ANNOUNCEMENT, Running, assert_no_sanitizer_report, await_that, end, scaled
+from processes import Running, assert_no_sanitizer_report, await_that, end, scaled
+from protocol import ANNOUNCEMENT
 
 
 class Monitor(Running):

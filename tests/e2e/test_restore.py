@@ -11,7 +11,8 @@ import time
 
 import pytest
 
-from harness import BIN, DEMO_UNIT, WRITE_TOPIC, Running, block, environment, field, record, run_korvid, scaled
+from processes import BIN, DEMO_UNIT, Running, environment, run_korvid, scaled
+from protocol import WRITE_TOPIC, block, field, record
 
 DEMO = DEMO_UNIT.read_bytes()
 MANY = b"".join(block(n, 1, n % 3, b"%d\n" % n) for n in range(5000, 6200))

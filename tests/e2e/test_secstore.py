@@ -7,7 +7,8 @@ import time
 
 import pytest
 
-from harness import ANNOUNCEMENT, BLOB_GET, BLOB_SET, Running, await_that, run_korvid, scaled
+from processes import Running, await_that, run_korvid, scaled
+from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET
 
 TIMEOUT = "WARNING: Timeout waiting for data from SecStore data\n"
 NO_DATA = "ERROR: No data could be received from SecStore!\n"

@@ -8,8 +8,9 @@ import time
 
 import pytest
 
-from harness import (DEMO_UNIT, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, block, field, needs_root, record,
-                     run_korvid, scaled)
+from harness import HI_BLOCK, needs_root
+from processes import DEMO_UNIT, Running, run_korvid, scaled
+from protocol import READ_TOPIC, WRITE_TOPIC, block, field, record
 
 DEMO = DEMO_UNIT.read_bytes()
 EXAMPLES = """bytes 1b 2c 4c > 1b2c4c | dec 4223 > 7f10 | hex ab18 > 18ab | str Hello World > 48656c6c6f |

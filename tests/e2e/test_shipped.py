@@ -10,8 +10,8 @@ import time
 
 import pytest
 
-from harness import BIN, DEMO_UNIT, HI_BLOCK, ScriptedBroker, await_that, end, environment, free_port, run_korvid, \
-    scaled
+from harness import HI_BLOCK, ScriptedBroker
+from processes import BIN, DEMO_UNIT, await_that, end, environment, free_port, run_korvid, scaled
 
 PROJECT = DEMO_UNIT.parents[1]
 SHELL = {"PATH": f"{BIN}:{os.environ['PATH']}", "PS1": "%", "TERM": "dumb", "COLUMNS": "400"}

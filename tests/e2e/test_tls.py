@@ -9,7 +9,8 @@ import time
 
 import pytest
 
-from harness import NO_SERVICE, Running, assert_fails, await_that, free_port, run_korvid, scaled
+from harness import NO_SERVICE, assert_fails
+from processes import Running, await_that, free_port, run_korvid, scaled
 
 
 def settings(place, client=None, ca="ca"):

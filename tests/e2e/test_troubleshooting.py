@@ -10,8 +10,9 @@ import subprocess
 
 import pytest
 
-from harness import (BIN, DEMO_UNIT, HI, READ_TOPIC, WRITE_TOPIC, Running, await_that, environment, free_port,
-                     read_reply)
+from harness import HI
+from processes import BIN, DEMO_UNIT, Running, await_that, environment, free_port
+from protocol import READ_TOPIC, WRITE_TOPIC, read_reply
 
 DOCUMENT = (pathlib.Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text()
 QUOTED = re.compile(r"^### ([^\n]+)\n(?:(?!###).)*?```text\n(.*?)```", re.M | re.S)

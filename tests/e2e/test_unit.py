@@ -10,8 +10,9 @@ import time
 
 import pytest
 
-from harness import (BIN, BLOB_SET, HI, HI_BLOCK, READ_TOPIC, WRITE_TOPIC, Running, Unit, await_that, block, end,
-                     environment, field, free_port, needs_root, read_reply, record, run_korvid, scaled)
+from harness import HI, HI_BLOCK, needs_root
+from processes import BIN, Running, Unit, await_that, end, environment, free_port, run_korvid, scaled
+from protocol import BLOB_SET, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
 
 
 def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, peer):

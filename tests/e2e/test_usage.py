@@ -5,7 +5,8 @@ import re
 
 import pytest
 
-from harness import HI_BLOCK, run_korvid
+from harness import HI_BLOCK
+from processes import run_korvid
 
 USAGE = pathlib.Path(__file__).with_name("usage.expected").read_text()
 VERSION = re.compile(r"korvid: \S.* - \d+\.\d+\.\d+ - [0-9a-f]{7} - "

@@ -2,7 +2,7 @@
 
 import struct
 
-from harness import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, field, read_reply, record
+from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, field, read_reply, record
 from mqtt import (CONNACK, CONNECT, CONTENT_TYPE, CORRELATION_DATA, PINGREQ, PINGRESP, PUBACK, PUBCOMP, PUBLISH,
                   PUBREC, PUBREL, REASON_STRING, RESPONSE_TOPIC, SUBACK, SUBSCRIBE, UNSUBACK, UNSUBSCRIBE,
                   USER_PROPERTY, Fields, Packet, counted, publish, text_property)

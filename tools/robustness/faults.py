@@ -9,7 +9,8 @@ import subprocess
 import threading
 import time
 
-from harness import BIN, DEMO_UNIT, Broker, Listening, assert_no_sanitizer_report, end, environment, scaled
+from links import Listening
+from processes import BIN, DEMO_UNIT, Broker, assert_no_sanitizer_report, end, environment, scaled
 
 ABOUT_THE_CONNECTION = re.compile("connect|broker|no reply|Cannot (request|serve|subscribe|publish)", re.I)
 

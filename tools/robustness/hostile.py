@@ -15,7 +15,8 @@ import threading
 import time
 
 from broker_script import BrokerScript
-from harness import BIN, DEMO_UNIT, TIME_FACTOR, Listening, environment, scaled
+from links import Listening
+from processes import BIN, DEMO_UNIT, TIME_FACTOR, environment, scaled
 from mqtt import read_packet
 from mutation import Mutator
 

@@ -8,7 +8,7 @@ import random
 import struct
 
 from broker_script import told
-from harness import varint
+from protocol import varint
 from mqtt import (AUTH, CONNACK, CONNECT, DISCONNECT, PAIR, BYTE, FOUR, PINGRESP, PROPERTY_KINDS, PUBACK,
                   PUBREL, SUBACK, TWO, UNSUBACK, VARIABLE, Packet, counted, publish)
 

@@ -8,7 +8,8 @@ import subprocess
 import threading
 import time
 
-from harness import BIN, assert_no_sanitizer_report, block, environment, scaled
+from processes import BIN, assert_no_sanitizer_report, environment, scaled
+from protocol import block
 from model import ACKNOWLEDGED, FAILED, TAKEN, UNKNOWN
 
 OTAIDS, DID, XCPID = range(4000, 4010), 0xf190, 7

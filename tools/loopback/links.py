@@ -1,0 +1,55 @@
+"""Links to a broker that behave like bad ones."""
+
+import contextlib
+import socket
+import threading
+import time
+
+
+class Listening:
+    """Accepts connections on a free loopback port; each is a thread in `serve`."""
+
+    def __init__(self, port=0):
+        self.listener = socket.create_server(("127.0.0.1", port))
+        self.port, self.links = self.listener.getsockname()[1], []
+        threading.Thread(target=self.accept, daemon=True).start()
+
+    def accept(self):
+        with contextlib.suppress(OSError):
+            while True:
+                link = self.listener.accept()[0]
+                self.links.append(link)
+                threading.Thread(target=self.serve, args=(link,), daemon=True).start()
+
+    def close(self):
+        for link in [self.listener, *self.links]:
+            with contextlib.suppress(OSError):
+                link.shutdown(socket.SHUT_RDWR)
+            link.close()
+
+
+class Proxy(Listening):
+    """A link to a port: slow, or cut or stalled after so many bytes from the client."""
+
+    def __init__(self, target, latency=0.0, bandwidth=1e9, cut_at=None, stall_at=None, port=0):
+        self.target, self.latency, self.bandwidth = target, latency, bandwidth
+        self.cut_at, self.stall_at, self.upstream = cut_at, stall_at, bytearray()
+        super().__init__(port)
+
+    def serve(self, link):
+        broker = socket.create_connection(("127.0.0.1", self.target))
+        self.links.append(broker)
+        threading.Thread(target=self.pump, args=(broker, link, bytearray(), None, None), daemon=True).start()
+        self.pump(link, broker, self.upstream, self.cut_at, self.stall_at)
+
+    def pump(self, source, sink, passed, cut_at, stall_at):
+        """Up to a limit to the byte; behind a stall nothing is read any more."""
+        with contextlib.suppress(OSError):
+            limit = min(x for x in (cut_at, stall_at, 1 << 62) if x is not None)
+            while len(passed) < limit and (data := source.recv(min(16384, limit - len(passed)))):
+                time.sleep(self.latency + len(data) / self.bandwidth)
+                sink.sendall(data)
+                passed += data
+            if stall_at is None or len(passed) < stall_at:
+                for link in source, sink:
+                    link.shutdown(socket.SHUT_RDWR)
