@@ -68,30 +68,21 @@ def include_faults(src):
                 yield f"{path}:{number}: {line.strip()}"
 
 
-def commands_of(path):
-    text = re.sub(r"#.*", lambda m: " " * len(m.group()), path.read_text())
-    for found in COMMAND.finditer(text):
-        yield text.count("\n", 0, found.start()) + 1, found[1], found[2].split()
-
-
 def link_faults(src):
     """Links between targets, each target belonging to the room that defines it."""
     links, room_of_target = [], {}
     for path in sorted(src.glob("*/**/CMakeLists.txt")):
         room = room_of(path.relative_to(src).as_posix())
-        for number, command, words in commands_of(path):
+        for command, arguments in COMMAND.findall(re.sub("#.*", "", path.read_text())):
+            words = arguments.split()
             if command in ("add_library", "add_executable", "korvid_room", "korvid_proto"):
                 room_of_target[words[0]] = room
-            if command in ("korvid_room", "korvid_proto") and "LINKS" in words:
-                linked = words[words.index("LINKS") + 1:]
-            elif command == "target_link_libraries":
-                linked = words[1:]
-            else:
-                continue
-            links += [(path, number, room, name) for name in linked if name not in ("PRIVATE", "PUBLIC", "INTERFACE")]
-    for path, number, room, name in links:
+            linked = words[words.index("LINKS") + 1:] if "LINKS" in words else words[1:]
+            if command == "target_link_libraries" or "LINKS" in words:
+                links += [(path, room, name) for name in linked]
+    for path, room, name in links:
         if not may(room, room_of_target.get(name)) or foreign_fault(room, name):
-            yield f"{path}:{number}: {room} links {name}"
+            yield f"{path}: {room} links {name}"
 
 
 SRC = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else pathlib.Path(__file__).parent.parent / "src")

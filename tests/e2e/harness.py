@@ -13,6 +13,7 @@ from paho.mqtt.packettypes import PacketTypes
 from paho.mqtt.properties import Properties
 
 from links import Listening
+from packets import CONNECT, SUBSCRIBE, UNSUBSCRIBE, read_packet
 from processes import Broker, await_that, scaled
 from protocol import block, record
 
@@ -90,24 +91,19 @@ class Peer:
 class ScriptedBroker(Listening):
     """`script` answers packets by their type: bytes, pieces, or a function of the packet's body."""
 
-    CONNECT, PUBLISH, SUBSCRIBE, UNSUBSCRIBE = 1, 3, 8, 10
-
     def __init__(self, script=None, greeting=b""):
-        self.script = {self.CONNECT: bytes.fromhex("2003000000"),
-                       self.SUBSCRIBE: lambda body: b"\x90\x04" + body[:2] + b"\x00\x01",
-                       self.UNSUBSCRIBE: lambda body: b"\xb0\x04" + body[:2] + b"\x00\x00", **(script or {})}
+        self.script = {CONNECT: bytes.fromhex("2003000000"),
+                       SUBSCRIBE: lambda body: b"\x90\x04" + body[:2] + b"\x00\x01",
+                       UNSUBSCRIBE: lambda body: b"\xb0\x04" + body[:2] + b"\x00\x00", **(script or {})}
         self.greeting = greeting
         super().__init__()
 
     def serve(self, link):
         with contextlib.suppress(OSError), link.makefile("rb") as stream:
             link.sendall(self.greeting)
-            while head := stream.read(1):
-                length = shift = 0
-                while (byte := stream.read(1)[0]) > 127:
-                    length, shift = length | (byte & 127) << shift, shift + 7
-                body = stream.read(length | byte << shift)
-                answer = self.script.get(head[0] >> 4, b"")
+            while packet := read_packet(stream):
+                first, body = packet
+                answer = self.script.get(first >> 4, b"")
                 answer = answer(body) if callable(answer) else answer
                 for part in [answer] if isinstance(answer, bytes) else answer:
                     link.sendall(part)

@@ -82,13 +82,6 @@ def test_every_address_of_a_name_is_tried(broker, unit, swallowing, tmp_path):
         assert got.status == 1 and re.search(words, got.err), got
 
 
-def test_without_quality_of_service_nothing_is_called_ready(new_broker, tmp_path):
-    port = new_broker("max_qos 0").port
-    for program, arguments in ("korvid-unit", ["-d", tmp_path / "u.db"]), ("korvid", ["get"]), ("korvid", ["getsec"]):
-        got = Running(*arguments, program=program, port=port).result()
-        assert got.status == 1 and got.out == b"" and "QoS 0 only" in got.err and got.seconds < scaled(1), got
-
-
 def test_no_service_is_told_by_the_broker(broker, scripted):
     for command in ["get"], ["get", "1"], SET:
         assert_fails(run_korvid(*command, port=broker.port), NO_SERVICE, 1)
@@ -135,8 +128,3 @@ def test_a_silent_service_and_a_dying_broker_are_told(broker, peer, command, sil
     killed = time.monotonic()
     assert_fails(korvid.result(), DOUBT if command == SET else "", 5)
     assert time.monotonic() - killed < scaled(1)
-
-
-def test_a_reply_over_a_slow_link_is_read_whole(broker, unit, proxy):
-    slow = proxy(broker.port, latency=0.02, bandwidth=20000)
-    assert run_korvid("get", port=slow.port).out == run_korvid("get", port=broker.port).out != b""

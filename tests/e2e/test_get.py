@@ -50,12 +50,6 @@ def test_lookups_print_in_the_order_asked_and_report_what_is_missing(broker, uni
     assert (got.status, got.out, got.err) == (status, out, err)
 
 
-def test_twenty_reads_at_once_all_succeed(broker, unit):
-    running = [Running("get", *one, port=broker.port) for one in ([], ["0x120"]) * 10]
-    got = [korvid.result() for korvid in running]
-    assert [(g.status, g.out, g.err) for g in got] == [(0, DEMO, ""), (0, HI_BLOCK, "")] * 10
-
-
 def test_an_empty_unit_prints_nothing_and_fails(broker, new_unit):
     new_unit(broker.port)
     got = run_korvid("-l", "INFO", "get", port=broker.port)

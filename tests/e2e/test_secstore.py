@@ -3,7 +3,6 @@
 import random
 import signal
 import threading
-import time
 
 import pytest
 

@@ -10,7 +10,7 @@ import time
 
 import pytest
 
-from harness import HI_BLOCK, ScriptedBroker
+from harness import HI_BLOCK
 from processes import BIN, DEMO_UNIT, await_that, end, environment, free_port, run_korvid, scaled
 
 PROJECT = DEMO_UNIT.parents[1]
@@ -103,5 +103,5 @@ def test_completion(completed, broker, unit, line, made):
 
 
 def test_completion_gives_up_on_a_silent_broker(completed, scripted):
-    got, seconds = completed("korvid get 28", port=scripted({ScriptedBroker.CONNECT: b""}).port)
+    got, seconds = completed("korvid get 28", port=scripted({1: b""}).port)
     assert got == "korvid get 28" and 0.4 < seconds < scaled(1)

@@ -1,4 +1,4 @@
-// What the unit makes of a request is what the generated classes read in it, and a write that is
+// What the unit makes of a write is what the generated classes read in it, and a write that is
 // refused or fails changes nothing.
 #include <unistd.h>
 
@@ -48,14 +48,6 @@ std::string answer_of(Operation operation) try {
     return {};
 }
 
-void check_read(const protocol::ReadRequest& request, const Records& before, const std::string& answer) {
-    Records wanted = request.otaid().empty() ? before : Records();
-    for (const auto otaid : request.otaid()) {
-        if (before.count(otaid) != 0) wanted[otaid] = before.at(otaid);
-    }
-    require(answer == bytes_of(wanted));
-}
-
 void check_write(protocol::WriteRequest& request, Records expected, const std::string& answer,
                  const std::string& after) {
     bool is_possible = true;
@@ -79,13 +71,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         "(3, 255, NULL, NULL), (4294967295, 4294967295, 4294967295, x'ff')");
     const Message message(std::vector<std::uint8_t>(data, data + size));
     const auto all = [&] { return desk.service.read(Message()); };
-    const std::string before = answer_of(all), read = answer_of([&] { return desk.service.read(message); });
+    const std::string before = answer_of(all);
+    answer_of([&] { return desk.service.read(message); });
     const Records records = *lapi_mqtt::decode_read_reply({before.begin(), before.end()});
     const std::string written = answer_of([&] { return desk.service.write(message); }), after = answer_of(all);
     require(records.size() == 4 && (!written.empty() || after == before));
     // The generated classes are stricter only about numbers with superfluous bytes.
-    protocol::ReadRequest read_request;
-    if (read_request.ParseFromArray(data, static_cast<int>(size))) check_read(read_request, records, read);
     protocol::WriteRequest write_request;
     if (write_request.ParseFromArray(data, static_cast<int>(size))) check_write(write_request, records, written, after);
     return 0;

@@ -17,7 +17,7 @@ import time
 from broker_script import BrokerScript
 from links import Listening
 from processes import BIN, DEMO_UNIT, TIME_FACTOR, environment, scaled
-from mqtt import read_packet
+from packets import read_packet
 from mutation import Mutator
 
 CONNECT_S = REQUEST_S = 0.4

@@ -9,7 +9,7 @@ import struct
 
 from broker_script import told
 from protocol import varint
-from mqtt import (AUTH, CONNACK, CONNECT, DISCONNECT, PAIR, BYTE, FOUR, PINGRESP, PROPERTY_KINDS, PUBACK,
+from packets import (AUTH, CONNACK, CONNECT, DISCONNECT, PAIR, BYTE, FOUR, PINGRESP, PROPERTY_KINDS, PUBACK,
                   PUBREL, SUBACK, TWO, UNSUBACK, VARIABLE, Packet, counted, publish)
 
 HUGE = b"\xff\xff\xff\x7f"  # the largest remaining length

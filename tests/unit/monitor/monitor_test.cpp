@@ -12,18 +12,6 @@ int monitor(const Strings& words) {
     return invoke(run_monitor, words);
 }
 
-TEST_F(Monitor, WatchesUntilASignalEndsIt) {
-    lapi.on_subscribe = [](const std::string& topic, const auto&) {
-        if (topic == "b/#") kill(getpid(), SIGTERM);
-    };
-    EXPECT_EQ(monitor({"-p", "1884", "a", "--payload-size", "b/#"}), 0);
-    EXPECT_EQ(lapi.configuration.at("client_name") + lapi.configuration.at("port"), "korvid-monitor1884");
-    EXPECT_EQ(Strings(lapi.calls.begin() + 6, lapi.calls.end()),
-              (Strings{"create_client 0", "connect", "start", "subscribe a 6", "subscribe b/# 6", "disconnect", "stop",
-                       "release client"}));
-    EXPECT_EQ(lapi.subscribed[0].second, lapi.subscribed[1].second);
-}
-
 TEST_F(Monitor, LetsASecondSignalKill) {
     lapi.on_subscribe = [](const auto&, const auto&) { kill(getpid(), SIGINT); };
     EXPECT_EXIT((monitor({"a"}), kill(getpid(), SIGINT)), testing::KilledBySignal(SIGINT), "");

@@ -1,7 +1,6 @@
 #include "secstore/sec_store.h"
 
 #include <optional>
-#include <thread>
 
 #include "over_fake_lapi.h"
 #include "protocol/topics.h"
@@ -61,24 +60,6 @@ TEST_F(SecureStore, TakesTheFirstBlobOfItsOwnTopicOnly) {
     };
     EXPECT_EQ(store->get_data(), "first");
     EXPECT_EQ(lapi.records.front(), "DEBUG: Message on SET_TOPIC");
-}
-
-TEST_F(SecureStore, IsReachedWhileItWaitsAndNotOnceItIsGone) {
-    std::atomic<bool> go_on{true};
-    std::thread library;
-    lapi.on_subscribe = [&](const std::string& topic, const auto& observer) {
-        library = std::thread([&go_on, topic, observer] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            while (go_on) observer->message(topic, blob("flood"));
-        });
-    };
-    EXPECT_EQ(store->get_data(), "flood");
-    store.reset();
-    const auto forwarded = lapi.records.size();
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    go_on = false;
-    library.join();
-    EXPECT_EQ(lapi.records.size(), forwarded);
 }
 
 TEST_F(SecureStore, LeavesNothingBehindWhenTheLibraryThrows) {
