@@ -108,7 +108,8 @@ def test_long_work_shows_on_a_terminal_that_it_moves(broker, unit, tmp_path, lev
     ours, theirs = pty.openpty()
     unit.process.send_signal(signal.SIGSTOP)
     command = [BIN / "korvid-restore", "-n", "-p", str(broker.port), "-l", level, tmp_path / "dump"]
-    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=theirs, env=environment())
+    process = subprocess.Popen(command, stdout=subprocess.DEVNULL, stderr=theirs,
+                               env=environment(request_timeout_ms=int(scaled(5) * 1000)))
     os.close(theirs)
     time.sleep(1.5 * scaled(1))
     {"signal": process.terminate, "cut": broker.stop, "finish": lambda: None}[event]()

@@ -21,7 +21,7 @@ def settings(place, client=None, ca="ca"):
 @pytest.mark.parametrize("server, trusted, client, words", [
     ("here", "ca", None, None), ("expired", "ca", None, "expired"), ("elsewhere", "ca", None, "host ?name|address"),
     ("nul", "ca", None, "host ?name"), ("foreign", "ca", None, "certificate"), ("here", "foreign", None, "certificate"),
-    ("here", "ca", "here", None), ("here", "ca", "", "certificate"), ("here", "ca", "expired", "expired"),
+    ("here", "ca", "here", None), ("here", "ca", "", "certificate"), ("here", "ca", "expired", "expired|this certificate"),
     ("here", "ca", "foreign", "certificate|unknown ca"), ("here", None, None, ""), (None, "ca", None, "")])
 def test_who_is_talked_to_over_tls(new_broker, certificates, server, trusted, client, words):
     """No server's certificate is a plain port, no trusted one a plain client; a client's, if not None, is asked for."""

@@ -156,6 +156,11 @@ std::string read_password(const std::string& path) {
         throw std::runtime_error("cannot read the password file '" + path + "'");
     }
     if (!password.empty() && password.back() == '\r') password.pop_back();
+    // What MQTT cannot carry, and what C strings would cut off.
+    if (password.size() > 65535 || password.find('\0') != std::string::npos) {
+        throw std::runtime_error("the first line of the password file '" + path +
+                                 "' holds a NUL or more than 65535 bytes");
+    }
     return password;
 }
 

@@ -188,12 +188,13 @@ std::string MosquittoConnection::closed_early() const {
 std::string MosquittoConnection::end_cause() const {
     if (!refusal.empty()) return refusal;
     if (tls && !tls->refusal().empty()) return "TLS: " + tls->refusal();
-    const bool gone_within_tls = tls_cause == GONE_WITHIN_TLS;
-    if (!tls_cause.empty() && !gone_within_tls) {
+    if (!tls_cause.empty() && tls_cause != GONE_WITHIN_TLS) {
         const bool is_plain = tls_cause.find("wrong version number") != std::string::npos;
         return "TLS: " + tls_cause + (is_plain ? ": the broker does not speak TLS here" : "");
     }
-    // A peer that closes with bytes unread resets the connection, and its last words may be lost.
+    // A peer that closes with bytes unread resets the connection, and its last words may be lost;
+    // within TLS libmosquitto tells that, as any system error, as EPROTO.
+    const bool gone_within_tls = tls && (!tls_cause.empty() || last_errno == EPROTO);
     const bool reset = last_errno == 0 || last_errno == ECONNRESET || last_errno == EPIPE;
     const int result = gone_within_tls ? MOSQ_ERR_CONN_LOST : last_result;
     const bool closed = result == MOSQ_ERR_CONN_LOST || (result == MOSQ_ERR_ERRNO && reset);

@@ -45,6 +45,8 @@ TEST_F(ConfigurationOf, ReadsFileThenEnvironmentThenTheProgram) {
     }
     std::ofstream(path) << "secret\r\nsecond line";
     EXPECT_EQ(lapi_mqtt::read_password(path), "secret");
+    std::ofstream(path) << "cut" << '\0' << "off";
+    EXPECT_THROW(lapi_mqtt::read_password(path), std::runtime_error);
 }
 
 const int SET_BEFORE_THE_FIRST_CALL = setenv("LOG_LEVEL", "NOTICE", 1);
