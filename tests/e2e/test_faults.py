@@ -82,6 +82,13 @@ def test_every_address_of_a_name_is_tried(broker, unit, swallowing, tmp_path):
         assert got.status == 1 and re.search(words, got.err), got
 
 
+def test_without_quality_of_service_nothing_is_called_ready(new_broker, tmp_path):
+    port = new_broker("max_qos 0").port
+    for program, arguments in ("korvid-unit", ["-d", tmp_path / "u.db"]), ("korvid", ["getsec"]):
+        got = Running(*arguments, program=program, port=port).result()
+        assert got.status == 1 and got.out == b"" and "QoS 0 only" in got.err and got.seconds < scaled(1), got
+
+
 def test_no_service_is_told_by_the_broker(broker, scripted):
     for command in ["get"], ["get", "1"], SET:
         assert_fails(run_korvid(*command, port=broker.port), NO_SERVICE, 1)

@@ -1,7 +1,6 @@
 #include "unit/store.h"
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -70,13 +69,10 @@ TEST_F(UnitStore, TakesNewFilesAndRefusesThoseThatAreNotItsOwn) {
 
 TEST_F(UnitStore, RunsNoTriggerThatWasAddedWhileItIsOpen) {
     Store store(path);
-    sqlite3* other = nullptr;
-    ASSERT_EQ(sqlite3_open(path.c_str(), &other), SQLITE_OK);
-    sqlite3_exec(other, "CREATE TRIGGER t AFTER INSERT ON secstore BEGIN DELETE FROM secstore; END", nullptr, nullptr,
-                 nullptr);
+    unit::Database(path, unit::Database::Access::read_write)
+        .execute("CREATE TRIGGER t AFTER INSERT ON secstore BEGIN DELETE FROM secstore; END");
     store.replace_blob({7});
     EXPECT_EQ(store.blob(), Bytes{7});
-    sqlite3_close(other);
 }
 
 TEST_F(UnitStore, IsItsOwnersAndTakesNothingOnceAFileOfItIsGone) {
