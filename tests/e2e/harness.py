@@ -102,9 +102,8 @@ class ScriptedBroker(Listening):
         with contextlib.suppress(OSError), link.makefile("rb") as stream:
             link.sendall(self.greeting)
             while packet := read_packet(stream):
-                first, body = packet
-                answer = self.script.get(first >> 4, b"")
-                answer = answer(body) if callable(answer) else answer
+                answer = self.script.get(packet[0] >> 4, b"")
+                answer = answer(packet[1]) if callable(answer) else answer
                 for part in [answer] if isinstance(answer, bytes) else answer:
                     link.sendall(part)
                     time.sleep(0.2 if part is not answer else 0)

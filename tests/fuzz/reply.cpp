@@ -7,8 +7,6 @@
 
 namespace {
 
-using ecu::lapi::com::TransportError;
-
 struct Replying : fake::RequestsOnly {
     Message request(const std::string&, const Message&) override { return reply; }
     Message reply;
@@ -27,7 +25,7 @@ void check_all(lapi_mqtt::SysparamClient& client, const std::vector<std::uint8_t
     parameters[1].set_data("x");
     client.set_parameters(parameters);
     client.write_parameters();
-} catch (const TransportError&) {
+} catch (const ecu::lapi::com::TransportError&) {
     return;
 }
 
