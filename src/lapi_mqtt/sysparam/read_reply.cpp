@@ -23,7 +23,8 @@ bool read_record(CodedInputStream& input, ParameterMap& parameters) {
     int size = 0;
     const void* record = nullptr;
     int left = 0;  // the reply is one piece of memory
-    if (!input.ReadVarintSizeAsInt(&size) || !input.GetDirectBufferPointer(&record, &left)) return false;
+    if (!input.ReadVarintSizeAsInt(&size) || !input.GetDirectBufferPointer(&record, &left))
+        return false;
     Entry entry;
     if (size > left || !entry.ParseFromArray(record, size) || !input.Skip(size)) return false;
     if (!entry.has_otaid()) return false;
