@@ -1,6 +1,5 @@
 """What every broken broker, link and service looks like to the user."""
 
-import os
 import re
 import socket
 import threading
@@ -8,7 +7,7 @@ import time
 
 import pytest
 
-from harness import HI, HI_BLOCK, NO_SERVICE, assert_fails, puback
+from harness import HI, HI_BLOCK, NO_SERVICE, assert_fails, needs_root, puback
 from processes import Running, run_korvid, scaled
 from protocol import READ_TOPIC, WRITE_TOPIC, read_reply
 
@@ -68,7 +67,7 @@ def test_the_brokers_own_words_and_a_cut_inside_a_packet_are_told(scripted):
         assert "Success" not in running.err and "\u202e" not in running.err
 
 
-@pytest.mark.skipif(os.geteuid() != 0, reason="a hosts file of its own needs root")
+@needs_root
 def test_every_address_of_a_name_is_tried(broker, unit, swallowing, tmp_path):
     hosts = tmp_path / "hosts"
     hosts.write_text("::1 several\n127.0.0.9 several\n127.0.0.1 several\n")
