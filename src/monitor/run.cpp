@@ -20,11 +20,6 @@ namespace logging = ecu::lapi::logging;
 // has kept, which tells the present state of things.
 constexpr int SUBSCRIPTION = 2 + com::WITH_KEPT;
 
-std::shared_ptr<com::ITransportClient> create_client(const CommonOptions& options) {
-    auto configuration = load_configuration(MONITOR_NAME, options);
-    return create_transport(configuration);
-}
-
 void print_messages(com::ITransportClient& client, const MonitorOptions& options) {
     // One for all, so that a message that several filters match is printed once.
     const auto printer = std::make_shared<TopicPrinter>(options.shown);
@@ -33,24 +28,21 @@ void print_messages(com::ITransportClient& client, const MonitorOptions& options
     for (const auto& topic : options.topics) client.subscribe(topic, SUBSCRIPTION, printer);
 }
 
+bool watch(const MonitorOptions& options) {
+    auto configuration = load_configuration(MONITOR_NAME, options.common);
+    const auto client = create_transport(configuration);
+    const bool watched = guarded(MONITOR_NAME, [&] {
+        EndSignal end_signal;
+        print_messages(*client, options);
+        end_signal.wait(STDOUT_FILENO, 0);  // also over when nobody reads it any more
+        return true;
+    });
+    return close_connection(MONITOR_NAME, *client) && watched;
+}
+
 }  // namespace
 
 int run_monitor(int argc, char** argv) {
     logging::set_log_mode(logging::LogMode::console);
-    const auto options = parse_monitor_options(argc, argv);
-    if (!options) {
-        monitor_usage();
-        return 1;
-    }
-
-    std::shared_ptr<com::ITransportClient> client;
-    bool succeeded = guarded(MONITOR_NAME, [&] {
-        EndSignal end_signal;
-        client = create_client(options->common);
-        print_messages(*client, *options);
-        end_signal.wait(STDOUT_FILENO, 0);  // also over when nobody reads it any more
-        return true;
-    });
-    if (client) succeeded = close_connection(MONITOR_NAME, *client) && succeeded;
-    return succeeded ? 0 : 1;
+    return run_program(MONITOR_NAME, parse_monitor_options(argc, argv), monitor_usage, watch);
 }

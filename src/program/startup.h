@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "ecu/lapi/com.h"
@@ -33,6 +34,16 @@ std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
 /// Runs a step of `program` and returns its result; an exception counts as false and becomes one
 /// line on standard error.
 bool guarded(const std::string& program, const std::function<bool()>& step);
+
+/// What is left to do behind the command line: shows the usage when there are no options, else does
+/// the program's work, guarded. Returns the process's status.
+template <typename Options>
+int run_program(const std::string& program, const std::optional<Options>& options, void (*usage)(),
+                bool (*work)(const Options&)) {
+    if (options) return guarded(program, [&] { return work(*options); }) ? 0 : 1;
+    usage();
+    return 1;
+}
 
 /// Disconnects and stops the client; returns whether both went well. A failure is reported as
 /// `guarded` does.

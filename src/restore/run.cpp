@@ -106,12 +106,7 @@ bool restore(const Options& options) {
 
 int run(int argc, char** argv) {
     logging::set_log_mode(logging::LogMode::console);
-    const auto options = parse_options(argc, argv);
-    if (!options) {
-        usage();
-        return 1;
-    }
-    return guarded(PROGRAM_NAME, [&] { return restore(*options); }) ? 0 : 1;
+    return run_program(PROGRAM_NAME, parse_options(argc, argv), usage, restore);
 }
 
 }  // namespace restore

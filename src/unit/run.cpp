@@ -70,7 +70,7 @@ void begin_to_serve(const Options& options, const std::optional<std::vector<Entr
     std::cout << "ready" << std::endl;
 }
 
-bool run(const Options& options) {
+bool serve(const Options& options) {
     auto configuration = configure(options);
     const std::string port = configuration->get("port");
     const std::string place = configuration->get("host") + ":" + port;
@@ -103,12 +103,7 @@ bool run(const Options& options) {
 
 int run(int argc, char** argv) {
     logging::set_log_mode(logging::LogMode::console);
-    const auto options = parse_options(argc, argv);
-    if (!options) {
-        usage();
-        return 1;
-    }
-    return guarded(PROGRAM_NAME, [&] { return run(*options); }) ? 0 : 1;
+    return run_program(PROGRAM_NAME, parse_options(argc, argv), usage, serve);
 }
 
 }  // namespace unit

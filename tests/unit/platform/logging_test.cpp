@@ -17,7 +17,6 @@ TEST_F(LogStatement, IsGatedByLevelAndModule) {
         {LEVEL_WARNING, WARNING, false, 0, {"WARNING: xy"}},
         {LEVEL_WARNING, NOTICE, true, 0, {}},
         {LEVEL_NOTICE, NOTICE, true, 2, {"NOTICE: xy"}},
-        {LEVEL_DEBUG, INFO, true, 2, {"INFO: xy"}},
         {LEVEL_DEBUG, DEBUG, false, 2, {"DEBUG: "}},
     };
     for (const auto& [level, stream, module_enabled, module_tests, records] : cases) {
