@@ -7,23 +7,11 @@
 #include <cerrno>
 #include <system_error>
 
+#include "program/descriptor.h"
+
 namespace {
 
 constexpr std::size_t READ_SIZE = 1UL << 20;
-
-/// A file descriptor that is closed at the end, unless it is standard input.
-class Descriptor {
-public:
-    explicit Descriptor(const std::string& argument)
-        : number(argument == "-" ? STDIN_FILENO : open(argument.c_str(), O_RDONLY | O_CLOEXEC)) {}
-    ~Descriptor() {
-        if (number > STDERR_FILENO) close(number);
-    }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    const int number;
-};
 
 /// The size of a regular file; 0 for everything else.
 std::uint64_t size_of(int descriptor) {
@@ -45,15 +33,17 @@ std::string read_input(
         throw std::system_error(errno, std::generic_category(),
                                 "cannot read " + input_name(argument));
     };
-    const Descriptor input(argument);
-    if (input.number < 0) fail();
-    const std::uint64_t total = size_of(input.number);
+    const int opened = argument == "-" ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
+                                       : open(argument.c_str(), O_RDONLY | O_CLOEXEC);
+    if (opened < 0) fail();
+    const program::Descriptor input(opened);
+    const std::uint64_t total = size_of(input.get());
     std::string text;
     text.reserve(static_cast<std::size_t>(total) + READ_SIZE);
     for (;;) {
         const std::size_t end = text.size();
         text.resize(end + READ_SIZE);
-        const ssize_t count = read(input.number, text.data() + end, READ_SIZE);
+        const ssize_t count = read(input.get(), text.data() + end, READ_SIZE);
         text.resize(end + static_cast<std::size_t>(count > 0 ? count : 0));
         if (count == 0) return text;
         if (count < 0 && errno != EINTR) fail();

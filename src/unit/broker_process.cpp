@@ -26,6 +26,7 @@
 namespace unit {
 namespace {
 
+using program::Descriptor;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 

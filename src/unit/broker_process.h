@@ -4,7 +4,7 @@
 
 #include <utility>
 
-#include "unit/descriptor.h"
+#include "program/descriptor.h"
 
 namespace unit {
 
@@ -22,11 +22,11 @@ public:
     int end_descriptor() const { return ended.get(); }
 
 private:
-    BrokerProcess(int port, std::pair<Descriptor, Descriptor> life);
+    BrokerProcess(int port, std::pair<program::Descriptor, program::Descriptor> life);
     void end();
     bool is_running();
 
-    Descriptor ended;
+    program::Descriptor ended;
     pid_t process = -1;
 };
 

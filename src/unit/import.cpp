@@ -11,8 +11,8 @@
 #include <stdexcept>
 
 #include "dump/parse.h"
+#include "program/descriptor.h"
 #include "program/progress_line.h"
-#include "unit/descriptor.h"
 #include "unit/options.h"
 
 namespace unit {
@@ -38,7 +38,7 @@ int open_import(const std::string& name) {
 
 std::optional<std::string> read_all(const std::string& name, EndSignal& end_signal,
                                     ProgressLine& progress) {
-    const Descriptor input(open_import(name));
+    const program::Descriptor input(open_import(name));
     std::vector<char> buffer(READ_SIZE);
     std::string text;
     for (;;) {

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-namespace unit {
+namespace program {
 
 /// A file descriptor, closed at the end.
 class Descriptor {
@@ -28,4 +28,4 @@ private:
     int number;
 };
 
-}  // namespace unit
+}  // namespace program
