@@ -1,24 +1,86 @@
-"""The examples in the documents print what the documents show."""
+"""The examples in the documents and on the manual pages do what is shown, as a reader sees them."""
 
 import os
 import pathlib
 import re
+import signal
 import subprocess
+import textwrap
 
-from processes import BIN, environment, scaled
+import pytest
+
+from processes import BIN, DEMO_UNIT, await_that, end, environment, free_port, run_korvid, scaled
 
 DOCUMENTS = pathlib.Path(__file__).resolve().parents[2] / "docs"
+PAGES = [page for page in sorted((DOCUMENTS / "man").glob("*.scd"))
+         if (BIN / page.name.split(".")[0]).exists() or ".5." in page.name]
+EXAMPLE = re.compile(r"^\$ (.*\n(?:> .*\n)*)((?:(?!\$ ).*\n)*)", re.M)
+SHELL = {"PATH": f"{BIN}:{os.environ['PATH']}"}
+SERVES = {"korvid-unit": b"ready\n", "korvid-monitor": b"secstore"}  # until it is interrupted
+
+
+def examples(text):
+    """Commands and what they print."""
+    found = EXAMPLE.findall(text)
+    assert len(found) == len(re.findall(r"^\$ ", text, re.M)) > 0
+    return [(command.replace("\n> ", "\n"), output) for command, output in found]
+
+
+def assert_prints(pairs, directory, **settings):
+    """One shell runs the commands, and each prints what is shown."""
+    script = "".join(command + "printf '\\0'\n" for command, _ in pairs)
+    got = subprocess.run(["bash", "-c", script], cwd=directory, timeout=scaled(40), text=True,
+                         env={**environment(**settings), **SHELL},
+                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    for (command, output), printed in zip(pairs, got.stdout.split("\0"), strict=False):
+        assert printed == output, command
+    assert got.stdout.count("\0") == len(pairs)
 
 
 def test_pipelines_print_what_is_shown(broker, unit, tmp_path):
     text = (DOCUMENTS / "pipelines.md").read_text()
     shown = "".join(re.findall(r"^```console\n(.*?)^```$", text, re.M | re.S))
-    examples = re.findall(r"^\$ (.*\n(?:> .*\n)*)((?:(?!\$ ).*\n)*)", shown, re.M)
-    assert len(examples) == shown.count("\n$ ") + 1 > 20
-    script = "".join(command.replace("\n> ", "\n") + "printf '\\0'\n" for command, _ in examples)
-    env = {**environment(port=broker.port), "PATH": f"{BIN}:{os.environ['PATH']}"}
-    got = subprocess.run(["bash", "-c", script], cwd=tmp_path, env=env, timeout=scaled(40), text=True,
-                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    for (command, output), printed in zip(examples, got.stdout.split("\0"), strict=False):
-        assert printed == output, command
-    assert got.stdout.count("\0") == len(examples)
+    assert_prints(examples(shown), tmp_path, port=broker.port)
+
+
+def rendered(page, directory):
+    """A page's text as `man` shows it."""
+    with page.open() as source, (directory / page.stem).open("w") as made:
+        subprocess.run("scdoc", stdin=source, stdout=made, check=True)
+    return subprocess.run(["man", "-l", made.name], check=True, text=True, stdout=subprocess.PIPE,
+                          env={**os.environ, "LC_ALL": "C.UTF-8", "MANWIDTH": "500"}).stdout
+
+
+@pytest.mark.parametrize("page", PAGES, ids=lambda page: page.stem)
+def test_the_examples_of_the_manual(ending, broker, unit, tmp_path, page):
+    text, exports, said = rendered(page, tmp_path), "", (tmp_path / "out").read_bytes
+    assert "__" not in text
+    shown = re.search(r"\nEXAMPLES\n(.*)\nSEE ALSO\n", text, re.S)[1]
+    for theirs, ours in (("192.0.2.7", "127.0.0.1"),
+                         ("/usr/share/doc/korvid-unit/examples", str(DEMO_UNIT.parent))):
+        shown = shown.replace(theirs, ours)
+    for command, output in examples("".join(re.findall("^ {11}(.*\n)", shown, re.M))):
+        exports += command if command.startswith("export ") else ""
+        sign = SERVES.get(command.split()[0])
+        env = {**environment(port=free_port() if " -b " in command else broker.port), **SHELL}
+        with (tmp_path / "out").open("wb") as out:
+            script = exports + ("exec " if sign else "") + command
+            running = subprocess.Popen(["bash", "-ec", script], cwd=tmp_path, env=env, stdout=out)
+        ending.callback(running.kill)
+        if sign:  # and something to be seen
+            await_that(lambda: run_korvid("setsec", DEMO_UNIT, port=broker.port) and
+                       (sign in said() or running.poll() is not None), f"'{command}' prints", 20)
+        status = end(running, signal.SIGINT) if sign else running.wait(scaled(30))
+        printed = re.sub(" +$", "", said().decode(), flags=re.M)  # as `man` shows it
+        assert status == 0 and (not output or printed == output), (command, said())
+
+
+def test_lenient_notations_store_what_the_manual_shows(broker, unit, tmp_path):
+    page = rendered(DOCUMENTS / "man/korvid.1.scd", tmp_path)
+    rows = re.findall(r"^ +(set .+?) {2,}([0-9a-f ]+?) {2,}(?:set (\S+)|.*)\n", page, re.M)
+    assert len(rows) == 10
+    for command, stored, otaid in rows:
+        assert run_korvid(*command.split(), port=broker.port).status == 0
+        got = run_korvid("get", otaid or "1", port=broker.port)
+        shown = re.sub(r"(\w\w)", r"0x\1", stored)
+        assert got.out.endswith(f"]: {shown} \n".encode()), (command, got)

@@ -1,47 +1,19 @@
-"""What ships beside the programs: the manual's examples, the sample configuration, the completion."""
+"""What ships beside the programs: the sample configuration, the completion."""
 
 import os
 import pty
 import re
 import select
 import signal
-import subprocess
 import time
 
 import pytest
 
 from harness import HI_BLOCK
-from processes import BIN, DEMO_UNIT, await_that, end, environment, free_port, run_korvid, scaled
+from processes import BIN, DEMO_UNIT, environment, run_korvid, scaled
 
 PROJECT = DEMO_UNIT.parents[1]
 SHELL = {"PATH": f"{BIN}:{os.environ['PATH']}", "PS1": "%", "TERM": "dumb", "COLUMNS": "400"}
-PAGES = [p for p in sorted((PROJECT / "docs/man").glob("*.1.scd")) if (BIN / p.name.split(".")[0]).exists()]
-
-
-def examples(page):
-    """The commands of a page's examples, each with the output that is shown, if any."""
-    for block in re.findall(r"^```\n(.*?)^```", page.read_text().split("# EXAMPLES")[1], re.M | re.S):
-        for command, output in re.findall(r"^\$ (.*)\n((?:[^$].*\n)*)", block, re.M):
-            command = command.replace("/usr/share/doc/korvid-unit/examples", str(DEMO_UNIT.parent))
-            yield command.replace("192.0.2.7", "127.0.0.1"), output
-
-
-@pytest.mark.parametrize("page", [*PAGES, PROJECT / "docs/man/lapi.conf.5.scd"], ids=lambda page: page.name)
-def test_the_examples_of_the_manual(ending, broker, unit, tmp_path, page):
-    exports, said = "", (tmp_path / "out").read_bytes
-    for command, output in examples(page):
-        exports += command + "\n" if command.startswith("export ") else ""
-        sign = {"korvid-unit": b"ready\n", "korvid-monitor": b"secstore"}.get(command.split()[0])  # until interrupted
-        env = {**environment(port=free_port() if " -b " in command else broker.port), **SHELL}
-        with (tmp_path / "out").open("wb") as out:
-            running = subprocess.Popen(["bash", "-ec", exports + ("exec " if sign else "") + command], cwd=tmp_path,
-                                       env=env, stdout=out)
-        ending.callback(running.kill)
-        if sign:  # and something to be seen
-            await_that(lambda: run_korvid("setsec", DEMO_UNIT, port=broker.port) and
-                       (sign in said() or running.poll() is not None), f"'{command}' prints", 20)
-        status = end(running, signal.SIGINT) if sign else running.wait(scaled(30))
-        assert status == 0 and (not output or said().decode() == output), (command, said())
 
 
 def test_the_sample_configuration_as_it_is_and_with_its_settings(broker, unit, tmp_path):
