@@ -23,14 +23,15 @@ ALLOWED = {
     "main": {"commands", "platform", "program"},
     "monitor": {"platform", "program", "topic_printer"},
     "restore": {"dump", "platform", "program"},
-    "unit": {"dump", "platform", "program", "protocol"},
+    "unit": {"dump", "platform", "program", "protocol", "unit/store"},
+    "unit/store": {"platform", "program"},
 }
 PROGRAMS = {"main", "monitor", "restore", "unit"}
 
 # Foreign header or target -> the rooms that may use it.
 FOREIGN = {
     r"mosquitto\.h|MOSQUITTO|mqtt_protocol\.h|(?i:openssl)": {"lapi_mqtt/mqtt"},
-    r"sqlite3?\b|SQLite": {"unit"},
+    r"sqlite3?\b|SQLite": {"unit/store"},
     r"google/protobuf|protobuf::": {"platform", "protocol", "lapi_mqtt/sysparam", "unit"},
     r"sysparam\.pb\.h$|sysparam_messages$": {"protocol", "lapi_mqtt/sysparam", "unit"},
     r"ecu::lapi$": PROGRAMS,

@@ -4,10 +4,12 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <netinet/in.h>
+#include <poll.h>
 #include <pwd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,8 +22,8 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
-#include <thread>
-#include <utility>
+
+#include "program/poll_until.h"
 
 namespace unit {
 namespace {
@@ -30,21 +32,21 @@ using program::Descriptor;
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr milliseconds PORT_PATIENCE{2'000};
-constexpr milliseconds START_PATIENCE{10'000};
-constexpr milliseconds END_PATIENCE{5'000};
-constexpr milliseconds LOOK_EVERY{5};
+constexpr milliseconds PORT_TIMEOUT{2'000};
+constexpr milliseconds START_TIMEOUT{10'000};
+constexpr milliseconds END_TIMEOUT{5'000};
 
-sockaddr_in loopback(int port) {
+/// Calls bind(2) or connect(2) with the port of the loopback interface; 0, or the error's number.
+int try_port(int (*operation)(int, const sockaddr*, socklen_t), int port) {
+    const Descriptor probe(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const int on = 1;
+    setsockopt(probe.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_port = htons(static_cast<in_port_t>(port));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
-
-Descriptor tcp_socket() {
-    return Descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const auto* const place = reinterpret_cast<const sockaddr*>(&address);
+    return operation(probe.get(), place, sizeof address) == 0 ? 0 : errno;
 }
 
 [[noreturn]] void fail(int port, const std::string& cause) {
@@ -52,30 +54,15 @@ Descriptor tcp_socket() {
                              cause);
 }
 
-bool is_free(int port) {
-    const Descriptor probe = tcp_socket();
-    const int on = 1;
-    setsockopt(probe.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    const sockaddr_in address = loopback(port);
-    return bind(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
-
 /// Another broker on the port would be taken for ours; but one that a killed unit left is about to
 /// end.
-void await_free(int port) {
-    const auto deadline = steady_clock::now() + PORT_PATIENCE;
-    while (!is_free(port)) {
-        if (errno != EADDRINUSE || steady_clock::now() >= deadline) {
-            fail(port, std::strerror(errno));
-        }
-        std::this_thread::sleep_for(LOOK_EVERY);
-    }
-}
-
-bool accepts(int port) {
-    const Descriptor probe = tcp_socket();
-    const sockaddr_in address = loopback(port);
-    return connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+void wait_until_free(int port) {
+    int error = 0;
+    program::poll_until(PORT_TIMEOUT, [&] {
+        error = try_port(bind, port);
+        return error != EADDRINUSE;
+    });
+    if (error != 0) fail(port, std::strerror(error));
 }
 
 /// A file in memory: nothing to clean up, whatever ends us.
@@ -106,14 +93,7 @@ void leave_root() {
     }
 }
 
-/// The two ends of a pipe; the child keeps the second one open for as long as it runs.
-std::pair<Descriptor, Descriptor> life_line() {
-    int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category());
-    return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
-[[noreturn]] void become_broker(int configuration, int life, pid_t parent) {
+[[noreturn]] void become_broker(int configuration, pid_t parent) {
     // Its own process group: an interrupt from the terminal is for us to pass on.
     setpgid(0, 0);
     leave_root();
@@ -123,7 +103,6 @@ std::pair<Descriptor, Descriptor> life_line() {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     dup2(STDERR_FILENO, STDOUT_FILENO);
-    fcntl(life, F_SETFD, 0);
     const std::string path = "/proc/self/fd/" + std::to_string(configuration);
     execlp("mosquitto", "mosquitto", "-c", path.c_str(), nullptr);
     execl("/usr/sbin/mosquitto", "mosquitto", "-c", path.c_str(), nullptr);
@@ -131,49 +110,42 @@ std::pair<Descriptor, Descriptor> life_line() {
     _exit(EXIT_FAILURE);
 }
 
-}  // namespace
-
-BrokerProcess::BrokerProcess(int port) : BrokerProcess(port, life_line()) {}
-
-BrokerProcess::BrokerProcess(int port, std::pair<Descriptor, Descriptor> life)
-    : ended(std::move(life.first)) {
-    await_free(port);
+pid_t start_broker(int port) {
+    wait_until_free(port);
     const Descriptor configuration = configuration_file(port);
     const pid_t parent = getpid();
-    process = fork();
+    const pid_t process = fork();
+    if (process == 0) become_broker(configuration.get(), parent);
     if (process < 0) throw std::system_error(errno, std::generic_category(), "mosquitto");
-    if (process == 0) become_broker(configuration.get(), life.second.get(), parent);
-    life.second.reset();
+    return process;
+}
 
-    const auto deadline = steady_clock::now() + START_PATIENCE;
-    while (!accepts(port)) {
-        const bool running = is_running();
-        if (running && steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(LOOK_EVERY);
-            continue;
-        }
-        end();
-        fail(port, running ? "mosquitto does not listen" : "mosquitto ended");
+}  // namespace
+
+BrokerProcess::BrokerProcess(int port)
+    : process(start_broker(port)), end(static_cast<int>(syscall(SYS_pidfd_open, process, 0))) {
+    const auto deadline = steady_clock::now() + START_TIMEOUT;
+    while (try_port(connect, port) != 0) {
+        const bool ended = has_ended(program::POLL_INTERVAL);
+        if (!ended && steady_clock::now() < deadline) continue;
+        stop();
+        fail(port, ended ? "mosquitto ended" : "mosquitto does not listen");
     }
 }
 
 BrokerProcess::~BrokerProcess() {
-    end();
+    stop();
 }
 
-void BrokerProcess::end() {
-    if (!is_running()) return;
+void BrokerProcess::stop() {
     kill(process, SIGTERM);
-    const auto deadline = steady_clock::now() + END_PATIENCE;
-    while (is_running()) {
-        if (steady_clock::now() >= deadline) kill(process, SIGKILL);
-        std::this_thread::sleep_for(LOOK_EVERY);
-    }
+    if (!has_ended(END_TIMEOUT)) kill(process, SIGKILL);
+    waitpid(process, nullptr, 0);
 }
 
-bool BrokerProcess::is_running() {
-    if (process > 0 && waitpid(process, nullptr, WNOHANG) != 0) process = -1;
-    return process > 0;
+bool BrokerProcess::has_ended(milliseconds timeout) const {
+    pollfd watched{end.get(), POLLIN, 0};
+    return poll(&watched, 1, static_cast<int>(timeout.count())) > 0;
 }
 
 }  // namespace unit

@@ -2,7 +2,7 @@
 
 #include <sys/types.h>
 
-#include <utility>
+#include <chrono>
 
 #include "program/descriptor.h"
 
@@ -18,16 +18,15 @@ public:
     BrokerProcess(const BrokerProcess&) = delete;
     BrokerProcess& operator=(const BrokerProcess&) = delete;
 
-    /// Hangs up when the broker has ended.
-    int end_descriptor() const { return ended.get(); }
+    /// Readable once the broker has ended.
+    int end_descriptor() const { return end.get(); }
 
 private:
-    BrokerProcess(int port, std::pair<program::Descriptor, program::Descriptor> life);
-    void end();
-    bool is_running();
+    void stop();
+    bool has_ended(std::chrono::milliseconds timeout) const;
 
-    program::Descriptor ended;
-    pid_t process = -1;
+    const pid_t process;
+    const program::Descriptor end;
 };
 
 }  // namespace unit

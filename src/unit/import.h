@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "program/end_signal.h"
-#include "unit/store.h"
+#include "unit/store/store.h"
 
 namespace unit {
 

@@ -15,11 +15,11 @@ using ecu::lapi::com::Message;
 using ecu::lapi::com::TransportError;
 
 /// What MQTT can carry in one packet, less room for topic and properties.
-constexpr std::size_t MOST_REPLY_BYTES = 268'435'455 - 1024;
+constexpr std::size_t MAX_REPLY_BYTES = 268'435'455 - 1024;
 
 void require_room(std::size_t size) {
-    if (size <= MOST_REPLY_BYTES) return;
-    throw std::runtime_error("the reply of more than " + std::to_string(MOST_REPLY_BYTES) +
+    if (size <= MAX_REPLY_BYTES) return;
+    throw std::runtime_error("the reply of more than " + std::to_string(MAX_REPLY_BYTES) +
                              " bytes is more than one MQTT message can hold");
 }
 

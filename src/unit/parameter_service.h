@@ -4,7 +4,7 @@
 #include <set>
 
 #include "ecu/lapi/com.h"
-#include "unit/store.h"
+#include "unit/store/store.h"
 
 namespace unit {
 

@@ -15,7 +15,6 @@ namespace {
 using ecu::lapi::com::Message;
 using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
-using Entry = ecu::lapi::pb::SystemParameterEntry;
 
 constexpr std::uint32_t OTAID_TAG = WireFormatLite::MakeTag(
     protocol::ReadRequest::kOtaidFieldNumber, WireFormatLite::WIRETYPE_VARINT);
@@ -24,21 +23,13 @@ constexpr std::uint32_t PACKED_OTAIDS_TAG = WireFormatLite::MakeTag(
 constexpr std::uint32_t ENTRY_TAG = WireFormatLite::MakeTag(
     protocol::WriteRequest::kEntryFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
 
-/// The elements that a request may still hold.
-class Allowance {
-public:
-    explicit Allowance(const char* name_of_elements) : name(name_of_elements) {}
-
-    void take_one() {
-        if (left-- > 0) return;
-        throw std::runtime_error("the request holds more than " + std::to_string(MOST_ELEMENTS) +
-                                 " " + name);
-    }
-
-private:
-    const char* name;
-    std::size_t left = MOST_ELEMENTS;
-};
+/// Makes room for one more element, up to the limit.
+template <typename Element>
+Element& add_to(std::vector<Element>& elements, const char* name) {
+    if (elements.size() < MAX_ELEMENTS) return elements.emplace_back();
+    throw std::runtime_error("the request holds more than " + std::to_string(MAX_ELEMENTS) + " " +
+                             name);
+}
 
 /// Calls `read_one` until the end of the length-delimited field that `input` stands at.
 template <typename ReadOne>
@@ -68,10 +59,8 @@ void read_fields(const Message& message, TakeField take_field) {
 
 std::vector<std::uint32_t> parse_read_request(const Message& request) {
     std::vector<std::uint32_t> otaids;
-    Allowance allowance("OTAIDs");
-    const auto take_otaid = [&](CodedInputStream& input) {
-        allowance.take_one();
-        return input.ReadVarint32(&otaids.emplace_back());
+    const auto take_otaid = [&otaids](CodedInputStream& input) {
+        return input.ReadVarint32(&add_to(otaids, "OTAIDs"));
     };
     read_fields(request, [&](CodedInputStream& input, std::uint32_t tag) {
         if (tag == OTAID_TAG) return take_otaid(input);
@@ -90,11 +79,9 @@ std::vector<std::uint32_t> parse_read_request(const Message& request) {
 
 std::vector<Entry> parse_write_request(const Message& request) {
     std::vector<Entry> entries;
-    Allowance allowance("records");
     read_fields(request, [&](CodedInputStream& input, std::uint32_t tag) {
         if (tag != ENTRY_TAG) return WireFormatLite::SkipField(&input, tag);
-        allowance.take_one();
-        Entry& entry = entries.emplace_back();
+        Entry& entry = add_to(entries, "records");
         return within_field(input, [&] {
             return entry.MergeFromCodedStream(&input) && input.ConsumedEntireMessage();
         });

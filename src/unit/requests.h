@@ -5,13 +5,13 @@
 #include <vector>
 
 #include "ecu/lapi/com.h"
-#include "system_parameter_entry.pb.h"
+#include "unit/store/store.h"
 
 namespace unit {
 
 /// How many OTAIDs or records one request may hold: small ones would cost far more time and memory
 /// than the message that brings them.
-inline constexpr std::size_t MOST_ELEMENTS = std::size_t{1} << 18U;
+inline constexpr std::size_t MAX_ELEMENTS = std::size_t{1} << 18U;
 
 /// The OTAIDs of a ReadRequest, in ascending order and each once. Throws std::runtime_error with
 /// the text for the requester.
@@ -19,7 +19,6 @@ std::vector<std::uint32_t> parse_read_request(const ecu::lapi::com::Message& req
 
 /// The records of a WriteRequest, each of which names its OTAID. Throws std::runtime_error with the
 /// text for the requester.
-std::vector<ecu::lapi::pb::SystemParameterEntry> parse_write_request(
-    const ecu::lapi::com::Message& request);
+std::vector<Entry> parse_write_request(const ecu::lapi::com::Message& request);
 
 }  // namespace unit

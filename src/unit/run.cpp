@@ -17,7 +17,7 @@
 #include "unit/options.h"
 #include "unit/parameter_service.h"
 #include "unit/sec_store_service.h"
-#include "unit/store.h"
+#include "unit/store/store.h"
 
 namespace unit {
 namespace {

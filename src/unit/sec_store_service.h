@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ecu/lapi/com.h"
-#include "unit/store.h"
+#include "unit/store/store.h"
 
 namespace unit {
 

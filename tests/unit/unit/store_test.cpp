@@ -1,4 +1,4 @@
-#include "unit/store.h"
+#include "unit/store/store.h"
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>

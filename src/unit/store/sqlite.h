@@ -30,26 +30,37 @@ class Statement {
 public:
     Statement(Database& owner, const char* sql);
 
-    /// Bytes are not copied: they must live until `reset`.
+    /// Bytes are not copied: they must live until it has run.
     Statement& bind(int index, std::optional<std::int64_t> value);
     Statement& bind(int index, const void* bytes, std::size_t size);
 
-    /// True when there is a row.
-    bool step();
+    /// Runs to the end and calls `visit` for each row. The statement is as new afterwards, however
+    /// it ended: an open read would hold up checkpoints.
+    template <typename Visit>
+    void run(Visit visit) {
+        const ResetAtEnd reset{*this};
+        while (step()) visit();
+    }
+    void run() {
+        run([] {});
+    }
 
-    /// To the end, for statements without rows of interest; then as new.
-    void run();
-    void reset();
-
+    /// A column of the row that is visited; bytes are valid until the visit ends.
     std::optional<std::int64_t> number(int column) const;
-
-    /// Good until the statement goes on.
     std::optional<std::string_view> bytes(int column) const;
 
 private:
     struct Finalize {
         void operator()(sqlite3_stmt* statement) const;
     };
+    struct ResetAtEnd {
+        ~ResetAtEnd() { statement.reset(); }
+        Statement& statement;
+    };
+
+    bool step();  ///< true when there is a row
+    void reset();
+
     Database* database;
     std::unique_ptr<sqlite3_stmt, Finalize> handle;
 };

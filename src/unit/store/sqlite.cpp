@@ -1,4 +1,4 @@
-#include "unit/sqlite.h"
+#include "unit/store/sqlite.h"
 
 #include <sqlite3.h>
 
@@ -22,7 +22,7 @@ std::string uri_of(const std::string& path) {
     return uri + "?immutable=1";
 }
 
-constexpr int BUSY_PATIENCE_MS = 2000;
+constexpr int BUSY_TIMEOUT_MS = 2000;
 
 }  // namespace
 
@@ -42,7 +42,7 @@ Database::Database(const std::string& path, Access access) {
     if (access == Access::read_write && sqlite3_db_readonly(opened, "main") == 1) {
         throw SqliteError(SQLITE_READONLY, "the file cannot be written");
     }
-    sqlite3_busy_timeout(opened, BUSY_PATIENCE_MS);
+    sqlite3_busy_timeout(opened, BUSY_TIMEOUT_MS);
     const std::pair<int, int> precautions[] = {
         {SQLITE_DBCONFIG_DEFENSIVE, 1},
         {SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0},
@@ -61,7 +61,9 @@ void Database::execute(const char* sql) {
 
 std::int64_t Database::pragma(const char* name) {
     Statement statement(*this, (std::string("PRAGMA ") + name).c_str());
-    return statement.step() ? statement.number(0).value_or(0) : 0;
+    std::int64_t value = 0;
+    statement.run([&] { value = statement.number(0).value_or(0); });
+    return value;
 }
 
 void Database::fail(int code) const {
@@ -98,19 +100,8 @@ Statement& Statement::bind(int index, const void* bytes, std::size_t size) {
 bool Statement::step() {
     const int code = sqlite3_step(handle.get());
     if (code == SQLITE_ROW) return true;
-    if (code == SQLITE_DONE) return false;
-    try {
-        database->fail(code);
-    } catch (const SqliteError&) {
-        reset();  // after the text was taken, which this clears
-        throw;
-    }
-}
-
-void Statement::run() {
-    while (step()) {
-    }
-    reset();
+    if (code != SQLITE_DONE) database->fail(code);
+    return false;
 }
 
 void Statement::reset() {

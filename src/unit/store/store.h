@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "system_parameter_entry.pb.h"
-#include "unit/sqlite.h"
-#include "unit/store_file.h"
+#include "unit/store/sqlite.h"
+#include "unit/store/store_file.h"
 
 namespace unit {
 
@@ -37,6 +37,7 @@ public:
 
     std::optional<Entry> find(std::uint32_t otaid);
 
+    /// Must not write: a read is open while it is called.
     using Visit = std::function<void(Entry)>;
 
     /// Every parameter, in ascending order of OTAID.

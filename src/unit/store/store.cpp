@@ -1,4 +1,4 @@
-#include "unit/store.h"
+#include "unit/store/store.h"
 
 #include <exception>
 
@@ -20,18 +20,6 @@ bool equal(const Entry& one, const Entry& other) {
     return one.did() == other.did() && one.xcpid() == other.xcpid() && one.data() == other.data();
 }
 
-/// Resets a statement at the end of a scope: an open read would hold up checkpoints.
-class ResetAtEnd {
-public:
-    explicit ResetAtEnd(Statement& used) : statement(used) {}
-    ~ResetAtEnd() { statement.reset(); }
-    ResetAtEnd(const ResetAtEnd&) = delete;
-    ResetAtEnd& operator=(const ResetAtEnd&) = delete;
-
-private:
-    Statement& statement;
-};
-
 }  // namespace
 
 Store::Statements::Statements(Database& database)
@@ -48,10 +36,9 @@ Store::Store(const std::string& path)
     : database(open_store(path)), statements(database), files(path) {}
 
 std::optional<Entry> Store::find(std::uint32_t otaid) {
-    const ResetAtEnd reset(statements.find);
-    statements.find.bind(1, otaid);
-    if (!statements.find.step()) return std::nullopt;
-    return entry_of(statements.find);
+    std::optional<Entry> found;
+    statements.find.bind(1, otaid).run([&] { found = entry_of(statements.find); });
+    return found;
 }
 
 void Store::for_each(const std::vector<std::uint32_t>& otaids, const Visit& visit) {
@@ -62,8 +49,7 @@ void Store::for_each(const std::vector<std::uint32_t>& otaids, const Visit& visi
 }
 
 void Store::for_each(const Visit& visit) {
-    const ResetAtEnd reset(statements.all);
-    while (statements.all.step()) visit(entry_of(statements.all));
+    statements.all.run([&] { visit(entry_of(statements.all)); });
 }
 
 Store::~Store() {
@@ -95,17 +81,16 @@ ImportResult Store::import(const std::vector<Entry>& entries, bool replace) {
 }
 
 std::vector<std::uint8_t> Store::blob() {
-    const ResetAtEnd reset(statements.blob);
-    if (!statements.blob.step()) return {};
-    const auto bytes = statements.blob.bytes(0).value_or("");
-    return {bytes.begin(), bytes.end()};
+    std::vector<std::uint8_t> blob;
+    statements.blob.run([&] {
+        const auto bytes = statements.blob.bytes(0).value_or("");
+        blob.assign(bytes.begin(), bytes.end());
+    });
+    return blob;
 }
 
 void Store::replace_blob(const std::vector<std::uint8_t>& bytes) {
-    change([&] {
-        statements.replace_blob.bind(1, bytes.data(), bytes.size());
-        statements.replace_blob.run();
-    });
+    change([&] { statements.replace_blob.bind(1, bytes.data(), bytes.size()).run(); });
 }
 
 void Store::upsert(const Entry& entry) {

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "unit/sqlite.h"
+#include "unit/store/sqlite.h"
 
 namespace unit {
 

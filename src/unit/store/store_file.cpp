@@ -1,4 +1,4 @@
-#include "unit/store_file.h"
+#include "unit/store/store_file.h"
 
 #include <fcntl.h>
 #include <sqlite3.h>
@@ -9,19 +9,15 @@
 #include <chrono>
 #include <filesystem>
 #include <stdexcept>
-#include <thread>
 #include <vector>
 
 #include "ecu/lapi/logging.h"
+#include "program/poll_until.h"
 
 namespace unit {
 namespace {
 
-using std::chrono::milliseconds;
-using std::chrono::steady_clock;
-
-constexpr milliseconds MODE_PATIENCE{2'000};
-constexpr milliseconds LOOK_EVERY{5};
+constexpr std::chrono::milliseconds LOCK_TIMEOUT{2'000};
 
 /// Marks the file as ours ("KVRU"), so that another program's database is never written to.
 constexpr std::int64_t APPLICATION_ID = 0x4b565255;
@@ -48,7 +44,7 @@ std::vector<std::string> schema_of(Database& database) {
                      "SELECT coalesce(sql, name) FROM sqlite_schema "
                      "WHERE name NOT LIKE 'sqlite\\_stat%' ESCAPE '\\' ORDER BY name");
     std::vector<std::string> definitions;
-    while (schema.step()) definitions.push_back(without_blanks(schema.bytes(0).value_or("")));
+    schema.run([&] { definitions.push_back(without_blanks(schema.bytes(0).value_or(""))); });
     return definitions;
 }
 
@@ -61,17 +57,19 @@ void require_own(Database& database) {
     }
 }
 
-/// Nobody waits for the lock that the change of mode needs, as they do for all others.
+/// SQLite does not wait for the lock that the change of mode needs, as it does for all others.
 void use_write_ahead_log(Database& database) {
-    const auto deadline = steady_clock::now() + MODE_PATIENCE;
-    for (;;) {
+    const char* const sql = "PRAGMA journal_mode = WAL";
+    const bool is_done = program::poll_until(LOCK_TIMEOUT, [&] {
         try {
-            return database.execute("PRAGMA journal_mode = WAL");
+            database.execute(sql);
         } catch (const SqliteError& error) {
-            if (error.code() != SQLITE_BUSY || steady_clock::now() >= deadline) throw;
+            if (error.code() == SQLITE_BUSY) return false;
+            throw;
         }
-        std::this_thread::sleep_for(LOOK_EVERY);
-    }
+        return true;
+    });
+    if (!is_done) database.execute(sql);
 }
 
 /// SQLite gives the files beside it the mode of the file itself.
