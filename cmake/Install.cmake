@@ -42,7 +42,9 @@ korvid_manual(korvid lapi.conf.5)
 install(FILES share/lapi.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT korvid)
 install(DIRECTORY share/broker share/fleet
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT korvid)
-install(FILES docs/protocol.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT korvid)
+install(FILES docs/compatibility.md docs/fleet.md docs/fleet.svg docs/pipelines.md docs/protocol.md
+    docs/security.md docs/troubleshooting.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT korvid)
 install(FILES src/platform/system_parameter_entry.proto src/protocol/sysparam.proto
     DESTINATION ${CMAKE_INSTALL_DATADIR}/korvid COMPONENT korvid)
 

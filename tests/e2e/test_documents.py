@@ -1,17 +1,18 @@
 """The examples in the documents and on the manual pages do what is shown, as a reader sees them."""
 
 import os
-import pathlib
 import re
+import shutil
 import signal
 import subprocess
-import textwrap
 
 import pytest
 
+from harness import needs_root
 from processes import BIN, DEMO_UNIT, await_that, end, environment, free_port, run_korvid, scaled
 
-DOCUMENTS = pathlib.Path(__file__).resolve().parents[2] / "docs"
+PROJECT = DEMO_UNIT.parents[1]
+DOCUMENTS = PROJECT / "docs"
 PAGES = [page for page in sorted((DOCUMENTS / "man").glob("*.scd"))
          if (BIN / page.name.split(".")[0]).exists() or ".5." in page.name]
 EXAMPLE = re.compile(r"^\$ (.*\n(?:> .*\n)*)((?:(?!\$ ).*\n)*)", re.M)
@@ -26,21 +27,63 @@ def examples(text):
     return [(command.replace("\n> ", "\n"), output) for command, output in found]
 
 
-def assert_prints(pairs, directory, **settings):
+def shown_in(document):
+    text = (DOCUMENTS / document).read_text()
+    return "".join(re.findall(r"^```console\n(.*?)^```$", text, re.M | re.S))
+
+
+def assert_prints(pairs, directory, before="", prefix=(), **settings):
     """One shell runs the commands, and each prints what is shown."""
-    script = "".join(command + "printf '\\0'\n" for command, _ in pairs)
-    got = subprocess.run(["bash", "-c", script], cwd=directory, timeout=scaled(40), text=True,
-                         env={**environment(**settings), **SHELL},
-                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    script = before + "".join(command + "printf '\\0'\n" for command, _ in pairs)
+    got = subprocess.run([*prefix, "bash", "-c", script], cwd=directory, timeout=scaled(40),
+                         env={**environment(**settings), **SHELL, "HOME": str(directory)},
+                         text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     for (command, output), printed in zip(pairs, got.stdout.split("\0"), strict=False):
         assert printed == output, command
     assert got.stdout.count("\0") == len(pairs)
 
 
+def test_what_is_installed_points_to_what_is_installed():
+    installed = set(re.findall(r"docs/([\w.]+\.\w+)", (PROJECT / "cmake/Install.cmake").read_text()))
+    texts = [*(DOCUMENTS / name for name in installed), *PAGES, *PROJECT.glob("share/**/*.*")]
+    for text in texts:
+        named = re.findall(r"(?:\]\(|\bdocs/|/doc/korvid/)([\w.]+\.\w+)", text.read_text(errors="replace"))
+        assert {*named} <= installed, text
+
+
 def test_pipelines_print_what_is_shown(broker, unit, tmp_path):
-    text = (DOCUMENTS / "pipelines.md").read_text()
-    shown = "".join(re.findall(r"^```console\n(.*?)^```$", text, re.M | re.S))
-    assert_prints(examples(shown), tmp_path, port=broker.port)
+    assert_prints(examples(shown_in("pipelines.md")), tmp_path, port=broker.port)
+
+
+MACHINE = """
+cp -a /etc etc && mount --bind etc /etc && mkdir -p /etc/ecu
+echo 127.0.0.1 broker.example >> /etc/hosts
+echo korvid-unit:x:990:990:::/bin/false >> /etc/passwd && echo korvid-unit:x:990: >> /etc/group
+systemctl() {
+    if [ "$*" = "restart mosquitto" ]; then
+        mosquitto -d -c /etc/mosquitto/conf.d/korvid.conf 2> broker.log
+        until (: < /dev/tcp/127.0.0.1/PORT) 2> /dev/null; do sleep 0.05; done
+    elif [ "$*" = "enable --now korvid-unit" ]; then
+        setpriv --reuid=990 --regid=990 --clear-groups cat /etc/ecu/unit/* > /dev/null || return
+        (export $(sed -n 's/^Environment=//p' /etc/systemd/system/korvid-unit.service.d/*)
+        exec korvid-unit --db ~/unit.db > ~/ready 2>&1) &
+        until [ -s ~/ready ]; do sleep 0.05; done
+    fi
+}
+"""
+
+
+@needs_root
+def test_security_is_set_up_as_shown(tmp_path):
+    """On a machine of its own, with its /etc, but for the service manager."""
+    port = str(free_port())
+    shutil.copytree(DEMO_UNIT.parent, tmp_path / "examples")
+    sample = tmp_path / "examples/broker/mosquitto.conf"
+    sample.write_text(sample.read_text().replace("8883", port))
+    shown = shown_in("security.md").replace("8883", port)
+    shown = shown.replace("/usr/share/doc/korvid/examples", str(sample.parents[1]))
+    assert_prints(examples(shown), tmp_path, MACHINE.replace("PORT", port),
+                  ["unshare", "--mount", "--pid", "--kill-child"])
 
 
 def rendered(page, directory):
