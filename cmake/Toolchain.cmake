@@ -2,7 +2,7 @@
 
 find_package(Threads REQUIRED)
 
-# What every room of ours is compiled with; generated code is not.
+# What every module of ours is compiled with; generated code is not.
 add_library(korvid_warnings INTERFACE)
 target_compile_options(korvid_warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion $<$<BOOL:${KORVID_WERROR}>:-Werror>)
@@ -55,14 +55,14 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KORVID_SANITIZE)
     endif()
 endif()
 
-# korvid_room(NAME [FAST] SOURCES... [LINKS ...]): a room of src/ as one library. A release is built for
+# korvid_module(NAME [FAST] SOURCES... [LINKS ...]): a module of src/ as one library. A release is built for
 # speed where each of a hundred thousand parameters passes (FAST), elsewhere for size.
-function(korvid_room name)
-    cmake_parse_arguments(ROOM "FAST" "" "SOURCES;LINKS" ${ARGN})
-    add_library(${name} STATIC ${ROOM_SOURCES})
+function(korvid_module name)
+    cmake_parse_arguments(MODULE "FAST" "" "SOURCES;LINKS" ${ARGN})
+    add_library(${name} STATIC ${MODULE_SOURCES})
     target_include_directories(${name} PUBLIC ${CMAKE_SOURCE_DIR}/src)
-    target_link_libraries(${name} PRIVATE korvid_warnings PUBLIC ${ROOM_LINKS})
-    if(NOT ROOM_FAST)
+    target_link_libraries(${name} PRIVATE korvid_warnings PUBLIC ${MODULE_LINKS})
+    if(NOT MODULE_FAST)
         target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-Os>)
     endif()
 endfunction()

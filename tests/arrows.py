@@ -12,9 +12,9 @@ ALLOWED = {
     "lapi_mqtt/logging": {"platform"},
     "lapi_mqtt/config": {"lapi_mqtt/logging", "platform"},
     "lapi_mqtt/mqtt": {"lapi_mqtt/config", "lapi_mqtt/logging", "platform", "protocol"},
-    "lapi_mqtt/transport": {"lapi_mqtt/config", "lapi_mqtt/logging", "lapi_mqtt/mqtt", "platform", "protocol"},
-    "lapi_mqtt/sysparam": {"platform", "protocol"},
-    "lapi_mqtt": {"lapi_mqtt/sysparam", "lapi_mqtt/transport"},
+    "lapi_mqtt/transport": {"lapi_mqtt", "lapi_mqtt/config", "lapi_mqtt/logging", "lapi_mqtt/mqtt", "platform", "protocol"},
+    "lapi_mqtt/sysparam": {"lapi_mqtt", "platform", "protocol"},
+    "lapi_mqtt": {"lapi_mqtt/sysparam", "lapi_mqtt/transport", "platform"},
     "secstore": {"platform", "protocol"},
     "topic_printer": {"platform"},
     "dump": {"platform"},
@@ -23,7 +23,7 @@ ALLOWED = {
     "main": {"commands", "platform", "program"},
     "monitor": {"platform", "program", "topic_printer"},
     "restore": {"dump", "platform", "program"},
-    "unit": {"dump", "platform", "program", "protocol", "unit/store"},
+    "unit": {"dump", "lapi_mqtt", "platform", "program", "protocol", "unit/store"},
     "unit/store": {"platform", "program"},
 }
 PROGRAMS = {"main", "monitor", "restore", "unit"}
@@ -34,6 +34,7 @@ FOREIGN = {
     r"sqlite3?\b|SQLite": {"unit/store"},
     r"google/protobuf|protobuf::": {"platform", "protocol", "lapi_mqtt/sysparam", "unit"},
     r"sysparam\.pb\.h$|sysparam_messages$": {"protocol", "lapi_mqtt/sysparam", "unit"},
+    r"^lapi_mqtt/service_client\.h$": {"lapi_mqtt/transport", "unit"},
     r"ecu::lapi$": PROGRAMS,
 }
 
@@ -76,7 +77,7 @@ def link_faults(src):
         room = room_of(path.relative_to(src).as_posix())
         for command, arguments in COMMAND.findall(re.sub("#.*", "", path.read_text())):
             words = arguments.split()
-            if command in ("add_library", "add_executable", "korvid_room", "korvid_proto"):
+            if command in ("add_library", "add_executable", "korvid_module", "korvid_proto"):
                 room_of_target[words[0]] = room
             linked = words[words.index("LINKS") + 1:] if "LINKS" in words else words[1:]
             if command == "target_link_libraries" or "LINKS" in words:

@@ -45,7 +45,7 @@ bool open(Connection& connection) {
     connection.progress.emplace(PROGRAM_NAME);
     connection.client = create_transport(connection.configuration);
     connection.sysparams = create_sysparams(connection.client);
-    connection.client->report_transfers(connection.progress->hook());
+    connection.progress->watch(connection.client);
     connection.client->connect();
     connection.client->start();
     return true;

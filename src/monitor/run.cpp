@@ -16,9 +16,8 @@ namespace {
 namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
 
-// The highest QoS, so that each message comes with the one it was published at; and what the broker
-// has kept, which tells the present state of things.
-constexpr int SUBSCRIPTION = 2 + com::WITH_KEPT;
+// The highest QoS, so that each message comes with the one it was published at.
+constexpr int SUBSCRIPTION = 2 + com::WATCH_ONLY;
 
 void print_messages(com::ITransportClient& client, const MonitorOptions& options) {
     // One for all, so that a message that several filters match is printed once.

@@ -125,6 +125,11 @@ std::function<void(std::uint64_t, std::uint64_t)> ProgressLine::hook() {
     };
 }
 
+void ProgressLine::watch(const std::shared_ptr<ecu::lapi::com::ITransportClient>& client) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    transfers = std::dynamic_pointer_cast<ecu::lapi::com::ITransferProgress>(client);
+}
+
 void ProgressLine::erase() {
     const std::lock_guard<std::mutex> lock(mutex);
     erase_drawn();
@@ -151,6 +156,10 @@ void ProgressLine::draw_until_the_end() {
 }
 
 void ProgressLine::draw() {
+    if (const auto watched = transfers.lock()) {
+        const auto transfer = watched->transfer();
+        advance(transfer.done, transfer.total);
+    }
     if (!is_in_the_foreground() || (step.empty() && done < LEAST_BYTES)) return;
     const std::string line = ERASE + text().substr(0, columns());
     write_to_terminal(line.data(), line.size());

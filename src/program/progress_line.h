@@ -10,6 +10,9 @@
 #include <string>
 #include <thread>
 
+#include "ecu/lapi/com.h"
+#include "ecu/lapi/progress.h"
+
 /// One line on standard error that tells how far long work is, rewritten in place. It appears once
 /// the work has taken a second, and only on a terminal and from log level WARNING on.
 ///
@@ -35,6 +38,9 @@ public:
     /// `advance` for whoever moves the bytes. This must outlive it.
     std::function<void(std::uint64_t done, std::uint64_t total)> hook();
 
+    /// The progress is that of the client's transfers from here on, when it tells any.
+    void watch(const std::shared_ptr<ecu::lapi::com::ITransportClient>& client);
+
     /// Erases the line until it is rewritten next.
     void erase();
 
@@ -58,6 +64,7 @@ private:
     std::mutex mutex;
     std::condition_variable changed;
     std::string step;
+    std::weak_ptr<const ecu::lapi::com::ITransferProgress> transfers;
     Clock::time_point next_drawing;
     bool drawn = false;
     bool ended = false;

@@ -93,7 +93,7 @@ bool restore(const Options& options) {
     const auto client = create_transport(configuration);
     const bool restored = guarded(PROGRAM_NAME, [&] {
         const auto sysparams = create_sysparams(client);
-        client->report_transfers(progress.hook());
+        progress.watch(client);
         progress.begin("connecting");
         client->connect();
         client->start();

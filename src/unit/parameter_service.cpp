@@ -12,7 +12,7 @@ namespace unit {
 namespace {
 
 using ecu::lapi::com::Message;
-using ecu::lapi::com::TransportError;
+using lapi_mqtt::TransportError;
 
 /// What MQTT can carry in one packet, less room for topic and properties.
 constexpr std::size_t MAX_REPLY_BYTES = 268'435'455 - 1024;
@@ -33,19 +33,17 @@ Message serialized(const google::protobuf::MessageLite& message) {
 
 }  // namespace
 
-bool ParameterService::is_served(ecu::lapi::com::ITransportClient& client) {
-    protocol::ReadRequest request;
-    request.add_otaid(0);
+bool ParameterService::is_served(ecu::lapi::var::ISystemParameterClient& client) {
     try {
-        client.request(protocol::SYSPARAM_READ_TOPIC, serialized(request));
+        client.get_parameter(0, 0);
         return true;
     } catch (const TransportError& error) {
         switch (error.kind()) {
             case TransportError::Kind::refused:
                 return true;
-            case TransportError::Kind::no_listener:
+            case TransportError::Kind::no_matching_subscribers:
                 return false;
-            case TransportError::Kind::unanswered:
+            case TransportError::Kind::outcome_unknown:
                 ecu::lapi::logging::write(
                     ecu::lapi::logging::WARNING,
                     "Somebody listens for requests, but does not answer: ", error.what());
@@ -59,7 +57,7 @@ bool ParameterService::is_served(ecu::lapi::com::ITransportClient& client) {
     }
 }
 
-void ParameterService::start(ecu::lapi::com::ITransportClient& client) {
+void ParameterService::start(lapi_mqtt::IServiceClient& client) {
     client.serve(protocol::SYSPARAM_READ_TOPIC,
                  [this](const Message& request) { return read(request); });
     client.serve(protocol::SYSPARAM_WRITE_TOPIC,

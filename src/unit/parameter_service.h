@@ -3,7 +3,8 @@
 #include <cstdint>
 #include <set>
 
-#include "ecu/lapi/com.h"
+#include "ecu/lapi/var.h"
+#include "lapi_mqtt/service_client.h"
 #include "unit/store/store.h"
 
 namespace unit {
@@ -15,11 +16,11 @@ public:
     ParameterService(Store& parameters, std::set<std::uint32_t> read_only_otaids)
         : store(parameters), read_only(std::move(read_only_otaids)) {}
 
-    /// True when another unit answers requests on the broker. Throws TransportError.
-    static bool is_served(ecu::lapi::com::ITransportClient& client);
+    /// True when another unit answers requests on the broker.
+    static bool is_served(ecu::lapi::var::ISystemParameterClient& client);
 
     /// Begins to serve on `client`, which must not outlive this. Throws TransportError.
-    void start(ecu::lapi::com::ITransportClient& client);
+    void start(lapi_mqtt::IServiceClient& client);
 
     ecu::lapi::com::Message read(const ecu::lapi::com::Message& request);
     ecu::lapi::com::Message write(const ecu::lapi::com::Message& request);

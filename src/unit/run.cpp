@@ -7,8 +7,9 @@
 #include <optional>
 #include <stdexcept>
 
-#include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
+#include "ecu/lapi/var.h"
+#include "lapi_mqtt/service_client.h"
 #include "program/end_signal.h"
 #include "program/startup.h"
 #include "protocol/topics.h"
@@ -22,7 +23,6 @@
 namespace unit {
 namespace {
 
-namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::config::Configuration;
 
@@ -34,12 +34,11 @@ std::unique_ptr<Configuration> configure(const Options& options) {
     std::unique_ptr<Configuration> configuration;
     if (options.broker) {
         logging::configure_logging(options.common.loglevel);
-        configuration = std::make_unique<Configuration>(Configuration::defaults());
+        configuration = lapi_mqtt::default_configuration();
         Configuration& own = *configuration;
         own["client_name"] = PROGRAM_NAME;
         own["host"] = options.common.host;
-        own["port"] =
-            options.common.port.empty() ? Configuration().get("port") : options.common.port;
+        own["port"] = options.common.port.empty() ? Configuration()["port"] : options.common.port;
     } else {
         configuration = load_configuration(PROGRAM_NAME, options.common);
     }
@@ -47,9 +46,18 @@ std::unique_ptr<Configuration> configure(const Options& options) {
     return configuration;
 }
 
-/// Clients would get an answer now from the one and now from the other.
-void require_alone(com::ITransportClient& client, const std::string& place) {
-    if (ParameterService::is_served(client)) {
+/// Clients would get an answer now from the one and now from the other. Who only asks has no last
+/// will: it would say that the other unit is gone.
+void require_alone(const Configuration& configuration, const std::string& place) {
+    auto own = std::make_unique<Configuration>(configuration);
+    const auto client = create_transport(own);
+    client->connect();
+    client->start();
+    const bool is_served =
+        ParameterService::is_served(*ecu::lapi::var::create_sysparams_client(client));
+    client->disconnect();
+    client->stop();
+    if (is_served) {
         throw std::runtime_error("another unit already serves parameters on the broker at " +
                                  place);
     }
@@ -62,7 +70,7 @@ void await_end(EndSignal& end_signal, const BrokerProcess* broker) {
 
 /// Returns when clients are answered.
 void begin_to_serve(const Options& options, const std::optional<std::vector<Entry>>& imported,
-                    Store& store, ParameterService& parameters, com::ITransportClient& client) {
+                    Store& store, ParameterService& parameters, lapi_mqtt::IServiceClient& client) {
     if (imported) import_into(store, *imported, options.import_from, options.replace);
     parameters.start(client);
     SecStoreService::start(store, client);
@@ -72,8 +80,9 @@ void begin_to_serve(const Options& options, const std::optional<std::vector<Entr
 
 bool serve(const Options& options) {
     auto configuration = configure(options);
-    const std::string port = configuration->get("port");
-    const std::string place = configuration->get("host") + ":" + port;
+    auto values = *configuration;
+    const std::string port = values["port"];
+    const std::string place = values["host"] + ":" + port;
     std::optional<EndSignal> end_signal(std::in_place);
     std::optional<std::vector<Entry>> imported;
     if (!options.import_from.empty()) {
@@ -84,13 +93,16 @@ bool serve(const Options& options) {
     Store store(options.store);
     ParameterService parameters(store, options.read_only);
     std::unique_ptr<BrokerProcess> broker;  // outlives the client
-    const auto client = create_transport(configuration);
-    if (options.broker) broker = std::make_unique<BrokerProcess>(std::stoi(port));
-    client->set_presence({protocol::PRESENCE_TOPIC, protocol::PRESENT, protocol::ABSENT});
+    if (options.broker) {
+        broker = std::make_unique<BrokerProcess>(std::stoi(port));
+    } else {
+        require_alone(*configuration, place);
+    }
+    const auto client = lapi_mqtt::create_service_client(
+        configuration, {protocol::PRESENCE_TOPIC, protocol::PRESENT, protocol::ABSENT});
     client->connect();
     client->start();
     const bool served = guarded(PROGRAM_NAME, [&] {
-        if (!broker) require_alone(*client, place);
         begin_to_serve(options, imported, store, parameters, *client);
         await_end(*end_signal, broker.get());
         return true;

@@ -12,7 +12,7 @@ namespace unit {
 using ecu::lapi::com::Message;
 namespace logging = ecu::lapi::logging;
 
-void SecStoreService::start(Store& store, ecu::lapi::com::ITransportClient& client) {
+void SecStoreService::start(Store& store, lapi_mqtt::IServiceClient& client) {
     const auto service = std::make_shared<SecStoreService>(store, client);
     // The announcements first: the second subscription is announced to ourselves, too.
     client.subscribe(protocol::ANNOUNCEMENT_TOPIC, 1, service);

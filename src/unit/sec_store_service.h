@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "ecu/lapi/com.h"
+#include "lapi_mqtt/service_client.h"
 #include "unit/store/store.h"
 
 namespace unit {
@@ -17,11 +17,11 @@ class SecStoreService : public ecu::lapi::com::ISubscriptionObserver,
                         public std::enable_shared_from_this<SecStoreService> {
 public:
     /// `transport` owns the observer, so it is only borrowed here; both must outlive the delivery.
-    SecStoreService(Store& blobs, ecu::lapi::com::ITransportClient& transport)
+    SecStoreService(Store& blobs, lapi_mqtt::IServiceClient& transport)
         : store(blobs), client(transport) {}
 
     /// Begins to serve. Throws TransportError.
-    static void start(Store& store, ecu::lapi::com::ITransportClient& client);
+    static void start(Store& store, lapi_mqtt::IServiceClient& client);
 
     void message(const std::string& topic, const ecu::lapi::com::Message& msg) override;
 
@@ -39,7 +39,7 @@ private:
     void end_round(bool taken);
 
     Store& store;
-    ecu::lapi::com::ITransportClient& client;
+    lapi_mqtt::IServiceClient& client;
     Wanted wanted = Wanted::no;  ///< by those that the round under way will not serve
     Wanted served = Wanted::no;  ///< by those that the blob on its way is for
     bool under_way = false;

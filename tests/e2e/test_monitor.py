@@ -36,12 +36,15 @@ class Monitor(Running):
 def monitor(ending, broker, peer):
     """A monitor that has subscribed all of its topics."""
     def make(*args):
-        topics = [a for a in args if not a.startswith("-")]
         heard = peer(broker.port, ANNOUNCEMENT)
-        made = Monitor(*args, port=broker.port)
+        peer(broker.port).client.publish("subscribed", b"", qos=1, retain=True).wait_for_publish()
+        heard.client.publish("subscribed", b"1", qos=1, retain=True).wait_for_publish()
+        made = Monitor(*args, "subscribed", port=broker.port)
         ending.callback(made.process.kill)
-        await_that(lambda: len(heard.messages) == len(topics), "the topics are subscribed")
-        assert [m.payload.decode() for m in heard.messages] == topics
+        own_block = re.compile(rb"^\[[^]]*\] subscribed\n( .*\n)*\Z", re.M)
+        await_that(lambda: own_block.search(made.text), "the topics are subscribed")
+        made.text = own_block.sub(b"", made.text)
+        assert heard.messages == []  # it only watches
         return made
     return make
 
@@ -64,7 +67,6 @@ def test_the_flags_choose_the_lines_of_a_block(monitor, peer, broker, flags, qos
 
 
 def test_filters_match_as_the_broker_matches_them(monitor, peer, broker):
-    """In any order: overlapping filters have connections of their own."""
     publisher = peer(broker.port)
     publisher.client.publish("kept/x", b"1", qos=1, retain=True).wait_for_publish()
     watching = monitor("a/+/c", "b/#", "a/+/c/d", "+/x")

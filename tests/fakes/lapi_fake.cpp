@@ -1,8 +1,7 @@
 #include "lapi_fake.h"
 
 #include <mutex>
-
-#include "requests_only.h"
+#include <stdexcept>
 
 namespace fake {
 
@@ -14,9 +13,9 @@ using ecu::lapi::var::ParameterMap;
 const std::vector<std::string> LEVELS{"EMERG", "ALERT", "CRITICAL", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
 std::mutex recording;
 
-class TransportClient : public RequestsOnly {
+class TransportClient : public ecu::lapi::com::ITransportClient {
 public:
-    using RequestsOnly::publish;
+    using Message = ecu::lapi::com::Message;
 
     ~TransportClient() override { lapi().record("release client"); }
 
@@ -24,7 +23,6 @@ public:
     void disconnect() override { lapi().record("disconnect"); }
     void start() override { lapi().record("start"); }
     void stop() override { lapi().record("stop"); }
-    Message request(const std::string&, const Message&) override { return {}; }
 
     void publish(const std::string& topic, const Message&) override { lapi().record("publish " + topic); }
     void subscribe(const std::string& topic, int qos, Observer observer) override {
@@ -66,8 +64,7 @@ public:
 void Lapi::record(const std::string& call) {
     const std::lock_guard<std::mutex> lock(recording);
     calls.push_back(call);
-    using ecu::lapi::com::TransportError;
-    if (errors.count(call) != 0) throw TransportError(TransportError::Kind::failed, errors[call]);
+    if (errors.count(call) != 0) throw std::runtime_error(errors[call]);
 }
 
 Lapi& lapi() {

@@ -82,12 +82,12 @@ public:
                         " q" + std::to_string(qos),
                     &fields);
     }
-    int subscribe(const std::string& filter, int qos, lapi_mqtt::Kept kept) override {
+    int subscribe(const std::string& filter, int qos, lapi_mqtt::RetainHandling retained) override {
         {
             const std::lock_guard<std::mutex> lock(broker.mutex);
             filters.push_back(filter);
         }
-        const bool wanted = kept == lapi_mqtt::Kept::wanted;
+        const bool wanted = retained == lapi_mqtt::RetainHandling::send;
         return take("subscribe " + filter + (wanted ? " kept q" : " q") + std::to_string(qos));
     }
     int unsubscribe(const std::string& filter) override { return take("unsubscribe " + filter); }

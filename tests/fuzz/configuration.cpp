@@ -10,6 +10,7 @@
 
 #include "fuzz/fuzz.h"
 #include "lapi_mqtt/config/config_file.h"
+#include "lapi_mqtt/config/configuration_reader.h"
 #include "lapi_mqtt/config/settings.h"
 
 namespace {
@@ -58,15 +59,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         given[key] = value;
     }
     const auto configuration = load({texts[0]});
-    std::string complaints;
-    for (const auto& complaint : configuration.complaints()) complaints += complaint + '\n';
-    const auto require_told = [&](const std::string& what) { require(complaints.find(what) != std::string::npos); };
+    const lapi_mqtt::ConfigurationReader reader(configuration);
+    std::string errors;
+    for (const auto& error : reader.errors()) errors += error + '\n';
+    const auto require_told = [&](const std::string& what) { require(errors.find(what) != std::string::npos); };
     for (const auto& [line, cause] : file.faults) require_told(':' + std::to_string(line) + ": " + cause);
     for (const auto& [key, value] : given) {
         const bool is_known = lapi_mqtt::setting_keys().count(key) != 0;
-        is_known ? require(configuration.get(key) == value) : require_told("unknown key '" + key + "'");
+        is_known ? require(reader.get(key) == value) : require_told("unknown key '" + key + "'");
     }
     const auto with_environment = load(texts);
-    if (with_environment.complaints().empty()) check_settings(lapi_mqtt::read_settings(with_environment));
+    if (!lapi_mqtt::ConfigurationReader(with_environment).errors().empty()) return 0;
+    check_settings(lapi_mqtt::read_settings(with_environment));
     return 0;
 }

@@ -1,13 +1,14 @@
 // Whatever a service replies is decoded or refused, and what is decoded is what the generated class
 // reads in it.
-#include "fakes/requests_only.h"
 #include "fuzz/fuzz.h"
 #include "lapi_mqtt/sysparam/sysparam_client.h"
+#include "lapi_mqtt/transport_error.h"
 #include "sysparam.pb.h"
 
 namespace {
 
-struct Replying : fake::RequestsOnly {
+struct Replying : lapi_mqtt::IRequester {
+    using Message = ecu::lapi::com::Message;
     Message request(const std::string&, const Message&) override { return reply; }
     Message reply;
 };
@@ -25,7 +26,7 @@ void check_all(lapi_mqtt::SysparamClient& client, const std::vector<std::uint8_t
     parameters[1].set_data("x");
     client.set_parameters(parameters);
     client.write_parameters();
-} catch (const ecu::lapi::com::TransportError&) {
+} catch (const lapi_mqtt::TransportError&) {
     return;
 }
 

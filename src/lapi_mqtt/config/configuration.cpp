@@ -7,6 +7,7 @@
 #include "ecu/lapi/config.h"
 #include "ecu/lapi/logging.h"
 #include "lapi_mqtt/config/config_file.h"
+#include "lapi_mqtt/config/configuration_reader.h"
 #include "lapi_mqtt/config/settings.h"
 
 extern char** environ;
@@ -47,25 +48,10 @@ Configuration::Configuration() : values(DEFAULT_VALUES) {
 Configuration::Configuration(std::map<std::string, std::string> settings)
     : values(std::move(settings)) {}
 
-Configuration Configuration::defaults() {
-    return Configuration(DEFAULT_VALUES);
-}
-
 std::string& Configuration::operator[](const std::string& key) {
     origins.erase(key);
     own.insert(key);  // from here on the value is the program's own
     return values[key];
-}
-
-std::string Configuration::get(const std::string& key) const {
-    const auto found = values.find(key);
-    return found == values.end() ? std::string() : found->second;
-}
-
-std::string Configuration::origin(const std::string& key) const {
-    const auto read = origins.find(key);
-    if (read != origins.end()) return read->second;
-    return own.count(key) != 0 ? "program or option" : "default";
 }
 
 void Configuration::load_file(const std::string& path, bool must_exist) {
@@ -75,13 +61,12 @@ void Configuration::load_file(const std::string& path, bool must_exist) {
     lapi_mqtt::ConfigFile content;
     if (file.is_open()) content = lapi_mqtt::parse_config(file);
     if (!file.is_open() || file.bad()) {
-        load_complaints.push_back(path +
-                                  ": cannot read the configuration: " + std::strerror(errno));
+        load_errors.push_back(path + ": cannot read the configuration: " + std::strerror(errno));
         return;
     }
     const auto place = [&path](int line) { return path + ":" + std::to_string(line); };
     for (const auto& fault : content.faults) {
-        load_complaints.push_back(place(fault.line) + ": " + fault.cause);
+        load_errors.push_back(place(fault.line) + ": " + fault.cause);
     }
     for (const auto& entry : content.entries) take(entry.key, entry.value, place(entry.line));
 }
@@ -101,28 +86,56 @@ void Configuration::load_environment() {
 void Configuration::take(const std::string& key, const std::string& value,
                          const std::string& origin) {
     if (lapi_mqtt::setting_keys().count(key) == 0) {
-        load_complaints.push_back(origin + ": unknown key '" + key + "'");
+        load_errors.push_back(origin + ": unknown key '" + key + "'");
         return;
     }
     values[key] = value;
     origins[key] = origin;
 }
 
-std::vector<std::string> Configuration::complaints() const {
-    std::vector<std::string> found = load_complaints;
-    const auto complain = [&](const std::string& key, const std::string& cause) {
-        const auto origin = origins.find(key);
-        found.push_back((origin == origins.end() ? "" : origin->second + ": ") + key + ": " +
-                        cause);
+bool Configuration::verify() const {
+    const auto found = lapi_mqtt::ConfigurationReader(*this).errors();
+    for (const auto& error : found) logging::write(logging::ERROR, error);
+    return found.empty();
+}
+
+}  // namespace ecu::lapi::config
+
+namespace lapi_mqtt {
+
+using ecu::lapi::config::Configuration;
+
+std::unique_ptr<Configuration> ConfigurationReader::defaults() {
+    return std::unique_ptr<Configuration>(
+        new Configuration(ecu::lapi::config::DEFAULT_VALUES));  // its constructor is private
+}
+
+std::string ConfigurationReader::get(const std::string& key) const {
+    const auto found = configuration.values.find(key);
+    return found == configuration.values.end() ? std::string() : found->second;
+}
+
+std::string ConfigurationReader::origin(const std::string& key) const {
+    const auto read = configuration.origins.find(key);
+    if (read != configuration.origins.end()) return read->second;
+    return configuration.own.count(key) != 0 ? "program or option" : "default";
+}
+
+std::vector<std::string> ConfigurationReader::errors() const {
+    std::vector<std::string> found = configuration.load_errors;
+    const auto report = [&](const std::string& key, const std::string& cause) {
+        const auto origin = configuration.origins.find(key);
+        found.push_back((origin == configuration.origins.end() ? "" : origin->second + ": ") + key +
+                        ": " + cause);
     };
-    for (const auto& [key, value] : values) {
-        if (lapi_mqtt::setting_keys().count(key) == 0) {
-            complain(key, "unknown key");
-        } else if (const auto fault = lapi_mqtt::setting_fault(key, value)) {
-            complain(key, *fault);
+    for (const auto& [key, value] : configuration.values) {
+        if (setting_keys().count(key) == 0) {
+            report(key, "unknown key");
+        } else if (const auto fault = setting_fault(key, value)) {
+            report(key, *fault);
         }
     }
-    if (values.count("client_name") == 0) complain("client_name", "missing value");
+    if (configuration.values.count("client_name") == 0) report("client_name", "missing value");
     // A setting that has no effect without another one is an oversight worth a word.
     const std::pair<const char*, const char*> needs[] = {
         {"password_file", "username"},
@@ -131,17 +144,11 @@ std::vector<std::string> Configuration::complaints() const {
         {"cert_file", "ca_file"},
     };
     for (const auto& [key, needed] : needs) {
-        if (values.count(key) != 0 && values.count(needed) == 0) {
-            complain(key, std::string("needs a value for ") + needed);
+        if (configuration.values.count(key) != 0 && configuration.values.count(needed) == 0) {
+            report(key, std::string("needs a value for ") + needed);
         }
     }
     return found;
 }
 
-bool Configuration::verify() const {
-    const auto found = complaints();
-    for (const auto& complaint : found) logging::write(logging::ERROR, complaint);
-    return found.empty();
-}
-
-}  // namespace ecu::lapi::config
+}  // namespace lapi_mqtt

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <string>
+#include <utility>
 
 #include "ecu/lapi/logging.h"
 
@@ -36,6 +37,8 @@ void warn_of_readers(const char* what, const std::string& path) {
 }  // namespace
 
 void warn_of_exposed_secrets(const Settings& settings) {
+    static bool has_warned = false;  // a program may make several clients of one configuration
+    if (std::exchange(has_warned, true)) return;
     warn_of_readers("password file", settings.password_file);
     warn_of_readers("key file", settings.key_file);
     if (!settings.password_file.empty() && settings.ca_file.empty() &&

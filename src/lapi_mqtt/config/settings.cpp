@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "ecu/lapi/logging.h"
+#include "lapi_mqtt/config/configuration_reader.h"
 #include "lapi_mqtt/logging/printable.h"
 
 namespace lapi_mqtt {
@@ -120,7 +121,8 @@ std::optional<std::string> setting_fault(const std::string& key, const std::stri
     return checks().at(key)(value);
 }
 
-Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
+Settings read_settings(const ecu::lapi::config::Configuration& loaded) {
+    const ConfigurationReader configuration(loaded);
     const auto milliseconds = [&](const char* key) {
         return std::chrono::milliseconds(number(configuration.get(key)).value());
     };
@@ -139,8 +141,9 @@ Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
     return settings;
 }
 
-void log_settings(const ecu::lapi::config::Configuration& configuration) {
+void log_settings(const ecu::lapi::config::Configuration& loaded) {
     namespace logging = ecu::lapi::logging;
+    const ConfigurationReader configuration(loaded);
     for (const auto& key : setting_keys()) {
         const std::string value = configuration.get(key);
         if (value.empty()) continue;

@@ -39,8 +39,8 @@ struct Traffic {
     std::uint64_t received = 0;
 };
 
-/// Whether a subscription brings what the broker has kept for its topics.
-enum class Kept { unwanted, wanted };
+/// Whether the broker sends the retained messages of a new subscription.
+enum class RetainHandling { send, do_not_send };
 
 /// One MQTT 5 connection, from CONNECT to its end; a lost one is replaced by a new object, so that
 /// nothing of it is ever sent again. `open` and `loop` belong to one thread; packets may be queued
@@ -62,7 +62,7 @@ public:
     /// Each queues a packet and returns its id.
     virtual int publish(const std::string& topic, const ecu::lapi::com::Message& message, int qos,
                         const PublishProperties& properties) = 0;
-    virtual int subscribe(const std::string& filter, int qos, Kept kept) = 0;
+    virtual int subscribe(const std::string& filter, int qos, RetainHandling retained) = 0;
     virtual int unsubscribe(const std::string& filter) = 0;
 
     /// Queues DISCONNECT; `loop` returns false once it and all before it are written.

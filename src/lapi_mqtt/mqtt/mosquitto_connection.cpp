@@ -215,11 +215,11 @@ int MosquittoConnection::publish(const std::string& topic, const ecu::lapi::com:
     return id;
 }
 
-int MosquittoConnection::subscribe(const std::string& filter, int qos, Kept kept) {
-    // Without "retain as published" a unit could not tell what was published to be kept.
-    const int options =
-        MQTT_SUB_OPT_RETAIN_AS_PUBLISHED |
-        (kept == Kept::wanted ? MQTT_SUB_OPT_SEND_RETAIN_ALWAYS : MQTT_SUB_OPT_SEND_RETAIN_NEVER);
+int MosquittoConnection::subscribe(const std::string& filter, int qos, RetainHandling retained) {
+    // Without "retain as published" a unit could not tell what was published with RETAIN set.
+    const int options = MQTT_SUB_OPT_RETAIN_AS_PUBLISHED |
+                        (retained == RetainHandling::send ? MQTT_SUB_OPT_SEND_RETAIN_ALWAYS
+                                                          : MQTT_SUB_OPT_SEND_RETAIN_NEVER);
     int id = 0;
     check_result(mosquitto_subscribe_v5(handle.get(), &id, filter.c_str(), qos, options, nullptr));
     return id;

@@ -38,7 +38,7 @@ public:
     std::string end_cause() const override;
     int publish(const std::string& topic, const ecu::lapi::com::Message& message, int qos,
                 const PublishProperties& properties) override;
-    int subscribe(const std::string& filter, int qos, Kept kept) override;
+    int subscribe(const std::string& filter, int qos, RetainHandling retained) override;
     int unsubscribe(const std::string& filter) override;
     void disconnect() override;
     void abort() override;

@@ -2,16 +2,16 @@
 
 #include <algorithm>
 #include <climits>
+#include <stdexcept>
 
 #include "lapi_mqtt/sysparam/read_reply.h"
+#include "lapi_mqtt/transport_error.h"
 #include "protocol/topics.h"
 
 namespace lapi_mqtt {
 namespace {
 
-using ecu::lapi::com::ITransportClient;
 using ecu::lapi::com::Message;
-using ecu::lapi::com::TransportError;
 using ecu::lapi::var::ParameterMap;
 using Entry = ecu::lapi::pb::SystemParameterEntry;
 using Kind = TransportError::Kind;
@@ -19,11 +19,11 @@ using Kind = TransportError::Kind;
 constexpr char MAYBE_WRITTEN[] = "; the parameter may or may not have been written, check with get";
 
 [[noreturn]] void fail_malformed(const char* topic, const char* consequence) {
-    throw TransportError(Kind::unanswered, std::string("malformed reply on ") + topic +
-                                               " from the parameter service" + consequence);
+    throw TransportError(Kind::outcome_unknown, std::string("malformed reply on ") + topic +
+                                                    " from the parameter service" + consequence);
 }
 
-std::vector<std::uint8_t> call(ITransportClient& transport, const char* topic,
+std::vector<std::uint8_t> call(IRequester& transport, const char* topic,
                                const google::protobuf::MessageLite& request) {
     std::vector<std::uint8_t> payload(request.ByteSizeLong());
     if (payload.size() > INT_MAX ||
@@ -34,7 +34,7 @@ std::vector<std::uint8_t> call(ITransportClient& transport, const char* topic,
     try {
         return transport.request(topic, Message(std::move(payload))).payload;
     } catch (const TransportError& error) {
-        if (error.kind() != Kind::no_listener) throw;
+        if (error.kind() != Kind::no_matching_subscribers) throw;
         throw TransportError(error.kind(),
                              std::string("no parameter service is listening: ") + error.what());
     }
@@ -116,7 +116,7 @@ std::pair<bool, ParameterMap> SysparamClient::write_parameters() {
     try {
         payload = call(*transport, protocol::SYSPARAM_WRITE_TOPIC, changes);
     } catch (const TransportError& error) {
-        if (error.kind() != Kind::unanswered) throw;
+        if (error.kind() != Kind::outcome_unknown) throw;
         throw TransportError(error.kind(), std::string(error.what()) + MAYBE_WRITTEN);
     }
     ParameterMap refused;
@@ -140,7 +140,9 @@ namespace ecu::lapi::var {
 
 std::shared_ptr<ISystemParameterClient> create_sysparams_client(
     std::shared_ptr<com::ITransportClient> transport) {
-    return std::make_shared<lapi_mqtt::SysparamClient>(std::move(transport));
+    auto requester = std::dynamic_pointer_cast<lapi_mqtt::IRequester>(transport);
+    if (!requester) throw std::invalid_argument("the transport client is another library's");
+    return std::make_shared<lapi_mqtt::SysparamClient>(std::move(requester));
 }
 
 }  // namespace ecu::lapi::var

@@ -69,7 +69,7 @@ Calls::Message Calls::request(const std::string& topic, const Message& message) 
 /// reply would be lost.
 void Calls::subscribe_replies(Link::Lock& lock, const Step& step) {
     const int id = link.queue(lock, step, [this](Connection& connection) {
-        return connection.subscribe(topic_of_replies, 1, Kept::unwanted);
+        return connection.subscribe(topic_of_replies, 1, RetainHandling::do_not_send);
     });
     link.await_grant(lock, id, time_out, {"subscribe", topic_of_replies});
     is_subscribed = true;
@@ -105,10 +105,10 @@ Calls::Message Calls::await_reply(Link::Lock& lock, const Awaited& word,
         link.fail(Kind::failed, step, word.outcome->text);
     }
     if (end == Link::WaitEnd::connection_lost) {
-        link.fail(Kind::unanswered, step, link.down_cause(lock));
+        link.fail(Kind::outcome_unknown, step, link.down_cause(lock));
     }
-    if (unheard) link.fail(Kind::no_listener, step, "nobody subscribes this topic");
-    link.fail(Kind::unanswered, step,
+    if (unheard) link.fail(Kind::no_matching_subscribers, step, "nobody subscribes this topic");
+    link.fail(Kind::outcome_unknown, step,
               "no reply within " + std::to_string(time_out.count()) + " ms");
 }
 

@@ -73,19 +73,16 @@ void Link::run() {
 /// False when the connection has ended.
 bool Link::drive(milliseconds timeout) {
     const bool connected = connection->loop(timeout);
-    if (report) report_transfer();
     if (!connected) lose_connection();
     return connected;
 }
 
-void Link::report_transfer() {
-    Lock held(mutex);
+ecu::lapi::com::Transfer Link::transfer() const {
+    const Lock held(mutex);
     const Movement now = movement();
     const std::uint64_t sent = now.traffic.taken - std::min(sent_from, now.traffic.taken);
-    const std::uint64_t size = sent_size;
-    held.unlock();
-    if (sent < size) return report(sent, size);
-    report(now.traffic.received - std::min(now.foreign_end, now.traffic.received), 0);
+    if (sent < sent_size) return {sent, sent_size};
+    return {now.traffic.received - std::min(now.foreign_end, now.traffic.received), 0};
 }
 
 void Link::lose_connection() {
@@ -203,9 +200,8 @@ const std::string& Link::down_cause(const Lock& /*lock*/) const {
 }
 
 void Link::fail(Kind kind, const Step& step, const std::string& cause) const {
-    throw ecu::lapi::com::TransportError(
-        kind, printable(std::string("Cannot ") + step.verb + " " + step.topic +
-                        " on the broker at " + broker_place + ": " + cause));
+    throw TransportError(kind, printable(std::string("Cannot ") + step.verb + " " + step.topic +
+                                         " on the broker at " + broker_place + ": " + cause));
 }
 
 void Link::on_message(Incoming incoming) {

@@ -9,10 +9,11 @@
 #include <string>
 #include <thread>
 
-#include "ecu/lapi/com.h"
+#include "ecu/lapi/progress.h"
 #include "lapi_mqtt/mqtt/connection.h"
 #include "lapi_mqtt/transport/acknowledgements.h"
 #include "lapi_mqtt/transport/patience.h"
+#include "lapi_mqtt/transport_error.h"
 
 namespace lapi_mqtt {
 
@@ -34,7 +35,7 @@ inline std::int64_t milliseconds_since(Patience::Clock::time_point began) {
 class Link final : private ConnectionEvents {
 public:
     using Lock = std::unique_lock<std::mutex>;
-    using Kind = ecu::lapi::com::TransportError::Kind;
+    using Kind = TransportError::Kind;
     enum class WaitEnd { done, connection_lost, out_of_patience };
 
     /// Told on the thread that drives.
@@ -59,9 +60,6 @@ public:
     Link(const Link&) = delete;
     Link& operator=(const Link&) = delete;
 
-    /// Has the hook told after each look at the connection. Call it before `connect`.
-    void report_transfers(ecu::lapi::com::TransferHook hook) { report = std::move(hook); }
-
     /// Returns when the connection is accepted or has failed, which is logged at ERROR.
     void connect();
 
@@ -76,6 +74,9 @@ public:
     void stop();
 
     Lock lock() { return Lock(mutex); }
+    /// As ITransferProgress tells it.
+    ecu::lapi::com::Transfer transfer() const;
+
     const std::string& place() const { return broker_place; }
 
     // With the lock held, which is the first argument.
@@ -115,7 +116,6 @@ private:
     bool reconnect();
     bool drive(std::chrono::milliseconds timeout);
     void lose_connection();
-    void report_transfer();
     void drive_or_wait(Lock& lock, Patience::Clock::time_point until);
     Movement movement() const;
     void on_message(Incoming incoming) override;
@@ -124,11 +124,10 @@ private:
     const std::string broker_place;
     const ConnectionFactory factory;
     Owner& owner;
-    ecu::lapi::com::TransferHook report;  ///< constant once connected
 
     // Guarded by mutex. `connection` is replaced only by the thread that drives, which may look at
     // it without the lock.
-    std::mutex mutex;
+    mutable std::mutex mutex;
     std::condition_variable changed;
     std::unique_ptr<Connection> connection;  ///< null while there is none
     std::string why_down = "not connected";  ///< while there is none

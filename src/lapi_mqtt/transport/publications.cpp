@@ -30,7 +30,7 @@ void Publications::settle(const std::string& topic, const Outcome& outcome, bool
     --unproven;
     std::optional<Failure> failure;
     if (!outcome) {
-        failure = {Kind::unanswered, topic,
+        failure = {Kind::outcome_unknown, topic,
                    "the connection went before the broker had taken the message"};
     } else if (outcome->says_nobody_listens()) {
         logging::write(logging::WARNING, "No unit listens on the broker at ", link.place(),
@@ -51,14 +51,14 @@ void Publications::await_taken(Link::Lock& lock) {
                                [this] { return unproven == 0; });
     if (first_failure) {
         const Failure failure = *first_failure;
-        const bool is_lost = failure.kind == Kind::unanswered;
+        const bool is_lost = failure.kind == Kind::outcome_unknown;
         link.fail(failure.kind, {"publish on", failure.topic},
                   is_lost ? link.down_cause(lock) + ", before the broker had taken the message"
                           : failure.cause);
     }
     if (end == Link::WaitEnd::out_of_patience) {
         link.abort(lock);  // else the rest of the message would hold up the goodbye
-        link.fail(Kind::unanswered, {"publish on", last_topic},
+        link.fail(Kind::outcome_unknown, {"publish on", last_topic},
                   "the connection stalled before the broker had taken the message");
     }
 }

@@ -7,6 +7,7 @@
 
 #include "ecu/lapi/com.h"
 #include "lapi_mqtt/mqtt/connection.h"
+#include "lapi_mqtt/service_client.h"
 
 namespace lapi_mqtt {
 
@@ -24,7 +25,7 @@ Verdict judge(const Incoming& request, std::chrono::steady_clock::time_point now
 /// Who answers the requests on which topic. Not thread-safe.
 class Services {
 public:
-    using Handler = ecu::lapi::com::RequestHandler;
+    using Handler = RequestHandler;
 
     void add(const std::string& topic, Handler handler) { handlers[topic] = std::move(handler); }
 

@@ -6,12 +6,6 @@
 
 namespace lapi_mqtt {
 
-bool Subscriptions::holds(const std::string& filter, const ObserverHandle& observer) const {
-    return std::any_of(entries.begin(), entries.end(), [&](const Entry& entry) {
-        return entry.filter == filter && entry.observer == observer;
-    });
-}
-
 bool Subscriptions::remove(const std::string& filter, const ObserverHandle& observer) {
     const auto found = std::find_if(entries.begin(), entries.end(), [&](const Entry& entry) {
         return entry.filter == filter && entry.observer == observer;

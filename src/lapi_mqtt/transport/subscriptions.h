@@ -17,13 +17,14 @@ public:
     struct Entry {
         std::string filter;
         int qos;
-        Kept kept;
+        RetainHandling retained;
         ObserverHandle observer;
+
+        /// Who asks for retained messages only watches.
+        bool is_announced() const { return retained == RetainHandling::do_not_send; }
     };
 
     void add(Entry entry) { entries.push_back(std::move(entry)); }
-
-    bool holds(const std::string& filter, const ObserverHandle& observer) const;
 
     /// True when an entry went and no other one of the same filter is left.
     bool remove(const std::string& filter, const ObserverHandle& observer);

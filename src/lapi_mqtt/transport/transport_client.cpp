@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "ecu/lapi/logging.h"
+#include "lapi_mqtt/config/configuration_reader.h"
 #include "lapi_mqtt/config/exposure.h"
 #include "lapi_mqtt/mqtt/client_id.h"
 #include "lapi_mqtt/mqtt/topic_filter.h"
@@ -20,12 +21,29 @@ com::Message message_of(const std::string& text) {
     return com::Message({text.begin(), text.end()});
 }
 
+Settings take_settings(std::unique_ptr<ecu::lapi::config::Configuration>& config) {
+    const auto own = std::move(config);
+    if (!own->verify()) {
+        throw TransportError(
+            TransportError::Kind::failed,
+            "Cannot use the configuration: " + ConfigurationReader(*own).errors().front());
+    }
+    log_settings(*own);
+    auto settings = read_settings(*own);
+    warn_of_exposed_secrets(settings);
+    return settings;
+}
+
 }  // namespace
 
-TransportClient::TransportClient(Settings checked_settings, ConnectionFactory connections)
+TransportClient::TransportClient(Settings checked_settings, std::optional<Presence> own_presence,
+                                 ConnectionFactory connections)
     : settings(std::move(checked_settings)),
       factory(std::move(connections)),
       client_id(make_client_id(settings.client_name)),
+      presence(std::move(own_presence)),
+      will(presence ? std::make_optional<Will>({on_broker(presence->topic), presence->absent})
+                    : std::nullopt),
       link(
           settings.place(),
           [this](ConnectionEvents& events) -> std::unique_ptr<Connection> {
@@ -35,10 +53,7 @@ TransportClient::TransportClient(Settings checked_settings, ConnectionFactory co
           *this),
       calls(link, protocol::REPLY_PREFIX + client_id + protocol::REPLY_SUFFIX,
             settings.request_timeout),
-      publications(link),
-      overlapping([this] { return std::make_unique<TransportClient>(settings, factory); },
-                  [this](const ObserverHandle& observer, const std::string& topic,
-                         const Message& message) { forward(observer, topic, message); }) {}
+      publications(link) {}
 
 TransportClient::~TransportClient() {
     stop();
@@ -55,8 +70,12 @@ void TransportClient::connect() {
     link.connect();
 }
 
-void TransportClient::report_transfers(com::TransferHook hook) {
-    link.report_transfers(std::move(hook));
+com::Transfer TransportClient::transfer() const {
+    return link.transfer();
+}
+
+void TransportClient::post(std::function<void()> job) {
+    delivery.push_at_once(std::move(job));
 }
 
 void TransportClient::start() {
@@ -89,13 +108,11 @@ void TransportClient::disconnect() {
     }
     link.disconnect(lock);
     lock.unlock();
-    overlapping.disconnect();
     if (failure) std::rethrow_exception(failure);
 }
 
 void TransportClient::stop() {
     delivery.close();
-    overlapping.stop();
     link.stop();
     delivery.stop();
 }
@@ -118,16 +135,16 @@ void TransportClient::publish(const std::string& topic, const Message& message) 
 }
 
 void TransportClient::publish(const std::string& topic, const Message& message,
-                              com::TakenHandler taken) {
+                              AckHandler handler) {
     const Step step{"publish on", on_broker(topic)};
     const auto lock = link.lock();
     need_delivery(lock);
     const int id = link.queue(lock, step, [&](Connection& connection) {
         return connection.publish(step.topic, message, std::max(message.get_qos(), 1), {});
     });
-    link.expect(lock, id, [this, taken = std::move(taken)](const Outcome& outcome) {
-        const bool is_taken = outcome && !outcome->is_refusal();
-        delivery.push_at_once([taken, is_taken] { taken(is_taken); });
+    link.expect(lock, id, [this, handler = std::move(handler)](const Outcome& outcome) {
+        const bool acknowledged = outcome && !outcome->is_refusal();
+        delivery.push_at_once([handler, acknowledged] { handler(acknowledged); });
     });
 }
 
@@ -150,21 +167,19 @@ void TransportClient::expect_listener(const Link::Lock& lock, int announcement) 
 
 void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandle observer) {
     const Step step{"subscribe", on_broker(topic)};
-    const Kept kept = (qos & com::WITH_KEPT) != 0 ? Kept::wanted : Kept::unwanted;
-    const int own_qos = qos & ~com::WITH_KEPT;
+    const bool only_watches = (qos & com::WATCH_ONLY) != 0;
+    const auto retained = only_watches ? RetainHandling::send : RetainHandling::do_not_send;
+    const int own_qos = qos & ~com::WATCH_ONLY;
     auto lock = link.lock();
     need_delivery(lock);
-    if (overlaps(lock, topic)) {
-        lock.unlock();
-        return overlapping.subscribe(topic, qos, observer);
-    }
     const int id = link.queue(lock, step, [&](Connection& connection) {
-        return connection.subscribe(step.topic, own_qos, kept);
+        return connection.subscribe(step.topic, own_qos, retained);
     });
-    // Before the grant: a kept message may come right behind it.
-    subscriptions.add({topic, own_qos, kept, observer});
+    // Before the grant: a retained message may come right behind it.
+    subscriptions.add({topic, own_qos, retained, observer});
     try {
         link.await_grant(lock, id, settings.request_timeout, step);
+        if (only_watches) return;
         const int announcement = link.queue(
             lock, step, [&](Connection& connection) { return announce(connection, topic); });
         expect_listener(lock, announcement);
@@ -174,35 +189,10 @@ void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandl
     }
 }
 
-bool TransportClient::overlaps(const Link::Lock& /*lock*/, const std::string& topic) const {
-    const auto& entries = subscriptions.all();
-    const auto is_of = [&topic](const auto& entry) { return entry.filter == topic; };
-    if (std::any_of(entries.begin(), entries.end(), is_of)) return false;
-    const auto& served = services.all();
-    return std::any_of(entries.begin(), entries.end(),
-                       [&](const auto& entry) { return filters_overlap(entry.filter, topic); }) ||
-           std::any_of(served.begin(), served.end(),
-                       [&](const auto& service) { return filters_overlap(service.first, topic); });
-}
-
-/// All observers are called on the one delivery thread.
-void TransportClient::forward(const ObserverHandle& observer, const std::string& topic,
-                              const Message& message) {
-    delivery.push(message.payload.size(), [this, observer, topic, message] {
-        {
-            const auto lock = link.lock();
-            const auto own = subscriptions.receivers(topic);
-            if (std::find(own.begin(), own.end(), observer) != own.end()) return;
-        }
-        observer->message(topic, message);
-    });
-}
-
 /// Nobody waits for the broker's word: it may be behind a large message on a slow link.
 void TransportClient::unsubscribe(const std::string& topic, ObserverHandle observer) {
     const Step step{"unsubscribe", on_broker(topic)};
     const auto lock = link.lock();
-    if (!subscriptions.holds(topic, observer)) return overlapping.unsubscribe(topic, observer);
     if (!subscriptions.remove(topic, observer) || !link.is_up(lock)) return;
     link.queue(lock, step,
                [&](Connection& connection) { return connection.unsubscribe(step.topic); });
@@ -213,22 +203,17 @@ TransportClient::Message TransportClient::request(const std::string& topic,
     return calls.request(on_broker(topic), message);
 }
 
-void TransportClient::serve(const std::string& topic, com::RequestHandler handler) {
+void TransportClient::serve(const std::string& topic, RequestHandler handler) {
     const Step step{"serve", on_broker(topic)};
     auto lock = link.lock();
     need_delivery(lock);
     const int id = link.queue(lock, step, [&](Connection& connection) {
-        return connection.subscribe(step.topic, 1, Kept::unwanted);
+        return connection.subscribe(step.topic, 1, RetainHandling::do_not_send);
     });
     services.add(topic, std::move(handler));
     if (link.await_grant(lock, id, settings.request_timeout, step) == 0) {
         link.fail(Kind::failed, step, "the broker grants QoS 0 only, requests need QoS 1");
     }
-}
-
-void TransportClient::set_presence(com::Presence wanted) {
-    presence = std::move(wanted);
-    will = Will{on_broker(presence->topic), presence->absent};
 }
 
 void TransportClient::show_presence() {
@@ -250,11 +235,11 @@ void TransportClient::publish_presence(Connection& connection, const std::string
 /// What was published meanwhile is missed; the announcements bring the current values.
 void TransportClient::on_reconnected(Connection& connection) {
     for (const auto& [topic, handler] : services.all()) {
-        connection.subscribe(on_broker(topic), 1, Kept::unwanted);
+        connection.subscribe(on_broker(topic), 1, RetainHandling::do_not_send);
     }
     for (const auto& entry : subscriptions.all()) {
-        connection.subscribe(on_broker(entry.filter), entry.qos, entry.kept);
-        announce(connection, entry.filter);
+        connection.subscribe(on_broker(entry.filter), entry.qos, entry.retained);
+        if (entry.is_announced()) announce(connection, entry.filter);
     }
     if (is_shown) publish_presence(connection, presence->present);
 }
@@ -263,21 +248,18 @@ void TransportClient::on_lost() {
     calls.connection_lost();
 }
 
-}  // namespace lapi_mqtt
-
-namespace ecu::lapi::com {
-
-std::shared_ptr<ITransportClient> create_client(std::unique_ptr<config::Configuration>& config,
-                                                TransportType /*type*/) {
-    const auto own = std::move(config);
-    if (!own->verify()) {
-        throw TransportError(TransportError::Kind::failed,
-                             "Cannot use the configuration: " + own->complaints().front());
-    }
-    lapi_mqtt::log_settings(*own);
-    auto settings = lapi_mqtt::read_settings(*own);
-    lapi_mqtt::warn_of_exposed_secrets(settings);
-    return std::make_shared<lapi_mqtt::TransportClient>(std::move(settings));
+std::unique_ptr<ecu::lapi::config::Configuration> default_configuration() {
+    return ConfigurationReader::defaults();
 }
 
-}  // namespace ecu::lapi::com
+std::shared_ptr<IServiceClient> create_service_client(
+    std::unique_ptr<ecu::lapi::config::Configuration>& config, const Presence& presence) {
+    return std::make_shared<TransportClient>(take_settings(config), presence);
+}
+
+}  // namespace lapi_mqtt
+
+std::shared_ptr<ecu::lapi::com::ITransportClient> ecu::lapi::com::create_client(
+    std::unique_ptr<config::Configuration>& config, TransportType /*type*/) {
+    return std::make_shared<lapi_mqtt::TransportClient>(lapi_mqtt::take_settings(config));
+}

@@ -6,12 +6,14 @@
 #include <string>
 
 #include "ecu/lapi/com.h"
+#include "ecu/lapi/progress.h"
 #include "lapi_mqtt/config/settings.h"
 #include "lapi_mqtt/mqtt/mosquitto_connection.h"
+#include "lapi_mqtt/requester.h"
+#include "lapi_mqtt/service_client.h"
 #include "lapi_mqtt/transport/calls.h"
 #include "lapi_mqtt/transport/delivery.h"
 #include "lapi_mqtt/transport/link.h"
-#include "lapi_mqtt/transport/overlapping.h"
 #include "lapi_mqtt/transport/publications.h"
 #include "lapi_mqtt/transport/services.h"
 #include "lapi_mqtt/transport/subscriptions.h"
@@ -19,13 +21,17 @@
 namespace lapi_mqtt {
 
 /// The transport client over MQTT 5: joins the link to the broker with who uses it.
-class TransportClient final : public ecu::lapi::com::ITransportClient, private Link::Owner {
+class TransportClient final : public IServiceClient,
+                              public IRequester,
+                              public ecu::lapi::com::ITransferProgress,
+                              private Link::Owner {
 public:
     using Message = ecu::lapi::com::Message;
-    using TransportError = ecu::lapi::com::TransportError;
 
     /// Makes its connections by `connections`; without one, over libmosquitto.
-    explicit TransportClient(Settings checked_settings, ConnectionFactory connections = {});
+    explicit TransportClient(Settings checked_settings,
+                             std::optional<Presence> own_presence = std::nullopt,
+                             ConnectionFactory connections = {});
     ~TransportClient() override;
     TransportClient(const TransportClient&) = delete;
     TransportClient& operator=(const TransportClient&) = delete;
@@ -33,23 +39,20 @@ public:
     void connect() override;
     void disconnect() override;
     void publish(const std::string& topic, const Message& message) override;
-    void publish(const std::string& topic, const Message& message,
-                 ecu::lapi::com::TakenHandler taken) override;
+    void publish(const std::string& topic, const Message& message, AckHandler handler) override;
     void subscribe(const std::string& topic, int qos, ObserverHandle observer) override;
     void unsubscribe(const std::string& topic, ObserverHandle observer) override;
     Message request(const std::string& topic, const Message& message) override;
-    void serve(const std::string& topic, ecu::lapi::com::RequestHandler handler) override;
-    void set_presence(ecu::lapi::com::Presence presence) override;
+    void serve(const std::string& topic, RequestHandler handler) override;
     void show_presence() override;
-    void report_transfers(ecu::lapi::com::TransferHook hook) override;
+    void post(std::function<void()> job) override;
+    ecu::lapi::com::Transfer transfer() const override;
     void start() override;
     void stop() override;
 
 private:
     using Kind = TransportError::Kind;
 
-    bool overlaps(const Link::Lock& lock, const std::string& topic) const;
-    void forward(const ObserverHandle& observer, const std::string& topic, const Message& message);
     std::string on_broker(const std::string& topic) const;
     void need_delivery(const Link::Lock& lock);
     int announce(Connection& connection, const std::string& topic) const;
@@ -69,16 +72,13 @@ private:
     const Settings settings;
     const ConnectionFactory factory;
     const std::string client_id;
-
-    // Constant after `connect`.
-    std::optional<ecu::lapi::com::Presence> presence;
-    std::optional<Will> will;
+    const std::optional<Presence> presence;
+    const std::optional<Will> will;
 
     Link link;
     Calls calls;
     Publications publications;
     Delivery delivery;
-    Overlapping overlapping;
 
     // Guarded by the link's lock.
     Services services;

@@ -5,18 +5,18 @@
 
 #include <deque>
 
-#include "fakes/requests_only.h"
+#include "fakes/service_client_stub.h"
 #include "protocol/topics.h"
 
 namespace {
 
-using ecu::lapi::com::TakenHandler;
-using ecu::lapi::com::TransportError;
+using lapi_mqtt::AckHandler;
+using lapi_mqtt::TransportError;
 
 /// Takes small messages, and tells so when it is told to.
-struct ScriptedTransport : fake::RequestsOnly {
+struct ScriptedTransport : fake::ServiceClientStub {
     void subscribe(const std::string&, int, Observer new_observer) override { observer = new_observer; }
-    void publish(const std::string& topic, const Message& message, TakenHandler taken) override {
+    void publish(const std::string& topic, const Message& message, AckHandler taken) override {
         const std::string text(message.payload.begin(), message.payload.end());
         if (text.size() > 5) throw TransportError(TransportError::Kind::failed, "too large");
         const bool is_blob = topic == protocol::SECSTORE_GET_TOPIC;
@@ -29,11 +29,10 @@ struct ScriptedTransport : fake::RequestsOnly {
         if (!handlers.empty()) handlers.pop_front();
         handler(taken);
     }
-    Message request(const std::string&, const Message&) override { return {}; }
 
     Observer observer;
     std::string published;
-    std::deque<TakenHandler> handlers;
+    std::deque<AckHandler> handlers;
 };
 
 /// Events: a client announces that it waits (a), the unit itself subscribes (o), a topic that is

@@ -14,7 +14,7 @@ namespace ecu::lapi::var {
 /// Records by OTAID, in ascending unsigned order.
 using ParameterMap = std::map<unsigned int, pb::SystemParameterEntry>;
 
-/// Synchronous; every operation may throw com::TransportError. Used by one thread at a time.
+/// Synchronous; every operation may throw std::exceptions. Used by one thread at a time.
 class ISystemParameterClient {
 public:
     virtual ~ISystemParameterClient() = default;

@@ -5,6 +5,7 @@
 
 #include "ecu/lapi/config.h"
 #include "ecu/lapi/logging.h"
+#include "lapi_mqtt/config/configuration_reader.h"
 #include "lapi_mqtt/config/settings.h"
 
 namespace {
@@ -12,6 +13,10 @@ namespace {
 using ecu::lapi::config::Configuration;
 using testing::ElementsAre;
 using testing::HasSubstr;
+
+std::vector<std::string> errors_of(const Configuration& configuration) {
+    return lapi_mqtt::ConfigurationReader(configuration).errors();
+}
 
 /// A configuration file of its own, and nothing else of the environment.
 class ConfigurationOf : public testing::Test {
@@ -76,20 +81,20 @@ TEST_F(ConfigurationOf, NamesThePlaceOfEachFault) {
         {"username = J\xfcrgen", ":1: username: 'J\xfcrgen' is not UTF-8 text without control characters"},
     };
     for (const auto& [content, complaint] : table) {
-        EXPECT_THAT(load(content).complaints(), testing::Contains(HasSubstr(complaint)));
+        EXPECT_THAT(errors_of(load(content)), testing::Contains(HasSubstr(complaint)));
     }
     setenv("ECU_LAPI_PORT", "x", 1);
     setenv("ECU_LAPI_PROT", "1", 1);
     auto configuration = load("");
-    EXPECT_THAT(configuration.complaints(), ElementsAre("ECU_LAPI_PROT: unknown key 'prot'",
-                                                        "ECU_LAPI_PORT: port: 'x' is not a number from 1 to 65535"));
+    EXPECT_THAT(errors_of(configuration), ElementsAre("ECU_LAPI_PROT: unknown key 'prot'",
+                                                      "ECU_LAPI_PORT: port: 'x' is not a number from 1 to 65535"));
     configuration["port"] = "y";
     configuration["client_name"] = "a/b";
-    EXPECT_THAT(configuration.complaints(),
+    EXPECT_THAT(errors_of(configuration),
                 ElementsAre("ECU_LAPI_PROT: unknown key 'prot'", "client_name: 'a/b' holds one of the characters / + #",
                             "port: 'y' is not a number from 1 to 65535"));
     setenv("ECU_LAPI_CONFIG", "/nowhere/lapi.conf", 1);
-    EXPECT_THAT(Configuration().complaints().front(),
+    EXPECT_THAT(errors_of(Configuration()).front(),
                 HasSubstr("/nowhere/lapi.conf: cannot read the configuration: No such file"));
     EXPECT_FALSE(Configuration().verify());
 }

@@ -2,11 +2,12 @@
 
 #include <gmock/gmock.h>
 
-#include "fakes/requests_only.h"
+#include "lapi_mqtt/transport_error.h"
 
 namespace {
 
-using ecu::lapi::com::TransportError;
+using ecu::lapi::com::Message;
+using lapi_mqtt::TransportError;
 using testing::HasSubstr;
 using testing::Pair;
 using testing::ThrowsMessage;
@@ -20,7 +21,7 @@ std::vector<std::uint8_t> bytes(const std::string& hex) {
 }
 
 /// Takes requests and gives the replies of a script.
-struct ScriptedService : fake::RequestsOnly {
+struct ScriptedService : lapi_mqtt::IRequester {
     Message request(const std::string& topic, const Message& message) override {
         requests.emplace_back(topic, message.payload);
         if (replies.empty()) throw TransportError(failure, "cause");
@@ -29,7 +30,7 @@ struct ScriptedService : fake::RequestsOnly {
         return answer;
     }
     std::vector<std::string> replies;
-    TransportError::Kind failure = TransportError::Kind::unanswered;
+    TransportError::Kind failure = TransportError::Kind::outcome_unknown;
     std::vector<std::pair<std::string, std::vector<std::uint8_t>>> requests;
 };
 
@@ -100,7 +101,7 @@ TEST_F(ParameterClient, TellsRefusedUnknownAndFailedWritesApart) {
     expect_failure("cause; the parameter may or may not have been written, check with get");
     service->failure = TransportError::Kind::failed;
     expect_failure("cause");
-    service->failure = TransportError::Kind::no_listener;
+    service->failure = TransportError::Kind::no_matching_subscribers;
     expect_failure("no parameter service is listening: cause");
 }
 

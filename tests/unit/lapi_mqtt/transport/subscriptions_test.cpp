@@ -39,7 +39,7 @@ TEST(Subscriptions, GiveAMessageOnceToAnObserver) {
     const auto one = std::make_shared<Silent>(), other = std::make_shared<Silent>();
     lapi_mqtt::Subscriptions subscriptions;
     for (const auto& [filter, observer] : {std::pair("a/#", one), {"a/b", one}, {"a/b", other}}) {
-        subscriptions.add({filter, 0, lapi_mqtt::Kept::unwanted, observer});
+        subscriptions.add({filter, 0, lapi_mqtt::RetainHandling::do_not_send, observer});
     }
     EXPECT_THAT(subscriptions.receivers("a/b"), ElementsAre(one, other));
     EXPECT_THAT(subscriptions.receivers("a/c"), ElementsAre(one));

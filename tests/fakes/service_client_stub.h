@@ -1,23 +1,23 @@
 #pragma once
 
-#include "ecu/lapi/com.h"
+#include "lapi_mqtt/requester.h"
+#include "lapi_mqtt/service_client.h"
 
 namespace fake {
 
-/// A transport on which only `request` does anything.
-struct RequestsOnly : ecu::lapi::com::ITransportClient {
+/// A transport client that does nothing.
+struct ServiceClientStub : lapi_mqtt::IServiceClient {
     using Message = ecu::lapi::com::Message;
     using Observer = std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>;
     void connect() override {}
     void disconnect() override {}
     void publish(const std::string&, const Message&) override {}
-    void publish(const std::string&, const Message&, ecu::lapi::com::TakenHandler) override {}
+    void publish(const std::string&, const Message&, lapi_mqtt::AckHandler) override {}
     void subscribe(const std::string&, int, Observer) override {}
     void unsubscribe(const std::string&, Observer) override {}
-    void serve(const std::string&, ecu::lapi::com::RequestHandler) override {}
-    void set_presence(ecu::lapi::com::Presence) override {}
+    void serve(const std::string&, lapi_mqtt::RequestHandler) override {}
     void show_presence() override {}
-    void report_transfers(ecu::lapi::com::TransferHook) override {}
+    void post(std::function<void()> job) override { job(); }
     void start() override {}
     void stop() override {}
 };
