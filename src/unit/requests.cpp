@@ -1,27 +1,26 @@
 #include "unit/requests.h"
 
 #include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/wire_format_lite.h>
 
 #include <algorithm>
 #include <stdexcept>
 #include <string>
 
+#include "protocol/wire_format.h"
 #include "sysparam.pb.h"
 
 namespace unit {
 namespace {
 
 using ecu::lapi::com::Message;
-using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 
-constexpr std::uint32_t OTAID_TAG = WireFormatLite::MakeTag(
-    protocol::ReadRequest::kOtaidFieldNumber, WireFormatLite::WIRETYPE_VARINT);
-constexpr std::uint32_t PACKED_OTAIDS_TAG = WireFormatLite::MakeTag(
-    protocol::ReadRequest::kOtaidFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
-constexpr std::uint32_t ENTRY_TAG = WireFormatLite::MakeTag(
-    protocol::WriteRequest::kEntryFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
+constexpr std::uint32_t OTAID_TAG =
+    protocol::make_tag(protocol::ReadRequest::kOtaidFieldNumber, protocol::VARINT);
+constexpr std::uint32_t PACKED_OTAIDS_TAG =
+    protocol::make_tag(protocol::ReadRequest::kOtaidFieldNumber, protocol::LENGTH_DELIMITED);
+constexpr std::uint32_t ENTRY_TAG =
+    protocol::make_tag(protocol::WriteRequest::kEntryFieldNumber, protocol::LENGTH_DELIMITED);
 
 /// Makes room for one more element, up to the limit.
 template <typename Element>
@@ -64,7 +63,7 @@ std::vector<std::uint32_t> parse_read_request(const Message& request) {
     };
     read_fields(request, [&](CodedInputStream& input, std::uint32_t tag) {
         if (tag == OTAID_TAG) return take_otaid(input);
-        if (tag != PACKED_OTAIDS_TAG) return WireFormatLite::SkipField(&input, tag);
+        if (tag != PACKED_OTAIDS_TAG) return protocol::skip_field(input, tag);
         return within_field(input, [&] {
             while (input.BytesUntilLimit() > 0) {
                 if (!take_otaid(input)) return false;
@@ -80,7 +79,7 @@ std::vector<std::uint32_t> parse_read_request(const Message& request) {
 std::vector<Entry> parse_write_request(const Message& request) {
     std::vector<Entry> entries;
     read_fields(request, [&](CodedInputStream& input, std::uint32_t tag) {
-        if (tag != ENTRY_TAG) return WireFormatLite::SkipField(&input, tag);
+        if (tag != ENTRY_TAG) return protocol::skip_field(input, tag);
         Entry& entry = add_to(entries, "records");
         return within_field(input, [&] {
             return entry.MergeFromCodedStream(&input) && input.ConsumedEntireMessage();

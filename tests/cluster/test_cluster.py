@@ -5,11 +5,10 @@ import re
 import signal
 import time
 
-import paho.mqtt.client as mqtt
 import pytest
 
 from ejabberd import Cluster
-from harness import Peer
+from harness import Peer, new_client
 from processes import DEMO_UNIT, Running, Unit, await_that, scaled
 from protocol import BLOB_GET, block
 
@@ -59,9 +58,8 @@ def test_units_stand_side_by_side_and_rights_may_end_at_one(cluster, unit, reque
 
     other = Unit(tmp_path, cluster.nodes[0].port, "-i", DEMO_UNIT, **cluster.settings("4712", "4712"))
     request.addfinalizer(other.kill)
-    watching = mqtt.Client(protocol=mqtt.MQTTv5)
-    watching.username_pw_set("engineer@localhost", cluster.password.read_text())
-    watch = Peer(cluster.nodes[-1].port, *map("units/+/".__add__, (BLOB_GET, PRESENCE)), client=watching)
+    watch = Peer(cluster.nodes[-1].port, *map("units/+/".__add__, (BLOB_GET, PRESENCE)),
+                 client=new_client("engineer@localhost", cluster.password.read_text()))
     request.addfinalizer(watch.close)
     before = ask("4711", "get").out
     (tmp_path / "blob").write_bytes(b"of 4712")

@@ -45,12 +45,20 @@ class FileBroker(Broker):
         self.start()
 
 
+def new_client(user=None, password=None, client_id=""):
+    """paho 2 has to be told in which of two ways it calls back; what is used here is the same in both."""
+    version = {"callback_api_version": mqtt.CallbackAPIVersion.VERSION2} if hasattr(mqtt, "CallbackAPIVersion") else {}
+    client = mqtt.Client(client_id=client_id, protocol=mqtt.MQTTv5, **version)
+    client.username_pw_set(user, password)
+    return client
+
+
 class Peer:
     """A client of the test's own: a service, a requester or a listener."""
 
     def __init__(self, port, *topics, on_message=None, qos=1, client=None):
         self.messages, self.on_message, granted = [], on_message, threading.Event()
-        self.client = client or mqtt.Client(protocol=mqtt.MQTTv5)
+        self.client = client or new_client()
         self.client.on_subscribe = lambda *_: granted.set()
         self.client.on_message = self.receive
         self.client.connect("127.0.0.1", port)

@@ -2,12 +2,11 @@
 
 import pathlib
 
-import paho.mqtt.client as mqtt
 import pytest
+from paho.mqtt import reasoncodes
 from paho.mqtt.packettypes import PacketTypes
-from paho.mqtt.reasoncodes import ReasonCodes
 
-from harness import FileBroker, Peer
+from harness import FileBroker, Peer, new_client
 from processes import DEMO_UNIT, await_that, free_port, run_korvid
 from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, block
 
@@ -16,6 +15,7 @@ PRESENCE, REPLY = "system/vard/unit", "clients/victim/reply"
 TO_UNIT, FROM_UNIT = [READ_TOPIC, WRITE_TOPIC, BLOB_SET, ANNOUNCEMENT], [BLOB_GET, PRESENCE, REPLY]
 WRITABLE = {"unit": [*FROM_UNIT, ANNOUNCEMENT], "engineer": TO_UNIT, "reader": [READ_TOPIC, ANNOUNCEMENT], "guest": []}
 READABLE = {"engineer": {BLOB_GET, PRESENCE}, "reader": {BLOB_GET, PRESENCE}, "guest": set()}
+ReasonCode = getattr(reasoncodes, "ReasonCode", None) or reasoncodes.ReasonCodes  # before paho 2
 
 
 class ShippedBroker(FileBroker):
@@ -36,8 +36,7 @@ class ShippedBroker(FileBroker):
         return {"port": self.port, "ca_file": self.ca, **({"username": name, "password_file": secret} if name else {})}
 
     def peer(self, name, client_id, *topics, will="nothing"):
-        client = mqtt.Client(client_id, protocol=mqtt.MQTTv5)
-        client.username_pw_set(name, f"word-of-{name}")
+        client = new_client(name, f"word-of-{name}", client_id)
         client.tls_set(self.ca)
         client.will_set(will, "will", qos=1)
         return Peer(self.port, *topics, client=client)
@@ -82,7 +81,7 @@ def test_an_intruder_reads_nothing_and_forges_nothing(ending, shipped, role, cli
         for qos in 0, 1, 2:
             spy.publish(topic, "forged", qos)
         dying = shipped.peer(role, client_id + "-too", will=topic)
-        dying.client.disconnect(ReasonCodes(PacketTypes.DISCONNECT, identifier=4))  # with its will
+        dying.client.disconnect(ReasonCode(PacketTypes.DISCONNECT, identifier=4))  # with its will
     for sender, topics in (victim, TO_UNIT), (unit, WRITABLE["unit"]):
         for topic in topics:
             sender.publish(topic, "true")

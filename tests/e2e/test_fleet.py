@@ -1,9 +1,8 @@
 """Units behind one central broker, each with a broker of its own that is bridged to it."""
 
-import paho.mqtt.client as mqtt
 import pytest
 
-from harness import FileBroker, Peer
+from harness import FileBroker, Peer, new_client
 from links import Proxy
 from processes import DEMO_UNIT, await_that, free_port, run_korvid, scaled
 from protocol import BLOB_GET, block
@@ -28,9 +27,8 @@ class Fleet:
             for close in link.close, own.stop:
                 ending.callback(close)
             self.units[name] = new_unit(own.port, "-i", DEMO_UNIT, "-d", directory / f"{name}.db")
-        self.watch = mqtt.Client(protocol=mqtt.MQTTv5)
-        self.watch.username_pw_set("fleet", "word-of-fleet")
-        self.watch = Peer(self.central.port, *map("units/+/".__add__, (BLOB_GET, PRESENCE, "bridge")), client=self.watch)
+        self.watch = Peer(self.central.port, *map("units/+/".__add__, (BLOB_GET, PRESENCE, "bridge")),
+                          client=new_client("fleet", "word-of-fleet"))
         ending.callback(self.watch.close)
 
     def run(self, account, unit, *command, program="korvid", **settings):

@@ -1,22 +1,21 @@
 #include "lapi_mqtt/sysparam/read_reply.h"
 
 #include <google/protobuf/io/coded_stream.h>
-#include <google/protobuf/wire_format_lite.h>
 
+#include "protocol/wire_format.h"
 #include "sysparam.pb.h"
 
 namespace lapi_mqtt {
 namespace {
 
 using ecu::lapi::var::ParameterMap;
-using google::protobuf::internal::WireFormatLite;
 using google::protobuf::io::CodedInputStream;
 using Entry = ecu::lapi::pb::SystemParameterEntry;
 
-constexpr std::uint32_t ENTRY_TAG = WireFormatLite::MakeTag(
-    protocol::ReadReply::kEntryFieldNumber, WireFormatLite::WIRETYPE_LENGTH_DELIMITED);
-constexpr std::uint32_t COUNT_TAG = WireFormatLite::MakeTag(protocol::ReadReply::kCountFieldNumber,
-                                                            WireFormatLite::WIRETYPE_VARINT);
+constexpr std::uint32_t ENTRY_TAG =
+    protocol::make_tag(protocol::ReadReply::kEntryFieldNumber, protocol::LENGTH_DELIMITED);
+constexpr std::uint32_t COUNT_TAG =
+    protocol::make_tag(protocol::ReadReply::kCountFieldNumber, protocol::VARINT);
 
 /// False when the record is malformed, names no OTAID, or one that is there already.
 bool read_record(CodedInputStream& input, ParameterMap& parameters) {
@@ -47,7 +46,7 @@ std::optional<ParameterMap> decode_read_reply(const std::vector<std::uint8_t>& p
         } else if (tag == COUNT_TAG) {
             if (!input.ReadVarint32(&number)) return std::nullopt;
             count = number;
-        } else if (!WireFormatLite::SkipField(&input, tag)) {
+        } else if (!protocol::skip_field(input, tag)) {
             return std::nullopt;
         }
     }
