@@ -1,14 +1,12 @@
 // What a property list says is read as it stands, and the list that is made from it says the same.
 #include "lapi_mqtt/mqtt/properties.h"
 
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
-
 #include <algorithm>
 #include <map>
 
 #include "fuzz/fuzz.h"
 #include "lapi_mqtt/mqtt/error.h"
+#include "lapi_mqtt/mqtt/libmosquitto.h"
 
 namespace {
 

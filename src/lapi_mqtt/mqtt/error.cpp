@@ -1,12 +1,11 @@
 #include "lapi_mqtt/mqtt/error.h"
 
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
 #include <netdb.h>
 
 #include <cerrno>
 #include <cstring>
 
+#include "lapi_mqtt/mqtt/libmosquitto.h"
 #include "lapi_mqtt/mqtt/properties.h"
 
 namespace lapi_mqtt {

@@ -1,8 +1,5 @@
 #include "lapi_mqtt/mqtt/mosquitto_connection.h"
 
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <climits>
@@ -10,6 +7,7 @@
 
 #include "ecu/lapi/logging.h"
 #include "lapi_mqtt/mqtt/address.h"
+#include "lapi_mqtt/mqtt/libmosquitto.h"
 #include "lapi_mqtt/mqtt/tcp_socket.h"
 
 namespace lapi_mqtt {

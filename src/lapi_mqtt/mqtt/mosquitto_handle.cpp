@@ -1,13 +1,11 @@
 // libmosquitto's handle of a connection: what is set on it and what it calls.
 
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
-
 #include <algorithm>
 #include <ctime>
 #include <exception>
 
 #include "ecu/lapi/logging.h"
+#include "lapi_mqtt/mqtt/libmosquitto.h"
 #include "lapi_mqtt/mqtt/mosquitto_connection.h"
 
 namespace lapi_mqtt {

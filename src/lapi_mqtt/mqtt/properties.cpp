@@ -1,13 +1,11 @@
 #include "lapi_mqtt/mqtt/properties.h"
 
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
 
 #include "lapi_mqtt/mqtt/error.h"
+#include "lapi_mqtt/mqtt/libmosquitto.h"
 #include "protocol/request.h"
 
 namespace lapi_mqtt {

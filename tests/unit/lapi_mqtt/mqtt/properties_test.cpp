@@ -1,11 +1,10 @@
 #include "lapi_mqtt/mqtt/properties.h"
 
 #include <gtest/gtest.h>
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
 
 #include "lapi_mqtt/logging/printable.h"
 #include "lapi_mqtt/mqtt/error.h"
+#include "lapi_mqtt/mqtt/libmosquitto.h"
 
 namespace {
 
