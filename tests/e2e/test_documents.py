@@ -28,7 +28,7 @@ def examples(text):
 
 
 def shown_in(document):
-    text = (DOCUMENTS / document).read_text()
+    text = (PROJECT / document).read_text()
     return "".join(re.findall(r"^```console\n(.*?)^```$", text, re.M | re.S))
 
 
@@ -51,8 +51,9 @@ def test_what_is_installed_points_to_what_is_installed():
         assert {*named} <= installed, text
 
 
-def test_pipelines_print_what_is_shown(broker, unit, tmp_path):
-    assert_prints(examples(shown_in("pipelines.md")), tmp_path, port=broker.port)
+@pytest.mark.parametrize("document", ["README.md", "docs/pipelines.md"])
+def test_examples_print_what_is_shown(broker, unit, tmp_path, document):
+    assert_prints(examples(shown_in(document)), tmp_path, port=broker.port)
 
 
 MACHINE = """
@@ -80,7 +81,7 @@ def test_security_is_set_up_as_shown(tmp_path):
     shutil.copytree(DEMO_UNIT.parent, tmp_path / "examples")
     sample = tmp_path / "examples/broker/mosquitto.conf"
     sample.write_text(sample.read_text().replace("8883", port))
-    shown = shown_in("security.md").replace("8883", port)
+    shown = shown_in("docs/security.md").replace("8883", port)
     shown = shown.replace("/usr/share/doc/korvid/examples", str(sample.parents[1]))
     assert_prints(examples(shown), tmp_path, MACHINE.replace("PORT", port),
                   ["unshare", "--mount", "--pid", "--kill-child"])
