@@ -52,7 +52,7 @@ if(epoch MATCHES "^[0-9]+$")
     set(date_command date -u -d @${epoch} "+%Y-%m-%d %H:%M:%S %z")
 endif()
 
-set(facts "// Built from ${branch} ${VERSION} ${commit} ${type} ${epoch}")
+set(facts "// The build of ${branch} ${VERSION} ${commit} ${type} ${epoch}")
 if(EXISTS ${OUTPUT})
     file(STRINGS ${OUTPUT} written LIMIT_COUNT 1)
     if(written STREQUAL facts)
@@ -66,6 +66,6 @@ string(REPLACE "\"" "\\\"" branch "${branch}")
 file(WRITE ${OUTPUT} "${facts}
 #include \"program/build_description.h\"
 
-const char* const build_description =
+const char* const program::build_description =
     \"${branch} - ${VERSION} - ${commit} - ${time} - ${type}\";
 ")

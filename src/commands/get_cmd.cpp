@@ -7,7 +7,7 @@
 #include "commands/print_sysparam.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
-#include "program/sysparams.h"
+#include "program/startup.h"
 
 namespace commands {
 
@@ -40,7 +40,7 @@ bool print_one(ISystemParameterClient& sysparams, const std::string& argument) {
 
 bool GetCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
                      const std::vector<std::string>& args) const {
-    const auto sysparams = create_sysparams(client);
+    const auto sysparams = program::create_sysparams(client);
     if (args.empty()) return print_all(*sysparams);
     bool all_printed = true;
     for (const auto& argument : args) all_printed = print_one(*sysparams, argument) && all_printed;

@@ -7,7 +7,7 @@
 #include "commands/interpretation.h"
 #include "commands/otaid.h"
 #include "ecu/lapi/var.h"
-#include "program/sysparams.h"
+#include "program/startup.h"
 
 namespace commands {
 
@@ -56,7 +56,7 @@ bool write(ecu::lapi::var::ISystemParameterClient& sysparams,
 
 bool SetCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
                      const std::vector<std::string>& args) const {
-    const auto sysparams = create_sysparams(client);
+    const auto sysparams = program::create_sysparams(client);
     auto parameters = sysparams->get_parameters(0);
     if (args.empty()) {
         std::cerr << "Nothing to set..., you are doing it wrong!\n"

@@ -19,8 +19,8 @@ void widen_standard_output() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    secure_standard_streams();
+    program::secure_standard_streams();
     widen_standard_output();
-    grow_heap_in_large_steps();
+    program::grow_heap_in_large_steps();
     return run(argc, argv);
 }

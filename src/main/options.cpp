@@ -3,8 +3,9 @@
 #include <getopt.h>
 
 #include <cstdlib>
+#include <iostream>
 
-#include "program/options.h"
+#include "program/build_description.h"
 
 std::string opt_loglevel = "WARNING";
 std::string opt_host;
@@ -71,5 +72,5 @@ bool parse_opts(int argc, char** argv, std::vector<std::string>& args) {
 }
 
 void version() {
-    write_version(PROGRAM_NAME);
+    std::cerr << PROGRAM_NAME << ": " << program::build_description << std::endl;
 }

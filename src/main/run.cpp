@@ -18,7 +18,6 @@
 #include "main/usage.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
-#include "program/sysparams.h"
 
 namespace {
 
@@ -34,17 +33,18 @@ constexpr timespec PAUSE_BEFORE_DISCONNECT{0, 100'000'000};
 /// What a run holds of the platform, in order of creation.
 struct Connection {
     std::unique_ptr<ecu::lapi::config::Configuration> configuration;
-    std::optional<ProgressLine> progress;
+    std::optional<program::ProgressLine> progress;
     ClientHandle client;
     // Held for the whole run; commands create their own.
     std::shared_ptr<var::ISystemParameterClient> sysparams;
 };
 
 bool open(Connection& connection) {
-    connection.configuration = load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
+    connection.configuration =
+        program::load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
     connection.progress.emplace(PROGRAM_NAME);
-    connection.client = create_transport(connection.configuration);
-    connection.sysparams = create_sysparams(connection.client);
+    connection.client = program::create_transport(connection.configuration);
+    connection.sysparams = program::create_sysparams(connection.client);
     connection.progress->watch(connection.client);
     connection.client->connect();
     connection.client->start();
@@ -75,13 +75,14 @@ int run(int argc, char** argv) {
     }
 
     Connection connection;
-    bool succeeded = guarded(PROGRAM_NAME, [&] { return open(connection); });
+    bool succeeded = program::guarded(PROGRAM_NAME, [&] { return open(connection); });
     if (succeeded) {
-        succeeded = guarded(PROGRAM_NAME, [&] { return execute_command(connection.client, args); });
+        succeeded = program::guarded(PROGRAM_NAME,
+                                     [&] { return execute_command(connection.client, args); });
         nanosleep(&PAUSE_BEFORE_DISCONNECT, nullptr);
     }
     if (connection.client) {
-        succeeded = close_connection(PROGRAM_NAME, *connection.client) && succeeded;
+        succeeded = program::close_connection(PROGRAM_NAME, *connection.client) && succeeded;
     }
     return succeeded ? 0 : 1;
 }

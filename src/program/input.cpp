@@ -9,6 +9,7 @@
 
 #include "program/descriptor.h"
 
+namespace program {
 namespace {
 
 constexpr std::size_t READ_SIZE = 1UL << 20;
@@ -50,3 +51,5 @@ std::string read_input(
         progress(text.size(), total);
     }
 }
+
+}  // namespace program

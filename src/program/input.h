@@ -5,6 +5,7 @@
 #include <string>
 
 /// Input that a command line names: a file, or standard input as "-".
+namespace program {
 
 /// How an error text calls it.
 std::string input_name(const std::string& argument);
@@ -14,3 +15,5 @@ std::string input_name(const std::string& argument);
 std::string read_input(
     const std::string& argument,
     const std::function<void(std::uint64_t done, std::uint64_t total)>& progress);
+
+}  // namespace program

@@ -8,64 +8,129 @@
 
 #include "program/build_description.h"
 
+namespace program {
 namespace {
 
 /// What getopt_long returns for the first option, were it one without a letter.
 constexpr int FIRST_CODE = 0x100;
 
-}  // namespace
+constexpr std::size_t HELP_COLUMN = 25;
 
-OwnOption text_option(char letter, const char* name, std::string& value) {
-    return {letter, name, true, [&value](const char* argument) {
-                value = argument;
-                return true;
-            }};
-}
-
-OwnOption flag_option(char letter, const char* name, bool& value) {
-    return {letter, name, false, [&value](const char*) { return value = true; }};
-}
-
-std::optional<std::vector<std::string>> parse_command_line(int argc, char** argv,
-                                                           const char* program,
-                                                           CommonOptions& common,
-                                                           const std::vector<OwnOption>& own) {
-    std::vector<OwnOption> options{
-        text_option('H', "host", common.host),
-        text_option('p', "port", common.port),
-        text_option('l', "loglevel", common.loglevel),
-        {'h', "help", false, [](const char*) { return false; }},
-        {'v', "version", false,
-         [program](const char*) {
-             write_version(program);
-             std::exit(EXIT_SUCCESS);
-             return false;
-         }},
-    };
-    options.insert(options.end(), own.begin(), own.end());
-
-    std::string letters;
-    std::vector<option> names;
-    for (const auto& known : options) {
-        if (known.letter != 0) letters += known.letter;
-        if (known.letter != 0 && known.has_argument) letters += ':';
-        const int code =
-            known.letter != 0 ? known.letter : FIRST_CODE + static_cast<int>(names.size());
-        names.push_back(
-            {known.name, known.has_argument ? required_argument : no_argument, nullptr, code});
+/// The options in the form that getopt_long takes.
+struct GetoptTables {
+    explicit GetoptTables(const std::vector<Option>& options) {
+        for (const auto& known : options) {
+            const int has_value = known.value != nullptr ? required_argument : no_argument;
+            if (known.letter != 0) letters += known.letter;
+            if (known.letter != 0 && known.value != nullptr) letters += ':';
+            const int code =
+                known.letter != 0 ? known.letter : FIRST_CODE + static_cast<int>(names.size());
+            names.push_back({known.name, has_value, nullptr, code});
+        }
+        names.push_back({nullptr, 0, nullptr, 0});
     }
-    names.push_back({nullptr, 0, nullptr, 0});
 
-    int code = 0;
-    while ((code = getopt_long(argc, argv, letters.c_str(), names.data(), nullptr)) != -1) {
+    /// The index of the option with getopt_long's code; the number of options for no code of ours.
+    std::size_t index_of(int code) const {
         const auto name = std::find_if(names.begin(), names.end() - 1,
                                        [code](const option& any) { return any.val == code; });
-        const auto index = static_cast<std::size_t>(name - names.begin());
-        if (index >= options.size() || !options[index].take(optarg)) return std::nullopt;
+        return static_cast<std::size_t>(name - names.begin());
+    }
+
+    std::string letters = ":";  // which tells a missing value from an unknown option
+    std::vector<option> names;
+};
+
+[[noreturn]] void refuse_value(const Option& known, bool has_one) {
+    throw UsageError("option --" + std::string(known.name) +
+                     (has_one ? " takes no value" : " needs a value"));
+}
+
+/// Tells what getopt_long has refused with '?' or ':'.
+[[noreturn]] void refuse(const std::vector<Option>& options, const GetoptTables& tables,
+                         const std::string& last_word) {
+    const std::size_t index = tables.index_of(optopt);
+    if (index < options.size()) refuse_value(options[index], options[index].value == nullptr);
+    const std::string word =
+        optopt != 0 ? "-" + std::string(1, static_cast<char>(optopt)) : last_word;
+    throw UsageError("unknown or ambiguous option '" + word + "'");
+}
+
+std::string help_lines(const Option& known) {
+    std::string line = known.letter != 0 ? std::string("  -") + known.letter + ", --" : "      --";
+    line += known.name;
+    if (known.value != nullptr) line.append(" ").append(known.value);
+    line.resize(std::max(line.size() + 1, HELP_COLUMN), ' ');
+    for (const char* next = known.help; *next != '\0'; ++next) {
+        line += *next;
+        if (*next == '\n') line.append(HELP_COLUMN, ' ');
+    }
+    return line + '\n';
+}
+
+std::string version_line(const Help& help) {
+    return std::string(help.program) + ": " + build_description + "\n";
+}
+
+void show_help(const Help& help, const std::vector<Option>& options) {
+    std::cout << version_line(help) << "\nUSAGE: " << help.program << " " << help.arguments
+              << "\n\n"
+              << help.description << "\nOPTIONS:\n";
+    for (const auto& known : options) std::cout << help_lines(known);
+    std::cout << help.remarks;
+}
+
+}  // namespace
+
+Option text_option(char letter, const char* name, const char* value, const char* help,
+                   std::string& target) {
+    return {letter, name, value, help, [&target](const std::string& text) { target = text; }};
+}
+
+Option flag_option(char letter, const char* name, const char* help, bool& target) {
+    return {letter, name, nullptr, help, [&target](const std::string&) { target = true; }};
+}
+
+std::vector<Option> common_options(CommonOptions& target) {
+    return {
+        text_option('H', "host", "HOST", "the broker's host, overrides the configuration",
+                    target.host),
+        text_option('p', "port", "PORT", "the broker's port, overrides the configuration",
+                    target.port),
+        text_option('l', "loglevel", "LEVEL",
+                    "one of EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG\n"
+                    "(default: WARNING)",
+                    target.loglevel),
+    };
+}
+
+std::vector<std::string> parse_command_line(int argc, char** argv, const Help& help,
+                                            std::vector<Option> own,
+                                            const std::vector<Option>& common) {
+    auto& options = own;
+    options.insert(options.end(), common.begin(), common.end());
+    options.push_back({'h', "help", nullptr, "show this help", [&](const std::string&) {
+                           show_help(help, options);
+                           std::exit(EXIT_SUCCESS);
+                       }});
+    options.push_back({'v', "version", nullptr, "show the version", [&](const std::string&) {
+                           std::cout << version_line(help);
+                           std::exit(EXIT_SUCCESS);
+                       }});
+
+    const GetoptTables tables(options);
+    opterr = 0;
+    int code = 0;
+    while ((code = getopt_long(argc, argv, tables.letters.c_str(), tables.names.data(), nullptr)) !=
+           -1) {
+        const std::size_t index = tables.index_of(code);
+        if (index >= options.size()) refuse(options, tables, argv[optind - 1]);
+        const std::string value = optarg != nullptr ? optarg : "";
+        // What a script expanded to nothing must not count as not given.
+        if (optarg != nullptr && value.empty()) refuse_value(options[index], false);
+        options[index].take(value);
     }
     return std::vector<std::string>(argv + optind, argv + argc);
 }
 
-void write_version(const char* program) {
-    std::cerr << program << ": " << build_description << std::endl;
-}
+}  // namespace program

@@ -1,36 +1,57 @@
 #pragma once
 
 #include <functional>
-#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-/// Options that every program has: -H, -p and -l, beside -h and -v.
+/// The command lines of korvid-restore, korvid-monitor, korvid-unit and korvid-json.
+namespace program {
+
+/// A command line that cannot be followed.
+class UsageError : public std::runtime_error {
+public:
+    explicit UsageError(const std::string& what_is_wrong)
+        : std::runtime_error(what_is_wrong + "; try -h") {}
+};
+
+/// An option, with or without (0) a letter.
+struct Option {
+    char letter;
+    const char* name;
+    const char* value;  ///< what the help calls its value; null for a flag
+    const char* help;   ///< lines
+    std::function<void(const std::string& value)> take;  ///< a flag gets an empty text
+};
+
+/// An option whose value becomes `target`, and one that sets `target` to true.
+Option text_option(char letter, const char* name, const char* value, const char* help,
+                   std::string& target);
+Option flag_option(char letter, const char* name, const char* help, bool& target);
+
+/// The values of -H, -p and -l.
 struct CommonOptions {
     std::string host;  ///< empty: as configured
     std::string port;  ///< empty: as configured
     std::string loglevel = "WARNING";
 };
 
-/// An option of one program, with or without (0) a letter. `take` gets its argument, or an empty
-/// text, and returns false when the usage is to be shown.
-struct OwnOption {
-    char letter;
-    const char* name;
-    bool has_argument;
-    std::function<bool(const char* argument)> take;
+/// -H, -p and -l.
+std::vector<Option> common_options(CommonOptions& target);
+
+/// What -h shows around the options.
+struct Help {
+    const char* program;
+    const char* arguments;    ///< what stands behind the program's name
+    const char* description;  ///< in front of the options
+    const char* remarks;      ///< behind them
 };
 
-/// An option whose argument becomes `value`, and one that sets `value` to true.
-OwnOption text_option(char letter, const char* name, std::string& value);
-OwnOption flag_option(char letter, const char* name, bool& value);
+/// Takes the command line's options and returns its other arguments. `own` stand in front of
+/// `common` in the help. -h and -v write to standard output and end the process with status 0.
+/// Throws UsageError.
+std::vector<std::string> parse_command_line(int argc, char** argv, const Help& help,
+                                            std::vector<Option> own,
+                                            const std::vector<Option>& common);
 
-/// Takes the command line's options and returns its other arguments; nothing when the usage is to
-/// be shown. -v writes the version line and ends the process with status 0.
-std::optional<std::vector<std::string>> parse_command_line(int argc, char** argv,
-                                                           const char* program,
-                                                           CommonOptions& common,
-                                                           const std::vector<OwnOption>& own);
-
-/// Writes "PROGRAM: BUILD DESCRIPTION" to standard error.
-void write_version(const char* program);
+}  // namespace program

@@ -12,6 +12,7 @@
 
 #include "ecu/lapi/logging.h"
 
+namespace program {
 namespace {
 
 namespace logging = ecu::lapi::logging;
@@ -183,3 +184,5 @@ std::string ProgressLine::text() const {
     }
     return program + ": " + (step.empty() ? all > 0 ? "sending" : "receiving" : step) + amount;
 }
+
+}  // namespace program

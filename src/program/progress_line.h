@@ -13,6 +13,8 @@
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/progress.h"
 
+namespace program {
+
 /// One line on standard error that tells how far long work is, rewritten in place. It appears once
 /// the work has taken a second, and only on a terminal and from log level WARNING on.
 ///
@@ -72,3 +74,5 @@ private:
     std::unique_ptr<Guard> guard;  ///< null where no line is shown
     std::thread drawing;
 };
+
+}  // namespace program

@@ -2,14 +2,15 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/config.h"
+#include "ecu/lapi/var.h"
 #include "program/options.h"
 
 /// Steps that the programs share.
+namespace program {
 
 /// Opens /dev/null in place of each standard stream that the process was started without, so that
 /// no connection to the broker gets its number; lets a reader of standard output go away without
@@ -31,20 +32,20 @@ std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::
 std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
     std::unique_ptr<ecu::lapi::config::Configuration>& configuration);
 
+/// A system-parameter client over `client`, which it shares. Throws as `create_transport` does.
+std::shared_ptr<ecu::lapi::var::ISystemParameterClient> create_sysparams(
+    const std::shared_ptr<ecu::lapi::com::ITransportClient>& client);
+
 /// Runs a step of `program` and returns its result; an exception counts as false and becomes one
 /// line on standard error.
 bool guarded(const std::string& program, const std::function<bool()>& step);
 
-/// What is left to do behind the command line: shows the usage when there are no options, else does
-/// the program's work, guarded. Returns the process's status.
-template <typename Options>
-int run_program(const std::string& program, const std::optional<Options>& options, void (*usage)(),
-                bool (*work)(const Options&)) {
-    if (options) return guarded(program, [&] { return work(*options); }) ? 0 : 1;
-    usage();
-    return 1;
-}
+/// Runs a program that logs to standard error: secures the standard streams and does `work`,
+/// guarded. Returns the process's status.
+int run_program(const std::string& name, const std::function<bool()>& work);
 
 /// Disconnects and stops the client; returns whether both went well. A failure is reported as
 /// `guarded` does.
 bool close_connection(const std::string& program, ecu::lapi::com::ITransportClient& client);
+
+}  // namespace program

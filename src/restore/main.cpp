@@ -4,8 +4,7 @@
 #include "restore/run.h"
 
 int main(int argc, char** argv) {
-    secure_standard_streams();
-    grow_heap_in_large_steps();
+    program::grow_heap_in_large_steps();
     std::ios::sync_with_stdio(false);
     return restore::run(argc, argv);
 }

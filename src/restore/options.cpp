@@ -1,41 +1,33 @@
 #include "restore/options.h"
 
-#include <iostream>
-
 namespace restore {
+namespace {
 
-std::optional<Options> parse_options(int argc, char** argv) {
-    Options options;
-    const auto arguments = parse_command_line(argc, argv, PROGRAM_NAME, options.common,
-                                              {flag_option('n', "dry-run", options.only_show)});
-    if (!arguments || arguments->size() != 1) return std::nullopt;
-    options.file = arguments->front();
-    return options;
-}
-
-void usage() {
-    write_version(PROGRAM_NAME);
-    std::cerr << R"(
-USAGE: korvid-restore [OPTIONS] FILE
-
-Writes the parameters in FILE ("-": standard input), the text that `korvid get` prints,
+constexpr program::Help HELP{
+    PROGRAM_NAME, "[OPTIONS] FILE",
+    R"(Writes the parameters in FILE ("-": standard input), the text that `korvid get` prints,
 to the unit: what differs, its DID and XCPID too, in one request. Prints a line for each
 parameter that it changed; on standard error the OTAIDs that the unit refused, and a
 summary. Parameters that FILE does not name are left alone.
+)",
+    R"(
+With -l ERROR neither summary nor progress is shown. The exit status is 0 when the unit now
+has what FILE says, or with -n when the two could be compared, whether or not they differ,
+and 1 otherwise.
+)"};
 
-OPTIONS:
-  -n, --dry-run          show what differs and write nothing
-  -H, --host HOST        the broker's host, overrides the configuration
-  -p, --port PORT        the broker's port, overrides the configuration
-  -l, --loglevel LEVEL   one of EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG
-                         (default: WARNING); up to ERROR neither summary nor progress
-                         is shown
-  -h, --help             show this help
-  -v, --version          show the version
+}  // namespace
 
-The exit status is 0 when the unit now has what FILE says, or with -n when the two could
-be compared, whether or not they differ, and 1 otherwise.
-)" << std::endl;
+Options parse_options(int argc, char** argv) {
+    Options options;
+    const auto arguments = program::parse_command_line(
+        argc, argv, HELP,
+        {program::flag_option('n', "dry-run", "show what differs and write nothing",
+                              options.only_show)},
+        program::common_options(options.common));
+    if (arguments.size() != 1) throw program::UsageError("one FILE has to be named");
+    options.file = arguments.front();
+    return options;
 }
 
 }  // namespace restore

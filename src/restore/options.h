@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "program/options.h"
@@ -12,15 +11,12 @@ inline constexpr char PROGRAM_NAME[] = "korvid-restore";
 
 /// The command line of korvid-restore.
 struct Options {
-    CommonOptions common;
+    program::CommonOptions common;
     bool only_show = false;
     std::string file;  ///< of the dump; "-": standard input
 };
 
-/// Nothing when the usage is to be shown.
-std::optional<Options> parse_options(int argc, char** argv);
-
-/// Writes korvid-restore's usage text to standard error.
-void usage();
+/// Throws program::UsageError.
+Options parse_options(int argc, char** argv);
 
 }  // namespace restore

@@ -11,7 +11,6 @@
 #include "program/input.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
-#include "program/sysparams.h"
 #include "restore/change_line.h"
 #include "restore/differences.h"
 #include "restore/options.h"
@@ -27,12 +26,12 @@ using Dump = std::vector<ecu::lapi::pb::SystemParameterEntry>;
 
 /// Throws std::runtime_error for what is no dump. An empty one is what a `korvid get` that failed
 /// leaves behind.
-Dump read_dump(const std::string& file, ProgressLine& progress) {
+Dump read_dump(const std::string& file, program::ProgressLine& progress) {
     progress.begin("reading the dump");
-    const std::string text = read_input(file, progress.hook());
+    const std::string text = program::read_input(file, progress.hook());
     progress.begin("parsing the dump");
-    Dump dump = dump::parse(text, input_name(file), progress.hook());
-    if (dump.empty()) throw std::runtime_error(input_name(file) + " holds no parameter");
+    Dump dump = dump::parse(text, program::input_name(file), progress.hook());
+    if (dump.empty()) throw std::runtime_error(program::input_name(file) + " holds no parameter");
     return dump;
 }
 
@@ -65,7 +64,7 @@ void print_summary(const Differences& found, bool only_show, std::size_t refused
 }
 
 bool bring_back(ISystemParameterClient& sysparams, Dump dump, bool only_show,
-                ProgressLine& progress) {
+                program::ProgressLine& progress) {
     progress.begin("reading the unit");
     const ParameterMap unit = sysparams.get_parameters(0);
     Differences found = differences(unit, std::move(dump));
@@ -86,27 +85,26 @@ bool bring_back(ISystemParameterClient& sysparams, Dump dump, bool only_show,
 }
 
 bool restore(const Options& options) {
-    auto configuration = load_configuration(PROGRAM_NAME, options.common);
-    ProgressLine progress(PROGRAM_NAME);
+    auto configuration = program::load_configuration(PROGRAM_NAME, options.common);
+    program::ProgressLine progress(PROGRAM_NAME);
     Dump dump = read_dump(options.file, progress);
 
-    const auto client = create_transport(configuration);
-    const bool restored = guarded(PROGRAM_NAME, [&] {
-        const auto sysparams = create_sysparams(client);
+    const auto client = program::create_transport(configuration);
+    const bool restored = program::guarded(PROGRAM_NAME, [&] {
+        const auto sysparams = program::create_sysparams(client);
         progress.watch(client);
         progress.begin("connecting");
         client->connect();
         client->start();
         return bring_back(*sysparams, std::move(dump), options.only_show, progress);
     });
-    return close_connection(PROGRAM_NAME, *client) && restored;
+    return program::close_connection(PROGRAM_NAME, *client) && restored;
 }
 
 }  // namespace
 
 int run(int argc, char** argv) {
-    logging::set_log_mode(logging::LogMode::console);
-    return run_program(PROGRAM_NAME, parse_options(argc, argv), usage, restore);
+    return program::run_program(PROGRAM_NAME, [&] { return restore(parse_options(argc, argv)); });
 }
 
 }  // namespace restore

@@ -1,17 +1,15 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "program/end_signal.h"
 #include "unit/store/store.h"
 
 namespace unit {
 
-/// The parameters of a dump in the file `name`, or on standard input for "-". Nothing when
-/// `end_signal` came first. Throws std::exception that names the file, and the line if it is bad.
-std::optional<std::vector<Entry>> read_import(const std::string& name, EndSignal& end_signal);
+/// The parameters of a dump in the file `name`, or on standard input for "-". Throws std::exception
+/// that names the file, and the line if it is bad.
+std::vector<Entry> read_import(const std::string& name);
 
 /// Puts them into the store and tells on standard error what that changed. With `replace` the store
 /// then holds nothing else; a dump without any parameter is refused for that. Throws

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <set>
 #include <string>
 
@@ -13,7 +12,7 @@ inline constexpr char PROGRAM_NAME[] = "korvid-unit";
 
 /// The command line of korvid-unit.
 struct Options {
-    CommonOptions common;
+    program::CommonOptions common;
     std::string store = "korvid-unit.db";
     std::string import_from;  ///< empty: nothing; "-": standard input
     bool replace = false;     ///< the store is to hold nothing else
@@ -21,10 +20,7 @@ struct Options {
     bool broker = false;
 };
 
-/// Nothing when the usage is to be shown.
-std::optional<Options> parse_options(int argc, char** argv);
-
-/// Writes the usage to standard error.
-void usage();
+/// Throws program::UsageError.
+Options parse_options(int argc, char** argv);
 
 }  // namespace unit

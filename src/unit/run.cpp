@@ -10,8 +10,8 @@
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 #include "lapi_mqtt/service_client.h"
-#include "program/end_signal.h"
 #include "program/startup.h"
+#include "program/termination.h"
 #include "protocol/topics.h"
 #include "unit/broker_process.h"
 #include "unit/import.h"
@@ -29,6 +29,9 @@ using ecu::lapi::config::Configuration;
 /// The unit requests only once, to learn whether another one answers.
 constexpr char REQUEST_TIMEOUT_MS[] = "2000";
 
+/// A service manager waits longer.
+constexpr std::chrono::seconds LEAVE_TIMEOUT{10};
+
 /// A broker of our own has no host, credentials and certificates but ours.
 std::unique_ptr<Configuration> configure(const Options& options) {
     std::unique_ptr<Configuration> configuration;
@@ -40,7 +43,7 @@ std::unique_ptr<Configuration> configure(const Options& options) {
         own["host"] = options.common.host;
         own["port"] = options.common.port.empty() ? Configuration()["port"] : options.common.port;
     } else {
-        configuration = load_configuration(PROGRAM_NAME, options.common);
+        configuration = program::load_configuration(PROGRAM_NAME, options.common);
     }
     (*configuration)["request_timeout_ms"] = REQUEST_TIMEOUT_MS;
     return configuration;
@@ -50,7 +53,7 @@ std::unique_ptr<Configuration> configure(const Options& options) {
 /// will: it would say that the other unit is gone.
 void require_alone(const Configuration& configuration, const std::string& place) {
     auto own = std::make_unique<Configuration>(configuration);
-    const auto client = create_transport(own);
+    const auto client = program::create_transport(own);
     client->connect();
     client->start();
     const bool is_served =
@@ -63,9 +66,12 @@ void require_alone(const Configuration& configuration, const std::string& place)
     }
 }
 
-void await_end(EndSignal& end_signal, const BrokerProcess* broker) {
+void await_end(const BrokerProcess* broker) {
     const int broker_end = broker != nullptr ? broker->end_descriptor() : -1;
-    if (!end_signal.wait(broker_end, POLLIN)) throw std::runtime_error("the broker ended");
+    if (program::wait_for_termination(broker_end, POLLIN, LEAVE_TIMEOUT) !=
+        program::WaitEnd::signal) {
+        throw std::runtime_error("the broker ended");
+    }
 }
 
 /// Returns when clients are answered.
@@ -75,6 +81,7 @@ void begin_to_serve(const Options& options, const std::optional<std::vector<Entr
     parameters.start(client);
     SecStoreService::start(store, client);
     client.show_presence();
+    program::defer_termination_signals();
     std::cout << "ready" << std::endl;
 }
 
@@ -83,12 +90,9 @@ bool serve(const Options& options) {
     auto values = *configuration;
     const std::string port = values["port"];
     const std::string place = values["host"] + ":" + port;
-    std::optional<EndSignal> end_signal(std::in_place);
+    program::end_at_termination_signals();
     std::optional<std::vector<Entry>> imported;
-    if (!options.import_from.empty()) {
-        imported = read_import(options.import_from, *end_signal);
-        if (!imported) return true;
-    }
+    if (!options.import_from.empty()) imported = read_import(options.import_from);
 
     Store store(options.store);
     ParameterService parameters(store, options.read_only);
@@ -102,20 +106,18 @@ bool serve(const Options& options) {
         configuration, {protocol::PRESENCE_TOPIC, protocol::PRESENT, protocol::ABSENT});
     client->connect();
     client->start();
-    const bool served = guarded(PROGRAM_NAME, [&] {
+    const bool served = program::guarded(PROGRAM_NAME, [&] {
         begin_to_serve(options, imported, store, parameters, *client);
-        await_end(*end_signal, broker.get());
+        await_end(broker.get());
         return true;
     });
-    end_signal.reset();  // a further signal need not wait for the goodbye
-    return close_connection(PROGRAM_NAME, *client) && served;
+    return program::close_connection(PROGRAM_NAME, *client) && served;
 }
 
 }  // namespace
 
 int run(int argc, char** argv) {
-    logging::set_log_mode(logging::LogMode::console);
-    return run_program(PROGRAM_NAME, parse_options(argc, argv), usage, serve);
+    return program::run_program(PROGRAM_NAME, [&] { return serve(parse_options(argc, argv)); });
 }
 
 }  // namespace unit

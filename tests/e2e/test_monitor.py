@@ -80,12 +80,10 @@ def test_filters_match_as_the_broker_matches_them(monitor, peer, broker):
     assert sorted(watching.blocks()) == sorted([*blocks, "end/x\n"])
 
 
-@pytest.mark.parametrize("arguments, status, words", [
-    ([], 1, "USAGE: korvid-monitor"), (["-h"], 1, "USAGE: korvid-monitor"), (["-x", "a"], 1, "USAGE: "),
-    (["-v"], 0, r"korvid-monitor: .* - .* - [0-9a-f]{7} - "), (["a/#/b"], 1, "a/#/b"),
-    (["-p", "1", "a"], 1, "127.0.0.1:1.*refused"),
+@pytest.mark.parametrize("arguments, words", [
+    ([], "a TOPIC is missing; try -h\n$"), (["a/#/b"], "a/#/b"), (["-p", "1", "a"], "127.0.0.1:1.*refused"),
 ])
-def test_usage_version_and_what_cannot_be_watched(broker, arguments, status, words):
+def test_what_cannot_be_watched(broker, arguments, words):
     got = Running(*arguments, program="korvid-monitor", port=broker.port).result()
-    assert got.status == status and got.out == b"" and re.search(words, got.err), got
+    assert got.status == 1 and got.out == b"" and re.search("korvid-monitor: .*" + words, got.err), got
     assert got.seconds < scaled(1), got

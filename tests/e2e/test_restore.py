@@ -60,7 +60,7 @@ def test_refused_parameters_are_named_and_only_the_others_told_as_written(broker
     (DEMO + MANY[:-1], "standard input:%d: expected the end" % (DEMO + MANY).count(b"\n"), {"port": 1}),
     (MANY.replace(b"\n", b"\r\n"), "standard input:1: expected the end", {}), (b"", "holds no parameter", {}),
     (DEMO, r"cannot read /no/such: No such file", {"name": "/no/such"}), (DEMO, "cannot read /: ", {"name": "/"}),
-    (DEMO, "127.0.0.1:1.*refused", {"port": 1}), (DEMO, "USAGE: korvid-restore", {"name": "-x"}),
+    (DEMO, "127.0.0.1:1.*refused", {"port": 1}), (DEMO, "^korvid-restore: unknown .* '-x'; try -h\n$", {"name": "-x"}),
 ], ids="cut crlf empty missing folder refused option".split())
 def test_what_cannot_be_restored_is_told_and_nothing_is_written(broker, unit, restore, dump, words, options):
     got = restore(dump, **options)

@@ -63,3 +63,16 @@ def test_empty_overrides_keep_the_configuration_and_an_unknown_level_keeps_warni
     got = run_korvid("-p", broker.port, "get", "288", config=config)
     assert (got.status, got.out) == (1, b""), got
     assert got.err == f"ERROR: {config}:1: unknown key 'hots'\nERROR: Configuration verification failed!\n"
+
+
+@pytest.mark.parametrize("program", ["korvid-monitor", "korvid-restore", "korvid-unit"])
+def test_the_other_programs_show_help_on_standard_output_and_refuse_an_empty_host(program):
+    got = run_korvid("-h", program=program)
+    version, text = got.out.decode().split("\n", 1)
+    assert (got.status, got.err) == (0, "") and text.startswith(f"\nUSAGE: {program} [OPTIONS]"), got
+    assert re.search(r"\nOPTIONS:\n.*\n  -H, --host HOST +\S.*\n +\(default: WARNING\)\n", text, re.S), got
+    got = run_korvid("-v", program=program, config="/no/such/file")
+    assert (got.status, got.out.decode(), got.err) == (0, version + "\n", "") and version.startswith(program + ": ")
+    for option, name in ("-H", "host"), ("-p", "port"):
+        got = run_korvid(option, "", "word", program=program)
+        assert (got.status, got.out, got.err) == (1, b"", f"{program}: option --{name} needs a value; try -h\n")

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "commands/interpretation.h"
+#include "commands/otaid.h"
 #include "fuzz/fuzz.h"
 #include "lapi_mqtt/logging/printable.h"
 #include "lapi_mqtt/mqtt/topic_filter.h"
@@ -25,8 +26,9 @@ void check_typed(const std::vector<std::string>& texts) try {
     require(bytes_of(Interpretation::STRING, texts) == text && bytes_of(Interpretation::DEC, texts).size() <= 8);
     require(bytes_of(Interpretation::HEX, texts).size() == std::min<std::size_t>(8, (text.size() + 1) / 2));
     require(bytes_of(Interpretation::BYTES, texts).size() == texts.size());
-    const auto whole = parse_whole_otaid(text);
-    require(!whole || text.rfind("0x", 0) == 0 || *whole == static_cast<std::uint32_t>(parse_otaid(text)));
+    const auto whole = program::parse_whole_otaid(text);
+    const auto first = whole ? commands::otaid_of_argument(text) : std::nullopt;
+    require(!first || *whole == static_cast<std::uint32_t>(*first));
 } catch (const std::logic_error&) {
     return;  // refused
 }

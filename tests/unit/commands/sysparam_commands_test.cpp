@@ -1,10 +1,31 @@
 #include "commands/get_cmd.h"
+#include "commands/otaid.h"
 #include "commands/set_cmd.h"
 #include "over_fake_lapi.h"
 
 namespace {
 
 using SysparamCommands = OverFakeLapi;
+
+TEST_F(SysparamCommands, AnOtaidIsWhatAnArgumentBeginsWith) {
+    const std::pair<std::optional<std::int32_t>, Strings> cases[] = {
+        {0, {"0x", "0xzz", "0X1F", " 0x10", "-0x10"}},
+        {5, {"+5"}},
+        {-5, {"-5"}},
+        {10, {"010", " \t10", "10abc", "0xa", "0xAz"}},
+        {2147483647, {"2147483647", "0x7fffffff"}},
+        {-2147483647 - 1, {"-2147483648"}},
+        {std::nullopt, {"", "abc", "-", " ", "x120", "ff", "+-5"}},
+        {std::nullopt, {"2147483648", "-2147483649", "0x80000000", "4294967296", "99999999999999999999"}},
+    };
+    for (const auto& [otaid, texts] : cases) {
+        for (const auto& text : texts) {
+            const auto got = captured([text = text] { return commands::otaid_of_argument(text); });
+            EXPECT_EQ(got.result, otaid) << "'" << text << "'";
+            EXPECT_EQ(got.out, otaid ? "" : "OTAID has to be a number, ignore '" + text + "'\n");
+        }
+    }
+}
 
 TEST_F(SysparamCommands, SetHandsOverTheWholeMapAndNamesWhatWasNotWritten) {
     const commands::SetCmd set("set");

@@ -1,4 +1,4 @@
-#include <csignal>
+#include <fcntl.h>
 
 #include "command_line.h"
 #include "monitor/run.h"
@@ -8,23 +8,25 @@ namespace {
 
 using Monitor = OverFakeLapi;
 
-int monitor(const Strings& words) {
-    return invoke(run_monitor, words);
+/// Ends with the status of a monitor whose standard output is `output`, and whose one topic gets a
+/// message at once.
+[[noreturn]] void print_to(int output) {
+    fake::lapi().on_subscribe = [](const auto& topic, const auto& observer) { observer->message(topic, {}); };
+    dup2(output, STDOUT_FILENO);
+    close(output);
+    _exit(10 + invoke(monitor::run, {"a"}));
 }
 
-TEST_F(Monitor, LetsASecondSignalKill) {
-    lapi.on_subscribe = [](const auto&, const auto&) { kill(getpid(), SIGINT); };
-    EXPECT_EXIT((monitor({"a"}), kill(getpid(), SIGINT)), testing::KilledBySignal(SIGINT), "");
-}
-
-TEST_F(Monitor, EndsWhenNobodyReads) {
-    const auto print_to_nobody = [] {
+TEST_F(Monitor, EndsWhenNobodyReadsAndFailsWhenNothingIsTaken) {
+    const auto closed_pipe = [] {
         int ends[2];
-        if (pipe(ends) != 0 || dup2(ends[1], STDOUT_FILENO) < 0) _exit(1);
+        if (pipe(ends) != 0) _exit(1);
         close(ends[0]);
-        _exit(monitor({"a"}) == 0 ? 7 : 1);
+        return ends[1];
     };
-    EXPECT_EXIT(print_to_nobody(), testing::ExitedWithCode(7), "");
+    EXPECT_EXIT(print_to(closed_pipe()), testing::ExitedWithCode(10), "^$");
+    EXPECT_EXIT(print_to(open("/dev/full", O_WRONLY)), testing::ExitedWithCode(11),
+                "^korvid-monitor: cannot write to standard output: No space left on device\n$");
 }
 
 }  // namespace
