@@ -72,11 +72,11 @@ class Peer:
         if self.on_message:
             self.on_message(self, message)
 
-    def publish(self, topic, payload=b"", qos=1, wait=True, **fields):
+    def publish(self, topic, payload=b"", qos=1, wait=True, retain=False, **fields):
         properties = Properties(PacketTypes.PUBLISH)
         for name, value in fields.items():
             setattr(properties, name, value)
-        sent = self.client.publish(topic, payload, qos=qos, properties=properties)
+        sent = self.client.publish(topic, payload, qos, retain, properties)
         if wait:  # not on the delivery thread
             sent.wait_for_publish(scaled(10))
 

@@ -8,10 +8,10 @@ from paho.mqtt.packettypes import PacketTypes
 
 from harness import FileBroker, Peer, new_client
 from processes import DEMO_UNIT, await_that, free_port, run_korvid
-from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, block
+from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block
 
 SHARE = pathlib.Path(__file__).resolve().parents[2] / "share/broker"
-PRESENCE, REPLY = "system/vard/unit", "clients/victim/reply"
+REPLY = "clients/victim/reply"
 TO_UNIT, FROM_UNIT = [READ_TOPIC, WRITE_TOPIC, BLOB_SET, ANNOUNCEMENT], [BLOB_GET, PRESENCE, REPLY]
 WRITABLE = {"unit": [*FROM_UNIT, ANNOUNCEMENT], "engineer": TO_UNIT, "reader": [READ_TOPIC, ANNOUNCEMENT], "guest": []}
 READABLE = {"engineer": {BLOB_GET, PRESENCE}, "reader": {BLOB_GET, PRESENCE}, "guest": set()}

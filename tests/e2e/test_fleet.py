@@ -5,10 +5,9 @@ import pytest
 from harness import FileBroker, Peer, new_client
 from links import Proxy
 from processes import DEMO_UNIT, await_that, free_port, run_korvid, scaled
-from protocol import BLOB_GET, block
+from protocol import BLOB_GET, PRESENCE, block
 
 SHARE = DEMO_UNIT.parent / "fleet"
-PRESENCE = "system/vard/unit"
 ACCOUNTS = "left", "right", "fleet", "lefty"
 
 

@@ -1,10 +1,12 @@
 """The unit's side of the broker protocol, spoken by hand, and its ends."""
 
+import contextlib
 import itertools
 import os
 import pathlib
 import shutil
 import signal
+import sqlite3
 import subprocess
 import time
 
@@ -12,7 +14,7 @@ import pytest
 
 from harness import HI, HI_BLOCK, needs_root
 from processes import BIN, Running, Unit, await_that, end, environment, free_port, run_korvid, scaled
-from protocol import BLOB_SET, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
+from protocol import BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
 
 
 def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, peer):
@@ -25,10 +27,11 @@ def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, p
         assert reply.properties.ContentType == "application/x-protobuf"
     everything = asking.request(READ_TOPIC, b"").payload
     assert field(1, HI) in everything and everything.endswith(field(1, last) + field(2, 41))
-    write = field(1, record(288, None, None, b"\0new")) + field(1, record(77, 5, None, b"made"))
-    assert asking.request(WRITE_TOPIC, write).payload == field(2, 2)
+    versions = [record(77, n, None, b"made" if n == 39 else None) for n in range(40)]  # the last one counts
+    write = field(1, record(288, None, None, b"\0new")) + b"".join(field(1, version) for version in versions)
+    assert asking.request(WRITE_TOPIC, write).payload == field(2, 41)
     assert run_korvid("get", "288", port=broker.port).out == block(288, 255, 10, b"\0new")
-    assert asking.request(READ_TOPIC, field(1, 77)).payload == read_reply(record(77, 5, None, b"made"))
+    assert asking.request(READ_TOPIC, field(1, 77)).payload == read_reply(record(77, 39, None, b"made"))
 
 
 def test_bad_requests_are_answered_with_an_error_or_dropped_and_harm_nothing(unit, broker, peer):
@@ -39,8 +42,9 @@ def test_bad_requests_are_answered_with_an_error_or_dropped_and_harm_nothing(uni
         reply = asking.request(topic, payload)
         assert reply.payload == b"" and dict(reply.properties.UserProperty)["error"], (topic, payload)
     write, answered = field(1, record(288, None, None, b"unasked")), len(asking.messages)
-    for where in {"ResponseTopic": "elsewhere/reply"}, {"ResponseTopic": BLOB_SET}, {}:
-        asking.publish(WRITE_TOPIC, write, CorrelationData=b"x" * 16, **where)
+    for where, retain in ({"ResponseTopic": "elsewhere/reply"}, False), ({"ResponseTopic": BLOB_SET}, False), ({}, False), (
+            {"ResponseTopic": "clients/test/reply"}, True):
+        asking.publish(WRITE_TOPIC, write, retain=retain, CorrelationData=b"x" * 16, **where)
     assert asking.request(READ_TOPIC, field(1, 288)).payload == read_reply(HI)
     assert len(asking.messages) == answered + 1
     assert run_korvid("getsec", port=broker.port).status == 1
@@ -64,6 +68,23 @@ def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(bro
     for client in asking:
         late = [m for m in client.messages if hasattr(m.properties, "UserProperty")]
         assert client.messages and not late, (len(client.messages), len(late), late[0].properties)
+
+
+def test_a_unit_that_leaves_ends_the_request_that_runs_and_begins_no_other(new_unit, broker, peer, tmp_path):
+    unit, asking, watching = new_unit(broker.port, "-l", "DEBUG"), peer(broker.port), peer(broker.port, PRESENCE)
+    with contextlib.closing(sqlite3.connect(tmp_path / "unit.db", isolation_level=None)) as beside:
+        beside.execute("BEGIN IMMEDIATE")  # the first write waits for it
+        for otaid in 1000, 1001:
+            asking.publish(WRITE_TOPIC, field(1, record(otaid, 1, 1, b"x")), ResponseTopic="clients/test/reply",
+                           CorrelationData=b"x" * 16)
+        await_that(lambda: "Request on" in unit.log.read_text(), "the first write runs")
+        unit.process.send_signal(signal.SIGTERM)
+        deadline = time.monotonic() + 1
+        while time.monotonic() < deadline and not watching.messages[1:]:
+            time.sleep(0.01)
+        beside.execute("ROLLBACK")
+        assert unit.process.wait(scaled(5)) == 0
+        assert beside.execute("SELECT otaid FROM parameter").fetchall() == [(1000,)]
 
 
 def own_broker(unit):

@@ -2,7 +2,7 @@
 
 READ_TOPIC, WRITE_TOPIC = "system/vard/sysparam/read", "system/vard/sysparam/write"
 BLOB_GET, BLOB_SET = "system/vard/secstore/get", "system/vard/secstore/set"
-ANNOUNCEMENT = "subscription/announcement"
+ANNOUNCEMENT, PRESENCE = "subscription/announcement", "system/vard/unit"
 
 
 def varint(number):

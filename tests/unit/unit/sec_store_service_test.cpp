@@ -74,6 +74,6 @@ INSTANTIATE_TEST_SUITE_P(SecStoreService, Orders,
                                          std::pair("ataattt", "-=old-=old"), std::pair("atstt", "-=old"),
                                          std::pair("rkat", "-=old"), std::pair("eat", "-="), std::pair("bat", "-="),
                                          std::pair("xt", ""), std::pair("ot", "-=old"), std::pair("eottat", "--="),
-                                         std::pair("ealot", "--="), std::pair("atlot", "-=old-=old")));
+                                         std::pair("ealot", "--="), std::pair("eatlot", "-=-=")));
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "unit/store/store.h"
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
 #include <sys/wait.h>
 
 #include <csignal>
@@ -90,6 +91,26 @@ TEST_F(UnitStore, IsItsOwnersAndTakesNothingOnceAFileOfItIsGone) {
         EXPECT_THROW(store.replace_blob({2}), std::runtime_error) << file;
         EXPECT_EQ(Store(file == path ? folder + "/moved" : path).blob(), file == path ? Bytes{1} : Bytes());
     }
+}
+
+std::function<void()> at_commit = [] {};
+
+/// For every database that is opened from now on.
+void hook_commits() {
+    const auto add_hook = [](sqlite3* database, char**, const sqlite3_api_routines*) {
+        sqlite3_commit_hook(database, [](void*) { return at_commit(), 0; }, nullptr);
+        return SQLITE_OK;
+    };
+    sqlite3_auto_extension(reinterpret_cast<void (*)()>(+add_hook));
+}
+
+TEST_F(UnitStore, AcknowledgesNothingThatWentIntoAFileDeletedDuringTheCommit) {
+    hook_commits();
+    Store store(path);
+    at_commit = [this] { std::filesystem::remove(path); };
+    EXPECT_THROW(store.replace_blob({1}), std::runtime_error);
+    at_commit = [] {};
+    sqlite3_reset_auto_extension();
 }
 
 TEST_F(UnitStore, BoundsWhatOneRequestMayHold) {
