@@ -8,7 +8,7 @@ from processes import DEMO_UNIT, await_that, free_port, run_korvid, scaled
 from protocol import BLOB_GET, PRESENCE, block
 
 SHARE = DEMO_UNIT.parent / "fleet"
-ACCOUNTS = "left", "right", "fleet", "lefty"
+ACCOUNTS = "left", "right", "direct", "fleet", "lefty"
 
 
 class Fleet:
@@ -30,12 +30,14 @@ class Fleet:
                           client=new_client("fleet", "word-of-fleet"))
         ending.callback(self.watch.close)
 
-    def run(self, account, unit, *command, program="korvid", **settings):
-        secret = self.directory / "secret"
-        secret.write_text(f"word-of-{account}")
+    def account(self, name, unit):
+        secret = self.directory / f"secret-of-{name}"
+        secret.write_text(f"word-of-{name}")
         secret.chmod(0o600)
-        return run_korvid(*command, program=program, port=self.central.port, username=account, password_file=secret,
-                          topic_prefix=f"units/{unit}/", **settings)
+        return {"username": name, "password_file": secret, "topic_prefix": f"units/{unit}/"}
+
+    def run(self, account, unit, *command, program="korvid", **settings):
+        return run_korvid(*command, program=program, port=self.central.port, **self.account(account, unit), **settings)
 
     def presence(self):
         return {m.topic[6:]: m.payload for m in self.watch.messages if m.topic.endswith((PRESENCE, "/bridge"))}
@@ -51,19 +53,23 @@ def fleet(tmp_path, ending, new_unit):
     return made
 
 
-def test_one_client_reaches_each_unit_and_no_other(fleet, tmp_path):
-    for name in "left", "right":
+def test_one_client_reaches_each_unit_and_no_other(fleet, new_unit, tmp_path):
+    direct = new_unit(fleet.central.port, "-i", DEMO_UNIT, "-d", tmp_path / "direct.db", **fleet.account("direct", "direct"))
+    second = fleet.run("direct", "direct", "-d", tmp_path / "second.db", program="korvid-unit")
+    assert second.status == 1 and "another unit already serves" in second.err, second
+    for name in "left", "right", "direct":
         (tmp_path / name).write_text(f"blob of {name}")
         assert fleet.run("fleet", name, "set", "288", "str", name).status == 0
         got = fleet.run("fleet", name, "setsec", tmp_path / name)
         assert (got.status, got.err.replace(f"WARNING: {tmp_path}", "")) == (0, got.err), got
-    for name in "left", "right":
+    for name in "left", "right", "direct":
         assert fleet.run("fleet", name, "get", "288").out == block(288, 255, 10, name.encode())
         await_that(lambda: f"blob of {name}".encode() in fleet.run("fleet", name, "getsec").out, "the blob")
         got = fleet.run("fleet", name, DEMO_UNIT, program="korvid-restore")
         assert got.status == 0 and b"288 - 0x120" in got.out, got
         assert fleet.run("fleet", name, "get", "288").out == block(288, 255, 10, b"Hi")
     assert {m.topic[6:].split("/")[0] for m in fleet.watch.messages if m.payload == b"blob of left"} == {"left"}
+    assert "WARNING" not in direct.log.read_text(), direct.log.read_text()  # no right is missing
     got = fleet.run("fleet", "nobody", "get")
     assert got.status == 1 and "no parameter service is listening" in got.err and got.seconds < scaled(1), got
 
