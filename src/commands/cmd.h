@@ -9,6 +9,9 @@
 /// The commands of korvid.
 namespace commands {
 
+using Client = std::shared_ptr<ecu::lapi::com::ITransportClient>;
+using Arguments = std::vector<std::string>;
+
 /// What one command word does.
 class Cmd {
 public:
@@ -20,8 +23,7 @@ public:
     /// Runs the command with the arguments behind its word, over a connected and started client.
     /// Returns whether it did its work; a failure has been reported by then. Lets the exceptions of
     /// platform operations pass.
-    virtual bool execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
-                         const std::vector<std::string>& args) const = 0;
+    virtual bool execute(Client& client, const Arguments& args) const = 0;
 
     /// The block of the usage text that tells the command, with `program` in its examples.
     virtual std::string help_text(const char* program) const = 0;

@@ -1,13 +1,12 @@
-#include "commands/get_cmd.h"
-
 #include <iostream>
 #include <sstream>
 
+#include "commands/commands.h"
 #include "commands/otaid.h"
 #include "commands/print_sysparam.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
-#include "program/startup.h"
+#include "program/sysparams.h"
 
 namespace commands {
 
@@ -38,8 +37,7 @@ bool print_one(ISystemParameterClient& sysparams, const std::string& argument) {
 
 }  // namespace
 
-bool GetCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
-                     const std::vector<std::string>& args) const {
+bool GetCmd::execute(Client& client, const Arguments& args) const {
     const auto sysparams = program::create_sysparams(client);
     if (args.empty()) return print_all(*sysparams);
     bool all_printed = true;

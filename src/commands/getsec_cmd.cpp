@@ -1,8 +1,7 @@
-#include "commands/getsec_cmd.h"
-
 #include <iostream>
 #include <sstream>
 
+#include "commands/commands.h"
 #include "ecu/lapi/logging.h"
 #include "secstore/sec_store.h"
 
@@ -10,8 +9,7 @@ namespace commands {
 
 namespace logging = ecu::lapi::logging;
 
-bool GetSecCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
-                        const std::vector<std::string>& /*args*/) const {
+bool GetSecCmd::execute(Client& client, const Arguments& /*args*/) const {
     logging::write(logging::DEBUG, "Attempt to receive SecStore!");
     SecStore store(client);
     // Not copied: a blob may take a large part of the unit's memory.

@@ -1,9 +1,6 @@
 #include "commands/registry.h"
 
-#include "commands/get_cmd.h"
-#include "commands/getsec_cmd.h"
-#include "commands/set_cmd.h"
-#include "commands/setsec_cmd.h"
+#include "commands/commands.h"
 
 namespace {
 

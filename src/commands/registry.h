@@ -6,7 +6,7 @@
 
 /// Every command, in the order of the usage text. Lives until the process ends.
 ///
-/// To add a command: write its class in a file pair of its own (get_cmd.h and get_cmd.cpp show
-/// how), list the source in CMakeLists.txt, and add one object to registry.cpp. The usage text and
+/// To add a command: declare its class in commands.h, define it in a source of its own (get_cmd.cpp
+/// shows how), list that in CMakeLists.txt, and add one object to registry.cpp. The usage text and
 /// the look-up by command word follow.
 extern const std::vector<const commands::Cmd*> command_registry;

@@ -1,13 +1,12 @@
-#include "commands/set_cmd.h"
-
 #include <iostream>
 #include <optional>
 #include <sstream>
 
+#include "commands/commands.h"
 #include "commands/interpretation.h"
 #include "commands/otaid.h"
 #include "ecu/lapi/var.h"
-#include "program/startup.h"
+#include "program/sysparams.h"
 
 namespace commands {
 
@@ -19,8 +18,7 @@ constexpr char MISSPELT_PROGRAM[] = "korvdi";
 
 /// The interpretation of the value behind the OTAID; nothing, and a message on standard error, when
 /// there is no value or none that can be interpreted.
-std::optional<Interpretation> interpretation_of(const SetCmd& command,
-                                                const std::vector<std::string>& args) {
+std::optional<Interpretation> interpretation_of(const SetCmd& command, const Arguments& args) {
     if (args.size() <= FIRST_VALUE) {
         std::cerr << "No value provided for param: '" << args.front() << "', ignore!" << std::endl;
         return std::nullopt;
@@ -46,16 +44,13 @@ bool write(ecu::lapi::var::ISystemParameterClient& sysparams,
     sysparams.set_parameters(parameters);
     const auto [written, refused] = sysparams.write_parameters();
     if (written) return true;
-    std::cerr << "Failed to write system parameters with OTAID:";
-    for (const auto& parameter : refused) std::cerr << " " << parameter.first;
-    std::cerr << std::endl;
+    program::report_refused(refused);
     return false;
 }
 
 }  // namespace
 
-bool SetCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
-                     const std::vector<std::string>& args) const {
+bool SetCmd::execute(Client& client, const Arguments& args) const {
     const auto sysparams = program::create_sysparams(client);
     auto parameters = sysparams->get_parameters(0);
     if (args.empty()) {

@@ -1,7 +1,6 @@
-#include "commands/setsec_cmd.h"
-
 #include <sstream>
 
+#include "commands/commands.h"
 #include "ecu/lapi/logging.h"
 #include "secstore/sec_store.h"
 
@@ -9,8 +8,7 @@ namespace commands {
 
 namespace logging = ecu::lapi::logging;
 
-bool SetSecCmd::execute(std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
-                        const std::vector<std::string>& args) const {
+bool SetSecCmd::execute(Client& client, const Arguments& args) const {
     if (args.size() != 1) {
         logging::write(logging::ERROR, "A file need to be provided!");
         return false;

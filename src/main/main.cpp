@@ -22,5 +22,5 @@ int main(int argc, char** argv) {
     program::secure_standard_streams();
     widen_standard_output();
     program::grow_heap_in_large_steps();
-    return run(argc, argv);
+    return korvid::run(argc, argv);
 }

@@ -19,7 +19,7 @@ namespace {
 
 constexpr char SHORT_OPTIONS[] = "p:H:l:hvPQTS";
 
-constexpr option LONG_OPTIONS[] = {
+constexpr option long_options[] = {
     {"payload", no_argument, nullptr, 'P'},        {"qos", no_argument, nullptr, 'Q'},
     {"timestamp", no_argument, nullptr, 'T'},      {"payload-size", no_argument, nullptr, 'S'},
     {"port", required_argument, nullptr, 'p'},     {"host", required_argument, nullptr, 'H'},
@@ -64,7 +64,7 @@ bool take_option(int letter) {
 bool parse_opts(int argc, char** argv, std::vector<std::string>& args) {
     int index = 0;
     int letter = 0;
-    while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, LONG_OPTIONS, &index)) != -1) {
+    while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, long_options, &index)) != -1) {
         if (!take_option(letter)) return false;
     }
     while (optind < argc) args.emplace_back(argv[optind++]);
@@ -72,5 +72,5 @@ bool parse_opts(int argc, char** argv, std::vector<std::string>& args) {
 }
 
 void version() {
-    std::cerr << PROGRAM_NAME << ": " << program::build_description << std::endl;
+    std::cerr << korvid::PROGRAM_NAME << ": " << program::build_description << std::endl;
 }

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "commands/get_cmd.h"
+#include "commands/commands.h"
 #include "commands/registry.h"
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
@@ -18,25 +18,24 @@
 #include "main/usage.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
+#include "program/sysparams.h"
 
+namespace korvid {
 namespace {
 
-namespace com = ecu::lapi::com;
-namespace logging = ecu::lapi::logging;
-namespace var = ecu::lapi::var;
+using commands::Arguments;
 
-using Arguments = std::vector<std::string>;
-using ClientHandle = std::shared_ptr<com::ITransportClient>;
-
+/// A platform library may send what was published while its caller goes on, and hear of a failure
+/// later: time for both. Ours waits in `disconnect`.
 constexpr timespec PAUSE_BEFORE_DISCONNECT{0, 100'000'000};
 
 /// What a run holds of the platform, in order of creation.
 struct Connection {
     std::unique_ptr<ecu::lapi::config::Configuration> configuration;
     std::optional<program::ProgressLine> progress;
-    ClientHandle client;
+    commands::Client client;
     // Held for the whole run; commands create their own.
-    std::shared_ptr<var::ISystemParameterClient> sysparams;
+    std::shared_ptr<ecu::lapi::var::ISystemParameterClient> sysparams;
 };
 
 bool open(Connection& connection) {
@@ -51,7 +50,7 @@ bool open(Connection& connection) {
     return true;
 }
 
-bool execute_command(ClientHandle& client, Arguments& args) {
+bool execute_command(commands::Client& client, Arguments& args) {
     if (args.empty()) return commands::GetCmd("get").execute(client, args);
     const std::string word = args.front();
     args.erase(args.begin());
@@ -67,7 +66,7 @@ bool execute_command(ClientHandle& client, Arguments& args) {
 }  // namespace
 
 int run(int argc, char** argv) {
-    logging::set_log_mode(logging::LogMode::console);
+    ecu::lapi::logging::set_log_mode(ecu::lapi::logging::LogMode::console);
     Arguments args;
     if (!parse_opts(argc, argv, args)) {
         usage();
@@ -75,9 +74,9 @@ int run(int argc, char** argv) {
     }
 
     Connection connection;
-    bool succeeded = program::guarded(PROGRAM_NAME, [&] { return open(connection); });
+    bool succeeded = program::attempt(PROGRAM_NAME, [&] { return open(connection); });
     if (succeeded) {
-        succeeded = program::guarded(PROGRAM_NAME,
+        succeeded = program::attempt(PROGRAM_NAME,
                                      [&] { return execute_command(connection.client, args); });
         nanosleep(&PAUSE_BEFORE_DISCONNECT, nullptr);
     }
@@ -86,3 +85,5 @@ int run(int argc, char** argv) {
     }
     return succeeded ? 0 : 1;
 }
+
+}  // namespace korvid

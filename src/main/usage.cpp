@@ -5,6 +5,8 @@
 #include "commands/registry.h"
 #include "main/options.h"
 
+using korvid::PROGRAM_NAME;
+
 void usage() {
     version();
     std::cerr << "\n"

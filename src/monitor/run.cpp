@@ -65,7 +65,7 @@ bool watch(const Options& options) {
     program::end_at_termination_signals();
     auto configuration = program::load_configuration(PROGRAM_NAME, options.common);
     const auto client = program::create_transport(configuration);
-    const bool watched = program::guarded(PROGRAM_NAME, [&] {
+    const bool watched = program::attempt(PROGRAM_NAME, [&] {
         print_messages(*client, options);
         return true;
     });

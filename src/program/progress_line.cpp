@@ -3,12 +3,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <array>
-#include <csignal>
+#include <chrono>
 #include <cstdio>
-#include <iostream>
-#include <streambuf>
 
 #include "ecu/lapi/logging.h"
 
@@ -21,17 +17,12 @@ constexpr std::chrono::milliseconds BEFORE_THE_FIRST{1000};
 constexpr std::chrono::milliseconds BETWEEN_TWO{200};
 constexpr char ERASE[] = "\r\033[K";
 
-const std::array<std::ostream*, 7> STREAMS{&std::cout,        &std::cerr,       &logging::ERROR,
-                                           &logging::WARNING, &logging::NOTICE, &logging::INFO,
-                                           &logging::DEBUG};
-
 /// Less than this is no transfer that anybody waits for.
-constexpr std::uint64_t LEAST_BYTES = 64 << 10;
-constexpr std::array<int, 3> ENDING_SIGNALS{SIGINT, SIGTERM, SIGHUP};
+constexpr std::uint64_t MIN_BYTES = 64 << 10;
 
-void write_to_terminal(const char* bytes, std::size_t size) {
+void write_to_terminal(const std::string& bytes) {
     // A terminal that takes nothing is none to show anything on.
-    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, bytes, size);
+    [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, bytes.data(), bytes.size());
 }
 
 /// Shown where somebody looks: not behind a redirection, nor to who asked for errors only.
@@ -52,77 +43,22 @@ std::size_t columns() {
     return known ? size.ws_col - 1U : 79U;
 }
 
-/// Its action is reset before it is called, so that raising the signal again ends the process.
-extern "C" void erase_and_end(int number) {
-    write_to_terminal(ERASE, sizeof ERASE - 1);
-    std::raise(number);
-}
-
 }  // namespace
 
-/// While it lives, what is written through a stream to standard error erases the line first: a
-/// stream flushes the one that it is tied to. So do signals that end the process, unless they are
-/// handled or ignored already.
-class ProgressLine::Guard : private std::streambuf {
-public:
-    explicit Guard(ProgressLine& guarded_line) : line(guarded_line), flushed(this) {
-        std::transform(STREAMS.begin(), STREAMS.end(), ties.begin(),
-                       [this](std::ostream* stream) { return stream->tie(&flushed); });
-        struct sigaction action {};
-        action.sa_handler = erase_and_end;
-        action.sa_flags = static_cast<int>(SA_RESETHAND);
-        for (std::size_t i = 0; i < ENDING_SIGNALS.size(); ++i) {
-            sigaction(ENDING_SIGNALS[i], nullptr, &actions[i]);
-            if (actions[i].sa_handler == SIG_DFL) sigaction(ENDING_SIGNALS[i], &action, nullptr);
-        }
-    }
-    ~Guard() override {
-        for (std::size_t i = 0; i < ENDING_SIGNALS.size(); ++i) {
-            sigaction(ENDING_SIGNALS[i], &actions[i], nullptr);
-        }
-        for (std::size_t i = 0; i < STREAMS.size(); ++i) STREAMS[i]->tie(ties[i]);
-    }
-    Guard(const Guard&) = delete;
-    Guard& operator=(const Guard&) = delete;
-
-private:
-    int sync() override {
-        line.erase();
-        return 0;
-    }
-
-    ProgressLine& line;
-    std::ostream flushed;
-    std::array<std::ostream*, STREAMS.size()> ties{};
-    std::array<struct sigaction, ENDING_SIGNALS.size()> actions{};
-};
-
-ProgressLine::ProgressLine(std::string program_name)
-    : program(std::move(program_name)), next_drawing(Clock::now() + BEFORE_THE_FIRST) {
-    if (!is_to_be_shown()) return;
-    guard = std::make_unique<Guard>(*this);
-    drawing = std::thread([this] { draw_until_the_end(); });
-}
-
-ProgressLine::~ProgressLine() {
-    end();
-    if (drawing.joinable()) drawing.join();
+ProgressLine::ProgressLine(std::string program_name) : program(std::move(program_name)) {
+    if (is_to_be_shown()) drawing = std::thread([this] { draw_until_the_end(); });
 }
 
 void ProgressLine::begin(const char* next_step) {
     const std::lock_guard<std::mutex> lock(mutex);
     step = next_step;
-    advance(0, 0);
-}
-
-void ProgressLine::advance(std::uint64_t bytes_done, std::uint64_t bytes_total) {
-    done.store(bytes_done, std::memory_order_relaxed);
-    total.store(bytes_total, std::memory_order_relaxed);
+    done = total = 0;
 }
 
 std::function<void(std::uint64_t, std::uint64_t)> ProgressLine::hook() {
     return [this](std::uint64_t bytes_done, std::uint64_t bytes_total) {
-        advance(bytes_done, bytes_total);
+        done.store(bytes_done, std::memory_order_relaxed);
+        total.store(bytes_total, std::memory_order_relaxed);
     };
 }
 
@@ -131,51 +67,41 @@ void ProgressLine::watch(const std::shared_ptr<ecu::lapi::com::ITransportClient>
     transfers = std::dynamic_pointer_cast<ecu::lapi::com::ITransferProgress>(client);
 }
 
-void ProgressLine::erase() {
-    const std::lock_guard<std::mutex> lock(mutex);
-    erase_drawn();
-    // Whoever erased it is about to write, and has done so by then.
-    next_drawing = std::max(next_drawing, Clock::now() + BETWEEN_TWO);
-}
-
 void ProgressLine::end() {
-    const std::lock_guard<std::mutex> lock(mutex);
-    erase_drawn();
-    ended = true;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        ended = true;
+    }
     changed.notify_all();
+    if (drawing.joinable()) drawing.join();
 }
 
 void ProgressLine::draw_until_the_end() {
     std::unique_lock<std::mutex> lock(mutex);
-    while (!ended) {
-        const auto time = next_drawing;
-        changed.wait_until(lock, time);
-        if (ended || Clock::now() < next_drawing) continue;
+    auto pause = BEFORE_THE_FIRST;
+    while (!changed.wait_for(lock, pause, [this] { return ended; })) {
         draw();
-        next_drawing = Clock::now() + BETWEEN_TWO;
+        pause = BETWEEN_TWO;
     }
+    if (!drawn.empty()) write_to_terminal(ERASE);
 }
 
 void ProgressLine::draw() {
-    if (const auto watched = transfers.lock()) {
-        const auto transfer = watched->transfer();
-        advance(transfer.done, transfer.total);
-    }
-    if (!is_in_the_foreground() || (step.empty() && done < LEAST_BYTES)) return;
-    const std::string line = ERASE + text().substr(0, columns());
-    write_to_terminal(line.data(), line.size());
-    drawn = true;
+    const auto watched = transfers.lock();
+    const ecu::lapi::com::Transfer transfer =
+        watched ? watched->transfer() : ecu::lapi::com::Transfer{done, total};
+    if (!is_in_the_foreground() || (step.empty() && transfer.done < MIN_BYTES)) return;
+    const std::string line = text(transfer).substr(0, columns());
+    // What has not moved may have been followed by the work's own output.
+    if (line == drawn) return;
+    drawn = line;
+    write_to_terminal(ERASE + line + '\r');
 }
 
-void ProgressLine::erase_drawn() {
-    if (drawn) write_to_terminal(ERASE, sizeof ERASE - 1);
-    drawn = false;
-}
-
-std::string ProgressLine::text() const {
+std::string ProgressLine::text(const ecu::lapi::com::Transfer& transfer) const {
     constexpr double MEGABYTE = 1e6;
-    const auto so_far = static_cast<double>(done.load(std::memory_order_relaxed)) / MEGABYTE;
-    const auto all = static_cast<double>(total.load(std::memory_order_relaxed)) / MEGABYTE;
+    const auto so_far = static_cast<double>(transfer.done) / MEGABYTE;
+    const auto all = static_cast<double>(transfer.total) / MEGABYTE;
     char amount[64] = " ...";
     if (all > 0) {
         std::snprintf(amount, sizeof amount, " %.1f of %.1f MB", so_far, all);

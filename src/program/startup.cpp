@@ -13,17 +13,8 @@
 #include "ecu/lapi/logging.h"
 
 namespace program {
-namespace {
 
 namespace logging = ecu::lapi::logging;
-
-template <typename Handle>
-Handle existing(Handle handle, const char* what) {
-    if (!handle) throw std::runtime_error(std::string("no ") + what + " client could be created");
-    return handle;
-}
-
-}  // namespace
 
 void secure_standard_streams() {
     std::signal(SIGPIPE, SIG_IGN);
@@ -58,15 +49,12 @@ std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::
 std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
     std::unique_ptr<ecu::lapi::config::Configuration>& configuration) {
     using namespace ecu::lapi;
-    return existing(com::create_client(configuration, com::TransportType::mqtt), "transport");
+    auto client = com::create_client(configuration, com::TransportType::mqtt);
+    if (!client) throw std::runtime_error("no transport client could be created");
+    return client;
 }
 
-std::shared_ptr<ecu::lapi::var::ISystemParameterClient> create_sysparams(
-    const std::shared_ptr<ecu::lapi::com::ITransportClient>& client) {
-    return existing(ecu::lapi::var::create_sysparams_client(client), "system-parameter");
-}
-
-bool guarded(const std::string& program, const std::function<bool()>& step) {
+bool attempt(const std::string& program, const std::function<bool()>& step) {
     try {
         return step();
     } catch (const std::exception& error) {
@@ -80,20 +68,12 @@ bool guarded(const std::string& program, const std::function<bool()>& step) {
 int run_program(const std::string& name, const std::function<bool()>& work) {
     secure_standard_streams();
     logging::set_log_mode(logging::LogMode::console);
-    return guarded(name, work) ? EXIT_SUCCESS : EXIT_FAILURE;
+    return attempt(name, work) ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
 bool close_connection(const std::string& program, ecu::lapi::com::ITransportClient& client) {
-    const auto disconnect = [&client] {
-        client.disconnect();
-        return true;
-    };
-    const auto stop = [&client] {
-        client.stop();
-        return true;
-    };
-    const bool disconnected = guarded(program, disconnect);
-    return guarded(program, stop) && disconnected;
+    const bool disconnected = attempt(program, [&client] { return client.disconnect(), true; });
+    return attempt(program, [&client] { return client.stop(), true; }) && disconnected;
 }
 
 }  // namespace program

@@ -6,7 +6,6 @@
 
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/config.h"
-#include "ecu/lapi/var.h"
 #include "program/options.h"
 
 /// Steps that the programs share.
@@ -32,20 +31,16 @@ std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::
 std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
     std::unique_ptr<ecu::lapi::config::Configuration>& configuration);
 
-/// A system-parameter client over `client`, which it shares. Throws as `create_transport` does.
-std::shared_ptr<ecu::lapi::var::ISystemParameterClient> create_sysparams(
-    const std::shared_ptr<ecu::lapi::com::ITransportClient>& client);
-
 /// Runs a step of `program` and returns its result; an exception counts as false and becomes one
 /// line on standard error.
-bool guarded(const std::string& program, const std::function<bool()>& step);
+bool attempt(const std::string& program, const std::function<bool()>& step);
 
 /// Runs a program that logs to standard error: secures the standard streams and does `work`,
 /// guarded. Returns the process's status.
 int run_program(const std::string& name, const std::function<bool()>& work);
 
 /// Disconnects and stops the client; returns whether both went well. A failure is reported as
-/// `guarded` does.
+/// `attempt` does.
 bool close_connection(const std::string& program, ecu::lapi::com::ITransportClient& client);
 
 }  // namespace program

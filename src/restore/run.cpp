@@ -11,6 +11,7 @@
 #include "program/input.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
+#include "program/sysparams.h"
 #include "restore/change_line.h"
 #include "restore/differences.h"
 #include "restore/options.h"
@@ -48,12 +49,6 @@ void print_changes(const ParameterMap& unit, const ParameterMap& changes,
     std::cout.flush();
 }
 
-void print_refused(const ParameterMap& refused) {
-    std::cerr << "Failed to write system parameters with OTAID:";
-    for (const auto& parameter : refused) std::cerr << " " << parameter.first;
-    std::cerr << std::endl;
-}
-
 void print_summary(const Differences& found, bool only_show, std::size_t refused) {
     if (logging::get_log_level() < logging::LEVEL_WARNING) return;
     std::cerr << PROGRAM_NAME << (only_show ? ": differ: " : ": written: ")
@@ -76,7 +71,7 @@ bool bring_back(ISystemParameterClient& sysparams, Dump dump, bool only_show,
     }
     progress.end();
     const auto& [written, refused] = outcome;
-    if (!written) print_refused(refused);
+    if (!written) program::report_refused(refused);
     // What is not known to be written is not told to be.
     if (!written && refused.empty()) return false;
     print_changes(unit, found.changes, refused);
@@ -90,7 +85,7 @@ bool restore(const Options& options) {
     Dump dump = read_dump(options.file, progress);
 
     const auto client = program::create_transport(configuration);
-    const bool restored = program::guarded(PROGRAM_NAME, [&] {
+    const bool restored = program::attempt(PROGRAM_NAME, [&] {
         const auto sysparams = program::create_sysparams(client);
         progress.watch(client);
         progress.begin("connecting");

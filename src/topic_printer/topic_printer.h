@@ -13,11 +13,6 @@ struct DisplayFlags {
     bool show_timestamp = false;
 };
 
-/// The block that shows a message received `elapsed_seconds` after the printer's creation, without
-/// its last line end.
-std::string compose_block(const DisplayFlags& flags, double elapsed_seconds,
-                          const std::string& topic, const ecu::lapi::com::Message& msg);
-
 /// Prints a block on standard output for each message of the topics it is subscribed to.
 class TopicPrinter : public ecu::lapi::com::ISubscriptionObserver {
 public:
@@ -28,6 +23,9 @@ public:
     void message(const std::string& topic, const ecu::lapi::com::Message& msg) override;
 
 private:
-    const DisplayFlags flags;
+    const bool show_payload;
+    const bool show_payload_size;
+    const bool show_qos;
+    const bool show_timestamp;
     const std::chrono::steady_clock::time_point start_time;
 };

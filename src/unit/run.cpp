@@ -106,7 +106,7 @@ bool serve(const Options& options) {
         configuration, {protocol::PRESENCE_TOPIC, protocol::PRESENT, protocol::ABSENT});
     client->connect();
     client->start();
-    const bool served = program::guarded(PROGRAM_NAME, [&] {
+    const bool served = program::attempt(PROGRAM_NAME, [&] {
         begin_to_serve(options, imported, store, parameters, *client);
         await_end(broker.get());
         return true;

@@ -1,11 +1,14 @@
 """Reading parameters: the printed text, the import that takes it back, and many readers at once."""
 
+import os
+import pty
 import random
+import subprocess
 
 import pytest
 
 from harness import HI_BLOCK
-from processes import DEMO_UNIT, Running, run_korvid
+from processes import BIN, DEMO_UNIT, Running, environment, run_korvid
 from protocol import block
 
 DEMO = DEMO_UNIT.read_bytes()
@@ -48,6 +51,17 @@ def ignored(*words):
 def test_lookups_print_in_the_order_asked_and_report_what_is_missing(broker, unit, arguments, status, out, err):
     got = run_korvid("get", *arguments, port=broker.port)
     assert (got.status, got.out, got.err) == (status, out, err)
+
+
+def test_a_block_comes_before_the_error_behind_it_on_a_terminal_too(broker, unit):
+    ours, theirs = pty.openpty()
+    with subprocess.Popen([BIN / "korvid", "-p", str(broker.port), "get", "288", "289"], env=environment(),
+                          stdout=subprocess.PIPE, stderr=theirs) as process:
+        os.close(theirs)
+        error = os.read(ours, 100)
+        os.set_blocking(process.stdout.fileno(), False)
+        assert process.stdout.read() == HI_BLOCK and error == b"Unable to find param with key: 289\r\n"
+    os.close(ours)
 
 
 def test_an_empty_unit_prints_nothing_and_fails(broker, new_unit):

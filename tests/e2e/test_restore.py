@@ -95,15 +95,12 @@ def test_what_happens_between_read_and_write(broker, unit, restore, peer, proxy,
     assert run_korvid("get", 288, port=broker.port).out == expected[2]
 
 
-ERASE, LINE = r"\r\x1b\[K", r"\r\x1b\[Kkorvid-restore: reading the unit (\.\.\.|[\d.]+ MB)"
+ERASE = r"\r\x1b\[K"
+LINE = ERASE + r"korvid-restore: reading the unit (\.\.\.|[\d.]+ MB)\r"
 
 
-@pytest.mark.parametrize("level, event, status, shown", [
-    ("WARNING", "finish", 0, f"({LINE})+{ERASE}korvid-restore: differ: 1, .*\r\n"),
-    ("WARNING", "signal", -signal.SIGTERM, f"({LINE})+{ERASE}"), ("ERROR", "finish", 0, ""),
-    ("DEBUG", "cut", 1, rf"({ERASE}|(DEBUG|INFO): .*\r\n|{LINE})*{LINE}{ERASE}WARNING: .*\r\n(\w.*\r\n)+"),
-])
-def test_long_work_shows_on_a_terminal_that_it_moves(broker, unit, tmp_path, level, event, status, shown):
+@pytest.mark.parametrize("level, shown", [("WARNING", f"({LINE})+{ERASE}korvid-restore: differ: 1, .*\r\n"), ("ERROR", "")])
+def test_long_work_shows_on_a_terminal_that_it_moves(broker, unit, tmp_path, level, shown):
     (tmp_path / "dump").write_bytes(CHANGED)
     ours, theirs = pty.openpty()
     unit.process.send_signal(signal.SIGSTOP)
@@ -112,11 +109,10 @@ def test_long_work_shows_on_a_terminal_that_it_moves(broker, unit, tmp_path, lev
                                env=environment(request_timeout_ms=int(scaled(5) * 1000)))
     os.close(theirs)
     time.sleep(1.5 * scaled(1))
-    {"signal": process.terminate, "cut": broker.stop, "finish": lambda: None}[event]()
     unit.process.send_signal(signal.SIGCONT)
     text = b""
     with contextlib.suppress(OSError):  # the terminal's end
         while data := os.read(ours, 4096):
             text += data
     os.close(ours)
-    assert process.wait(scaled(10)) == status and re.fullmatch(shown, text.decode()), text
+    assert process.wait(scaled(10)) == 0 and re.fullmatch(shown, text.decode()), text

@@ -1,6 +1,5 @@
-#include "commands/get_cmd.h"
+#include "commands/commands.h"
 #include "commands/otaid.h"
-#include "commands/set_cmd.h"
 #include "over_fake_lapi.h"
 
 namespace {

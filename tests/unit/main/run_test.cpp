@@ -13,7 +13,7 @@ struct Run : OverFakeLapi {
         opt_payload = opt_payload_size = opt_qos = opt_timestamp = false;
     }
     static Captured<int> korvid(const Strings& words) {
-        return captured([&] { return invoke(run, words); });
+        return captured([&] { return invoke(korvid::run, words); });
     }
     void expect_last_calls(const Strings& expected) {
         const auto count = std::min(expected.size(), lapi.calls.size());

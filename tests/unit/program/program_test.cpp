@@ -28,9 +28,7 @@ std::string parsed(const Strings& words) {
     std::string text = "none";
     const auto parse = [&](int argc, char** argv) {
         return parse_command_line(argc, argv, {"p", "", "", ""},
-                                  {flag_option('f', "flag", "", flag),
-                                   text_option(0, "text", "T", "", text)},
-                                  {});
+                                  {flag_option('f', "flag", "", flag), text_option(0, "text", "T", "", text)}, {});
     };
     try {
         std::string shown;
