@@ -1,6 +1,7 @@
 """What only tests need: clients, scripted brokers, shipped broker files, checks."""
 
 import contextlib
+import pathlib
 import re
 import subprocess
 import threading
@@ -41,8 +42,17 @@ class FileBroker(Broker):
         text = re.sub("^listener [18]883.*", f"listener {port} 127.0.0.1", shipped.read_text(), flags=re.M)
         for word, value in words.items():
             text = text.replace(word, str(value))
+        for secret in re.findall("^(?:password|acl)_file (.*)", text, re.M):
+            pathlib.Path(secret).chmod(0o600)
         self.config.write_text("user root\n" + text)
+        self.log = self.config.with_suffix(".log")
         self.start()
+
+    def stop(self):
+        """What is shipped gives no cause for a warning, in any version of the broker."""
+        super().stop()
+        said = re.findall("^.*(?:Warning|deprecated).*", self.log.read_text(), re.M)
+        assert all("run as root" in line for line in said), said
 
 
 def new_client(user=None, password=None, client_id=""):

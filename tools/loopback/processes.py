@@ -102,17 +102,20 @@ class Unit:
 
 class Broker:
     """A mosquitto on a free loopback port, with an explicit listener."""
+    log = pathlib.Path(os.devnull)
 
     def __init__(self, directory, *lines, anonymous=True):
         self.port = free_port()
         self.config = directory / f"broker-{self.port}.conf"
         self.config.write_text("\n".join(["user root", f"listener {self.port} 127.0.0.1",
-                                          f"allow_anonymous {str(anonymous).lower()}", *lines, ""]))
+                                          f"allow_anonymous {str(anonymous).lower()}",
+                                          "max_packet_size 268435455", *lines, ""]))
         self.start()
 
     def start(self):
-        self.process = subprocess.Popen(["/usr/sbin/mosquitto", "-c", self.config],
-                                        stdin=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        with self.log.open("ab") as log:
+            self.process = subprocess.Popen(["/usr/sbin/mosquitto", "-c", self.config],
+                                            stdin=subprocess.DEVNULL, stderr=log)
         await_that(lambda: self.process.poll() is not None or self.accepts(), "the broker listens")
         assert self.process.poll() is None, "the broker ended"
 
