@@ -125,6 +125,7 @@ class ScriptedBroker(Listening):
                 for part in [answer] if isinstance(answer, bytes) else answer:
                     link.sendall(part)
                     time.sleep(0.2 if part is not answer else 0)
+        link.close()  # libmosquitto 2.1 waits for it behind its DISCONNECT
 
 
 def puback(reason=0):

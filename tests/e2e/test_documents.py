@@ -103,7 +103,8 @@ def test_the_examples_of_the_manual(ending, broker, unit, tmp_path, page):
     for theirs, ours in (("192.0.2.7", "127.0.0.1"),
                          ("/usr/share/doc/korvid-unit/examples", str(DEMO_UNIT.parent))):
         shown = shown.replace(theirs, ours)
-    for command, output in examples("".join(re.findall("^ {11}(.*\n)", shown, re.M))):
+    indent = re.search(r"^ +(?=\$ )", shown, re.M)[0]  # groff's, by its version
+    for command, output in examples("".join(re.findall(f"^{indent}(.*\n)", shown, re.M))):
         exports += command if command.startswith("export ") else ""
         sign = SERVES.get(command.split()[0])
         env = {**environment(port=free_port() if " -b " in command else broker.port), **SHELL}

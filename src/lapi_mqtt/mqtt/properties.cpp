@@ -30,6 +30,11 @@ std::string printable(std::string text) {
     return text;
 }
 
+/// libmosquitto 2.1 hands out a null pointer for a text that is empty.
+std::string text_of(const char* text) {
+    return text == nullptr ? "" : text;
+}
+
 std::string read_binary(const mqtt5__property* list, int identifier) {
     void* bytes = nullptr;
     std::uint16_t size = 0;
@@ -51,7 +56,7 @@ std::optional<std::string> read_user_property(const mqtt5__property* list,
         if (list == nullptr) return std::nullopt;
         const CPointer<char> owned_name(name);
         const CPointer<char> owned_value(value);
-        if (wanted == name) return std::string(value);
+        if (wanted == text_of(name)) return text_of(value);
         skip_first = true;
     }
 }
@@ -120,7 +125,7 @@ std::string read_text(const mqtt5__property* list, int identifier) {
     char* text = nullptr;
     if (mosquitto_property_read_string(list, identifier, &text, false) == nullptr) return {};
     const CPointer<char> owned(text);
-    return text;
+    return text_of(text);
 }
 
 PublishProperties from_list(const mqtt5__property* list) {
