@@ -54,6 +54,9 @@ public:
 std::shared_ptr<IServiceClient> create_service_client(
     std::unique_ptr<ecu::lapi::config::Configuration>& config, const Presence& presence);
 
+/// "HOST:PORT" of a configuration that verifies, as messages name the broker.
+std::string broker_name(const ecu::lapi::config::Configuration& config);
+
 /// The defaults alone, with nothing of this machine's.
 std::unique_ptr<ecu::lapi::config::Configuration> default_configuration();
 

@@ -11,6 +11,7 @@ class TransportError : public std::runtime_error {
 public:
     enum class Kind {
         failed,                   ///< the operation had no effect
+        not_connected,            ///< neither had this one, as there is no connection
         no_matching_subscribers,  ///< nobody serves the request's topic
         outcome_unknown,          ///< sent, but whether it took effect is not known
         refused,                  ///< the service answered with an error text

@@ -24,6 +24,9 @@ void require_consistency(const Options& options) {
     if (options.replace && options.import_from.empty()) {
         throw UsageError("--replace needs --import");
     }
+    if (options.store == ":memory:") {
+        throw UsageError("a store in ':memory:' would lose what it has acknowledged: name a file");
+    }
     const std::string& host = options.common.host;
     if (options.broker && !host.empty() && host != "127.0.0.1" && host != "localhost") {
         throw UsageError("the broker of -b runs on 127.0.0.1, not on '" + host + "'");

@@ -12,7 +12,6 @@ namespace unit {
 namespace {
 
 using ecu::lapi::com::Message;
-using lapi_mqtt::TransportError;
 
 /// What MQTT can carry in one packet, less room for topic and properties.
 constexpr std::size_t MAX_REPLY_BYTES = 268'435'455 - 1024;
@@ -32,30 +31,6 @@ Message serialized(const google::protobuf::MessageLite& message) {
 }
 
 }  // namespace
-
-bool ParameterService::is_served(ecu::lapi::var::ISystemParameterClient& client) {
-    try {
-        client.get_parameter(0, 0);
-        return true;
-    } catch (const TransportError& error) {
-        switch (error.kind()) {
-            case TransportError::Kind::refused:
-                return true;
-            case TransportError::Kind::no_matching_subscribers:
-                return false;
-            case TransportError::Kind::outcome_unknown:
-                ecu::lapi::logging::write(
-                    ecu::lapi::logging::WARNING,
-                    "Somebody listens for requests, but does not answer: ", error.what());
-                return false;
-            case TransportError::Kind::failed:
-                ecu::lapi::logging::write(ecu::lapi::logging::WARNING,
-                                          "Cannot ask whether another unit serves: ", error.what());
-                return false;
-        }
-        throw;
-    }
-}
 
 void ParameterService::start(lapi_mqtt::IServiceClient& client) {
     client.serve(protocol::SYSPARAM_READ_TOPIC,

@@ -3,21 +3,17 @@
 #include <cstdint>
 #include <set>
 
-#include "ecu/lapi/var.h"
 #include "lapi_mqtt/service_client.h"
 #include "unit/store/store.h"
 
 namespace unit {
 
-/// Answers read and write requests from the store. Called on the delivery thread; a request that
+/// Answers read and write requests from the store. Called on the dispatch thread; a request that
 /// cannot be carried out throws a std::exception with the text for the requester.
 class ParameterService {
 public:
     ParameterService(Store& parameters, std::set<std::uint32_t> read_only_otaids)
         : store(parameters), read_only(std::move(read_only_otaids)) {}
-
-    /// True when another unit answers requests on the broker.
-    static bool is_served(ecu::lapi::var::ISystemParameterClient& client);
 
     /// Begins to serve on `client`, which must not outlive this. Throws TransportError.
     void start(lapi_mqtt::IServiceClient& client);

@@ -26,35 +26,47 @@ void SecStoreService::message(const std::string& topic, const Message& msg) {
         // Our own subscription, new or renewed: a client may have announced itself in vain before.
         if (subscribed == protocol::ANNOUNCEMENT_TOPIC) want(Wanted::unless_empty);
     } else if (msg.retain == 0) {
-        store.replace_blob(msg.payload);
-        logging::write(logging::NOTICE, "Stored a secure-store blob of ", msg.payload.size(),
-                       " bytes");
+        if (!newest) client.post([self = shared_from_this()] { self->store_newest(); });
+        newest = msg.payload;
     } else {  // it would replace newer blobs again and again
         logging::write(logging::WARNING, "Dropped a retained message on ", topic);
     }
 }
 
+void SecStoreService::store_newest() {
+    if (!newest) return;  // a client has waited for it, so that it is stored already
+    const auto blob = *std::exchange(newest, std::nullopt);
+    try {
+        store.replace_blob(blob);
+        logging::write(logging::NOTICE, "Stored a secure-store blob of ", blob.size(), " bytes");
+    } catch (const std::exception& error) {
+        logging::write(logging::ERROR, "Cannot store a secure-store blob of ", blob.size(),
+                       " bytes: ", error.what());
+    }
+}
+
 void SecStoreService::want(Wanted kind) {
     wanted = std::max(wanted, kind);
-    if (!under_way) begin_round();
+    if (!in_flight) begin_round();
 }
 
 void SecStoreService::begin_round() {
     Message barrier;  // without the name of a topic it means nothing to anybody
     barrier.set_qos(1);
-    under_way = true;
+    in_flight = true;
     try {
         client.publish(protocol::ANNOUNCEMENT_TOPIC, barrier,
-                       [self = shared_from_this()](bool taken) {
-                           taken ? self->send_blob() : self->end_round(false);
+                       [self = shared_from_this()](bool acknowledged) {
+                           acknowledged ? self->send_blob() : self->end_round(false);
                        });
     } catch (const std::exception& error) {
-        under_way = false;
+        in_flight = false;
         logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
     }
 }
 
 void SecStoreService::send_blob() {
+    store_newest();
     served = std::exchange(wanted, Wanted::no);
     if (!publish_blob()) end_round(true);
 }
@@ -62,8 +74,9 @@ void SecStoreService::send_blob() {
 /// False when nothing is on its way.
 bool SecStoreService::publish_blob() {
     const auto publish = [this](const Message& blob) {
-        client.publish(protocol::SECSTORE_GET_TOPIC, blob,
-                       [self = shared_from_this()](bool taken) { self->end_round(taken); });
+        client.publish(
+            protocol::SECSTORE_GET_TOPIC, blob,
+            [self = shared_from_this()](bool acknowledged) { self->end_round(acknowledged); });
         return true;
     };
     try {
@@ -81,9 +94,9 @@ bool SecStoreService::publish_blob() {
 
 /// What a lost connection may have kept from its receivers waits for our own announcement on the
 /// next one.
-void SecStoreService::end_round(bool taken) {
-    under_way = false;
-    if (!taken) {
+void SecStoreService::end_round(bool acknowledged) {
+    in_flight = false;
+    if (!acknowledged) {
         wanted = std::max(wanted, served);
     } else if (wanted != Wanted::no) {
         begin_round();

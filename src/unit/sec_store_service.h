@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "lapi_mqtt/service_client.h"
 #include "unit/store/store.h"
@@ -10,13 +13,13 @@ namespace unit {
 
 /// The unit's end of the secure store: keeps the blob that a client sends, and sends it to clients
 /// that announce that they listen for it. All that wait get one blob, and one blob at a time is on
-/// its way. Before it is read from the store a message of our own goes to the broker: once that was
-/// taken, every new blob that the broker had for us before has been stored, so that nobody gets an
-/// older one. Called on the delivery thread.
+/// its way. Before it is read from the store a message of our own goes to the broker: once that is
+/// acknowledged, every new blob that the broker had for us before has arrived, so that nobody gets
+/// an older one. Of blobs that wait to be stored only the newest is. Called on the dispatch thread.
 class SecStoreService : public ecu::lapi::com::ISubscriptionObserver,
                         public std::enable_shared_from_this<SecStoreService> {
 public:
-    /// `transport` owns the observer, so it is only borrowed here; both must outlive the delivery.
+    /// `transport` owns the observer, so it is only borrowed here; both must outlive the dispatch.
     SecStoreService(Store& blobs, lapi_mqtt::IServiceClient& transport)
         : store(blobs), client(transport) {}
 
@@ -36,13 +39,15 @@ private:
     void begin_round();
     void send_blob();
     bool publish_blob();
-    void end_round(bool taken);
+    void end_round(bool acknowledged);
+    void store_newest();
 
     Store& store;
     lapi_mqtt::IServiceClient& client;
-    Wanted wanted = Wanted::no;  ///< by those that the round under way will not serve
+    Wanted wanted = Wanted::no;  ///< by those that the round in flight will not serve
     Wanted served = Wanted::no;  ///< by those that the blob on its way is for
-    bool under_way = false;
+    bool in_flight = false;
+    std::optional<std::vector<std::uint8_t>> newest;  ///< blob that is not stored yet
 };
 
 }  // namespace unit

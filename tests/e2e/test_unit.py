@@ -4,6 +4,7 @@ import contextlib
 import itertools
 import os
 import pathlib
+import re
 import shutil
 import signal
 import sqlite3
@@ -70,13 +71,15 @@ def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(bro
         assert client.messages and not late, (len(client.messages), len(late), late[0].properties)
 
 
-def test_a_unit_that_leaves_ends_the_request_that_runs_and_begins_no_other(new_unit, broker, peer, tmp_path):
+def test_a_unit_that_leaves_ends_the_request_that_runs_begins_no_other_and_stores_the_newest_blob(new_unit, broker, peer, tmp_path):
     unit, asking, watching = new_unit(broker.port, "-l", "DEBUG"), peer(broker.port), peer(broker.port, PRESENCE)
     with contextlib.closing(sqlite3.connect(tmp_path / "unit.db", isolation_level=None)) as beside:
         beside.execute("BEGIN IMMEDIATE")  # the first write waits for it
         for otaid in 1000, 1001:
             asking.publish(WRITE_TOPIC, field(1, record(otaid, 1, 1, b"x")), ResponseTopic="clients/test/reply",
                            CorrelationData=b"x" * 16)
+        for n in range(9):
+            asking.publish(BLOB_SET, b"blob %d" % n)
         await_that(lambda: "Request on" in unit.log.read_text(), "the first write runs")
         unit.process.send_signal(signal.SIGTERM)
         deadline = time.monotonic() + 1
@@ -84,7 +87,8 @@ def test_a_unit_that_leaves_ends_the_request_that_runs_and_begins_no_other(new_u
             time.sleep(0.01)
         beside.execute("ROLLBACK")
         assert unit.process.wait(scaled(5)) == 0
-        assert beside.execute("SELECT otaid FROM parameter").fetchall() == [(1000,)]
+        assert beside.execute("SELECT otaid, blob FROM parameter, secstore").fetchall() == [(1000, b"blob 8")]
+    assert unit.log.read_text().count("Stored a secure-store blob") == 1
 
 
 def own_broker(unit):
@@ -112,15 +116,25 @@ def test_the_units_own_broker_is_nobodys_else_and_ends_with_it(tmp_path, broker)
 
 def test_a_second_unit_on_a_broker_says_so_and_a_listener_that_does_not_answer_is_none(broker, unit, peer, tmp_path,
                                                                                        new_broker):
+    watching = peer(broker.port, PRESENCE, READ_TOPIC)
+    unit.process.send_signal(signal.SIGSTOP)
+    killed = Running("-d", tmp_path / "2.db", program="korvid-unit", port=broker.port)
+    await_that(lambda: len(watching.messages) == 2, "the second unit asks")
+    killed.process.kill()
+    unit.process.send_signal(signal.SIGCONT)
     second = Running("-d", tmp_path / "2.db", program="korvid-unit", port=broker.port).result()
+    assert [m.payload for m in watching.messages if m.topic == PRESENCE] == [b"online"]
     assert second.status == 1 and second.out == b"", second
     assert f"another unit already serves parameters on the broker at 127.0.0.1:{broker.port}\n" in second.err
-    elsewhere = new_broker()
-    peer(elsewhere.port, "#")
-    (tmp_path / "else").mkdir()
-    listened_to = Unit(tmp_path / "else", elsewhere.port)
-    listened_to.stop()
-    assert "WARNING: Somebody listens" in listened_to.log.read_text()
+    (tmp_path / "acl").write_text("topic read #\n")
+    for lines, warning in ((), "Somebody listens .* no reply within 300 ms"), (
+            (f"acl_file {tmp_path / 'acl'}",), "Not authorized.* Without the right to publish there, a second unit"):
+        elsewhere = new_broker(*lines)
+        peer(elsewhere.port, "#")
+        (tmp_path / "else").mkdir(exist_ok=True)
+        listened_to = Unit(tmp_path / "else", elsewhere.port, request_timeout_ms=300)
+        listened_to.stop()
+        assert re.search(f"^WARNING: .*{warning}", listened_to.log.read_text(), re.M), listened_to.log.read_text()
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
@@ -184,13 +198,15 @@ def test_a_unit_comes_back_after_its_broker(unit, broker):
     (["-x"], "x"), (["-i"], "i"), (["-i", "/no/such/file"], "/no/such/file"), (["-r", "abc"], "abc"),
     (["-d", "/no/such/dir/unit.db"], "/no/such/dir/unit.db"), (["stray"], "stray"), (["-p", "1"], "refused"),
     (["-b", "-H", "elsewhere"], "elsewhere"), (["--replace"], "--import"), (["-i", "/dev/null", "--replace"], "/dev/null"),
-    (["-i", "cut"], "cut:12: expected"),
+    (["-i", "cut"], "cut:12: expected"), (["-d", ""], "--db needs a value; try -h"), (["-d", ":memory:"], ":memory:"),
+    (["-b", "-p", "x"], "port"),
 ])
 def test_a_unit_that_cannot_start_says_why(broker, tmp_path, arguments, words):
     (tmp_path / "cut").write_bytes((HI_BLOCK + HI_BLOCK)[:-10])
     refused = Running("-d", tmp_path / "unit.db", *arguments, program="korvid-unit", port=broker.port,
                       prefix=["env", "-C", tmp_path]).result()
     assert refused.status == 1 and refused.out == b"" and words in refused.err, refused
+    assert refused.err.count("Cannot connect") <= 1, refused
     assert "cut" not in arguments or not (tmp_path / "unit.db").exists()
 
 

@@ -30,7 +30,7 @@ void Delivery::push(std::size_t bytes, Job job) {
 
 void Delivery::push_at_once(Job job) {
     const std::lock_guard<std::mutex> lock(mutex);
-    if (closed) return;
+    if (closed && !is_current_thread()) return;
     jobs.push_back({0, std::move(job)});
     changed.notify_all();
 }

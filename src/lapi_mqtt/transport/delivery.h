@@ -28,7 +28,7 @@ public:
     /// The same without waiting, for small jobs pushed under a lock that jobs need.
     void push_at_once(Job job);
 
-    /// Takes no more. Jobs that wait still run.
+    /// Takes no more but from jobs. Jobs that wait still run.
     void close();
 
     /// Returns when all jobs have run.

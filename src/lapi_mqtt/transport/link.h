@@ -145,7 +145,7 @@ private:
 
 template <typename Action>
 int Link::queue(const Lock& /*lock*/, const Step& step, Action action) {
-    if (!connection) fail(Kind::failed, step, why_down);
+    if (!connection) fail(Kind::not_connected, step, why_down);
     try {
         return action(*connection);
     } catch (const MqttError& error) {

@@ -248,6 +248,10 @@ void TransportClient::on_lost() {
     calls.connection_lost();
 }
 
+std::string broker_name(const ecu::lapi::config::Configuration& config) {
+    return read_settings(config).place();
+}
+
 std::unique_ptr<ecu::lapi::config::Configuration> default_configuration() {
     return ConfigurationReader::defaults();
 }

@@ -22,6 +22,11 @@ std::string uri_of(const std::string& path) {
     return uri + "?immutable=1";
 }
 
+/// Without a meaning for SQLite beyond the file's name, as ":memory:" has one.
+std::string literal(const std::string& path) {
+    return path.rfind('/', 0) == 0 ? path : "./" + path;
+}
+
 constexpr int BUSY_TIMEOUT_MS = 2000;
 
 }  // namespace
@@ -33,7 +38,7 @@ void Database::Close::operator()(sqlite3* database) const {
 Database::Database(const std::string& path, Access access) {
     sqlite3* opened = nullptr;
     const int code = access == Access::read_write
-                         ? sqlite3_open_v2(path.c_str(), &opened,
+                         ? sqlite3_open_v2(literal(path).c_str(), &opened,
                                            SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr)
                          : sqlite3_open_v2(uri_of(path).c_str(), &opened,
                                            SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);

@@ -13,32 +13,38 @@ namespace {
 using lapi_mqtt::AckHandler;
 using lapi_mqtt::TransportError;
 
-/// Takes small messages, and tells so when it is told to.
+/// Takes messages of up to five bytes; acknowledges them and runs what is posted when the test says so.
 struct ScriptedTransport : fake::ServiceClientStub {
     void subscribe(const std::string&, int, Observer new_observer) override { observer = new_observer; }
-    void publish(const std::string& topic, const Message& message, AckHandler taken) override {
+    void publish(const std::string& topic, const Message& message, AckHandler handler) override {
         const std::string text(message.payload.begin(), message.payload.end());
         if (text.size() > 5) throw TransportError(TransportError::Kind::failed, "too large");
         const bool is_blob = topic == protocol::SECSTORE_GET_TOPIC;
         EXPECT_TRUE(is_blob ? message.qos == 0 : message.qos == '1' && text.empty()) << topic;
         published += is_blob ? "=" + text : "-";
-        handlers.push_back(taken);
+        handlers.push_back(handler);
     }
-    void tell(bool taken) {
-        const auto handler = handlers.empty() ? [](bool) {} : handlers.front();
-        if (!handlers.empty()) handlers.pop_front();
-        handler(taken);
+    void post(std::function<void()> job) override { posted.push_back(std::move(job)); }
+    void acknowledge(bool acknowledged) {
+        if (handlers.empty()) return;
+        const auto handler = handlers.front();
+        handlers.pop_front();
+        handler(acknowledged);
+    }
+    void run_posted() {
+        for (const auto& job : std::exchange(posted, {})) job();
     }
 
     Observer observer;
     std::string published;
     std::deque<AckHandler> handlers;
+    std::vector<std::function<void()>> posted;
 };
 
 /// Events: a client announces that it waits (a), the unit itself subscribes (o), a topic that is
-/// nobody's (x); a set of "new" (s), of nothing (e), of too much (b), both kept (r, k); what was
-/// published is taken (t) or lost (l). Published: "-" asks whether older messages have come, "=" is
-/// a blob.
+/// nobody's (x); a set of "new" (s), of nothing (e), of too much (b), both retained (r, k); what was
+/// published is acknowledged (t) or not (l); what was posted runs (p). Published: "-" asks whether
+/// older messages have come, "=" is a blob. In brackets what is stored once posted jobs have run.
 using Orders = testing::TestWithParam<std::pair<const char*, const char*>>;
 
 TEST_P(Orders, SendEveryWaitingClientTheNewestBlobOnce) {
@@ -61,8 +67,12 @@ TEST_P(Orders, SendEveryWaitingClientTheNewestBlobOnce) {
             ecu::lapi::com::Message message({text.begin(), text.end()});
             message.retain = static_cast<std::uint8_t>(retain);
             transport.observer->message(topic, message);
+        } else if (event == 'p') {
+            transport.run_posted();
+            const auto stored = store.blob();
+            transport.published += "[" + std::string(stored.begin(), stored.end()) + "]";
         } else {
-            transport.tell(event == 't');
+            transport.acknowledge(event == 't');
         }
     }
     EXPECT_EQ(transport.published, published) << events;
@@ -72,8 +82,10 @@ TEST_P(Orders, SendEveryWaitingClientTheNewestBlobOnce) {
 INSTANTIATE_TEST_SUITE_P(SecStoreService, Orders,
                          testing::Values(std::pair("aaattt", "-=old"), std::pair("asat", "-=new"),
                                          std::pair("ataattt", "-=old-=old"), std::pair("atstt", "-=old"),
-                                         std::pair("rkat", "-=old"), std::pair("eat", "-="), std::pair("bat", "-="),
-                                         std::pair("xt", ""), std::pair("ot", "-=old"), std::pair("eottat", "--="),
-                                         std::pair("ealot", "--="), std::pair("eatlot", "-=-=")));
+                                         std::pair("rkatp", "-=old[old]"), std::pair("eat", "-="),
+                                         std::pair("bat", "-="), std::pair("xt", ""), std::pair("ot", "-=old"),
+                                         std::pair("eottat", "--="), std::pair("ealot", "--="),
+                                         std::pair("eatlot", "-=-="), std::pair("bespa", "[new]-"),
+                                         std::pair("sepsp", "[][new]"), std::pair("satpt", "-=new[new]")));
 
 }  // namespace

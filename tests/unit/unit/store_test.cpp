@@ -98,7 +98,8 @@ std::function<void()> at_commit = [] {};
 /// For every database that is opened from now on.
 void hook_commits() {
     const auto add_hook = [](sqlite3* database, char**, const sqlite3_api_routines*) {
-        sqlite3_commit_hook(database, [](void*) { return at_commit(), 0; }, nullptr);
+        sqlite3_commit_hook(
+            database, [](void*) { return at_commit(), 0; }, nullptr);
         return SQLITE_OK;
     };
     sqlite3_auto_extension(reinterpret_cast<void (*)()>(+add_hook));
