@@ -27,8 +27,7 @@ def examples(text):
     return [(command.replace("\n> ", "\n"), output) for command, output in found]
 
 
-def shown_in(document):
-    text = (PROJECT / document).read_text()
+def console(text):
     return "".join(re.findall(r"^```console\n(.*?)^```$", text, re.M | re.S))
 
 
@@ -53,7 +52,7 @@ def test_what_is_installed_points_to_what_is_installed():
 
 @pytest.mark.parametrize("document", ["README.md", "docs/pipelines.md"])
 def test_examples_print_what_is_shown(broker, unit, tmp_path, document):
-    assert_prints(examples(shown_in(document)), tmp_path, port=broker.port)
+    assert_prints(examples(console((PROJECT / document).read_text())), tmp_path, port=broker.port)
 
 
 MACHINE = """
@@ -81,7 +80,7 @@ def test_security_is_set_up_as_shown(tmp_path):
     shutil.copytree(DEMO_UNIT.parent, tmp_path / "examples")
     sample = tmp_path / "examples/broker/mosquitto.conf"
     sample.write_text(sample.read_text().replace("8883", port))
-    shown = shown_in("docs/security.md").replace("8883", port)
+    shown = console((DOCUMENTS / "security.md").read_text()).replace("8883", port)
     shown = shown.replace("/usr/share/doc/korvid/examples", str(sample.parents[1]))
     assert_prints(examples(shown), tmp_path, MACHINE.replace("PORT", port),
                   ["unshare", "--mount", "--pid", "--kill-child"])
