@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string errors;
     for (const auto& error : reader.errors()) errors += error + '\n';
     const auto require_told = [&](const std::string& what) { require(errors.find(what) != std::string::npos); };
-    for (const auto& [line, cause] : file.faults) require_told(':' + std::to_string(line) + ": " + cause);
+    for (const auto& [line, cause] : file.errors) require_told(':' + std::to_string(line) + ": " + cause);
     for (const auto& [key, value] : given) {
         const bool is_known = lapi_mqtt::setting_keys().count(key) != 0;
         is_known ? require(reader.get(key) == value) : require_told("unknown key '" + key + "'");

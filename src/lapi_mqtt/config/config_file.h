@@ -13,19 +13,20 @@ struct ConfigEntry {
     std::string value;
 };
 
-/// A line that is none, and why.
-struct ConfigFault {
+/// A line that cannot be taken, and why.
+struct ConfigError {
     int line;
     std::string cause;
 };
 
 struct ConfigFile {
     std::vector<ConfigEntry> entries;
-    std::vector<ConfigFault> faults;
+    std::vector<ConfigError> errors;
 };
 
-/// Reads "key = value" lines. A line that begins with '#' is a comment, one behind a value is a
-/// fault; blanks around keys and values do not count.
+/// Reads "key = value" lines; blanks around keys and values do not count. A line that begins with
+/// '#' is a comment. A comment behind a value, a value in quotes and a key's second line are
+/// errors.
 ConfigFile parse_config(std::istream& input);
 
 }  // namespace lapi_mqtt

@@ -19,13 +19,6 @@ constexpr char DEFAULT_FILE[] = "/etc/ecu/lapi.conf";
 constexpr char FILE_VARIABLE[] = "ECU_LAPI_CONFIG";
 constexpr char VARIABLE_PREFIX[] = "ECU_LAPI_";
 
-const std::map<std::string, std::string> DEFAULT_VALUES = {
-    {"host", "127.0.0.1"},
-    {"port", "1883"},
-    {"connect_timeout_ms", "3000"},
-    {"request_timeout_ms", "5000"},
-};
-
 std::string lower_case(std::string text) {
     for (char& character : text) {
         if (character >= 'A' && character <= 'Z') character = static_cast<char>(character | 0x20);
@@ -35,7 +28,7 @@ std::string lower_case(std::string text) {
 
 }  // namespace
 
-Configuration::Configuration() : values(DEFAULT_VALUES) {
+Configuration::Configuration() : values(lapi_mqtt::default_values()) {
     const char* const named = std::getenv(FILE_VARIABLE);
     if (named != nullptr) {
         load_file(named, true);
@@ -65,8 +58,8 @@ void Configuration::load_file(const std::string& path, bool must_exist) {
         return;
     }
     const auto place = [&path](int line) { return path + ":" + std::to_string(line); };
-    for (const auto& fault : content.faults) {
-        load_errors.push_back(place(fault.line) + ": " + fault.cause);
+    for (const auto& error : content.errors) {
+        load_errors.push_back(place(error.line) + ": " + error.cause);
     }
     for (const auto& entry : content.entries) take(entry.key, entry.value, place(entry.line));
 }
@@ -107,7 +100,7 @@ using ecu::lapi::config::Configuration;
 
 std::unique_ptr<Configuration> ConfigurationReader::defaults() {
     return std::unique_ptr<Configuration>(
-        new Configuration(ecu::lapi::config::DEFAULT_VALUES));  // its constructor is private
+        new Configuration(default_values()));  // its constructor is private
 }
 
 std::string ConfigurationReader::get(const std::string& key) const {
@@ -131,8 +124,8 @@ std::vector<std::string> ConfigurationReader::errors() const {
     for (const auto& [key, value] : configuration.values) {
         if (setting_keys().count(key) == 0) {
             report(key, "unknown key");
-        } else if (const auto fault = setting_fault(key, value)) {
-            report(key, *fault);
+        } else if (const auto error = setting_error(key, value)) {
+            report(key, *error);
         }
     }
     if (configuration.values.count("client_name") == 0) report("client_name", "missing value");

@@ -1,10 +1,10 @@
 #include "lapi_mqtt/config/settings.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <stdexcept>
 
 #include "ecu/lapi/logging.h"
@@ -25,21 +25,21 @@ std::optional<long> number(const std::string& text) {
     return value;
 }
 
-template <long LEAST, long MOST>
+template <long MIN, long MAX>
 std::optional<std::string> number_between(const std::string& value) {
     const auto parsed = number(value);
-    if (parsed && *parsed >= LEAST && *parsed <= MOST) return std::nullopt;
-    return "'" + value + "' is not a number from " + std::to_string(LEAST) + " to " +
-           std::to_string(MOST);
+    if (parsed && *parsed >= MIN && *parsed <= MAX) return std::nullopt;
+    return "'" + value + "' is not a number from " + std::to_string(MIN) + " to " +
+           std::to_string(MAX);
 }
 
 /// What MQTT counts in 16 bits, less room for what is put around it: levels of topics, random
 /// digits.
-constexpr std::size_t MOST_TEXT = 65'000;
+constexpr std::size_t MAX_TEXT = 65'000;
 
 std::optional<std::string> text(const std::string& value) {
-    if (value.size() > MOST_TEXT) {
-        return "the value is longer than " + std::to_string(MOST_TEXT) + " bytes";
+    if (value.size() > MAX_TEXT) {
+        return "the value is longer than " + std::to_string(MAX_TEXT) + " bytes";
     }
     if (is_text(value)) return std::nullopt;
     return "'" + value + "' is not UTF-8 text without control characters";
@@ -83,22 +83,48 @@ std::optional<std::string> readable_file(const std::string& value) {
 constexpr long HOUR_MS = 3'600'000;
 constexpr auto MILLISECONDS = number_between<1, HOUR_MS>;
 
-const std::map<std::string, Check>& checks() {
-    static const std::map<std::string, Check> table = {
-        {"host", host_name},
-        {"port", number_between<1, 65535>},
-        {"client_name", client_name},
-        {"username", text},
-        {"password_file", readable_file},
-        {"ca_file", readable_file},
-        {"cert_file", readable_file},
-        {"key_file", readable_file},
-        {"connect_timeout_ms", MILLISECONDS},
-        {"request_timeout_ms", MILLISECONDS},
-        {"topic_prefix", topic_prefix},
-    };
-    return table;
+using Reader = void (*)(Settings& settings, const std::string& value);
+
+template <std::string Settings::*MEMBER>
+void read_text(Settings& settings, const std::string& value) {
+    settings.*MEMBER = value;
 }
+
+template <std::chrono::milliseconds Settings::*MEMBER>
+void read_milliseconds(Settings& settings, const std::string& value) {
+    settings.*MEMBER = std::chrono::milliseconds(number(value).value());
+}
+
+void read_host(Settings& settings, const std::string& value) {
+    settings.host = without_brackets(value);
+}
+
+void read_port(Settings& settings, const std::string& value) {
+    settings.port = static_cast<int>(number(value).value());
+}
+
+/// All there is to a key.
+struct Key {
+    const char* name;
+    const char* default_value;  ///< null: none
+    Check check;
+    Reader read;
+};
+
+// To add a key: a member of Settings, and a line here.
+constexpr Key KEYS[] = {
+    {"host", "127.0.0.1", host_name, read_host},
+    {"port", "1883", number_between<1, 65535>, read_port},
+    {"client_name", nullptr, client_name, read_text<&Settings::client_name>},
+    {"username", nullptr, text, read_text<&Settings::username>},
+    {"password_file", nullptr, readable_file, read_text<&Settings::password_file>},
+    {"ca_file", nullptr, readable_file, read_text<&Settings::ca_file>},
+    {"cert_file", nullptr, readable_file, read_text<&Settings::cert_file>},
+    {"key_file", nullptr, readable_file, read_text<&Settings::key_file>},
+    {"connect_timeout_ms", "3000", MILLISECONDS, read_milliseconds<&Settings::connect_timeout>},
+    {"request_timeout_ms", "5000", MILLISECONDS, read_milliseconds<&Settings::request_timeout>},
+    {"topic_prefix", nullptr, topic_prefix, read_text<&Settings::topic_prefix>},
+};
 
 }  // namespace
 
@@ -107,37 +133,37 @@ std::string Settings::place() const {
     return (ipv6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
 }
 
+std::map<std::string, std::string> default_values() {
+    std::map<std::string, std::string> values;
+    for (const Key& key : KEYS) {
+        if (key.default_value != nullptr) values[key.name] = key.default_value;
+    }
+    return values;
+}
+
 const std::set<std::string>& setting_keys() {
     static const std::set<std::string> keys = [] {
         std::set<std::string> names;
-        for (const auto& [key, check] : checks()) names.insert(key);
+        for (const Key& key : KEYS) names.insert(key.name);
         return names;
     }();
     return keys;
 }
 
-std::optional<std::string> setting_fault(const std::string& key, const std::string& value) {
+std::optional<std::string> setting_error(const std::string& key, const std::string& value) {
     if (value.empty() && key != "topic_prefix") return "missing value";
-    return checks().at(key)(value);
+    const auto* const known = std::find_if(std::begin(KEYS), std::end(KEYS),
+                                           [&key](const Key& any) { return any.name == key; });
+    return known->check(value);
 }
 
-Settings read_settings(const ecu::lapi::config::Configuration& loaded) {
-    const ConfigurationReader configuration(loaded);
-    const auto milliseconds = [&](const char* key) {
-        return std::chrono::milliseconds(number(configuration.get(key)).value());
-    };
+Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
+    const ConfigurationReader reader(configuration);
     Settings settings;
-    settings.host = without_brackets(configuration.get("host"));
-    settings.port = static_cast<int>(number(configuration.get("port")).value());
-    settings.client_name = configuration.get("client_name");
-    settings.username = configuration.get("username");
-    settings.password_file = configuration.get("password_file");
-    settings.ca_file = configuration.get("ca_file");
-    settings.cert_file = configuration.get("cert_file");
-    settings.key_file = configuration.get("key_file");
-    settings.topic_prefix = configuration.get("topic_prefix");
-    settings.connect_timeout = milliseconds("connect_timeout_ms");
-    settings.request_timeout = milliseconds("request_timeout_ms");
+    for (const Key& key : KEYS) {
+        const std::string value = reader.get(key.name);
+        if (!value.empty()) key.read(settings, value);
+    }
     return settings;
 }
 

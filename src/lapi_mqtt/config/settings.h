@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -27,11 +28,14 @@ struct Settings {
     std::string place() const;
 };
 
+/// The values that a configuration begins with.
+std::map<std::string, std::string> default_values();
+
 /// Every key that a configuration may hold.
 const std::set<std::string>& setting_keys();
 
 /// What is wrong with `value` for the known key `key`, if anything. Files are tried for reading.
-std::optional<std::string> setting_fault(const std::string& key, const std::string& value);
+std::optional<std::string> setting_error(const std::string& key, const std::string& value);
 
 /// The settings of a configuration that verifies.
 Settings read_settings(const ecu::lapi::config::Configuration& configuration);

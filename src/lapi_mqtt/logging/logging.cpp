@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstdlib>
 #include <utility>
 
 #include "lapi_mqtt/logging/printable.h"
@@ -24,17 +23,7 @@ int level_of(const std::string& name) {
     return -1;
 }
 
-int level_of_environment() {
-    const char* const name = std::getenv("LOG_LEVEL");
-    const int level = name == nullptr ? -1 : level_of(name);
-    return level < 0 ? static_cast<int>(LEVEL_WARNING) : level;
-}
-
-std::atomic<int>& current_level() {
-    static std::atomic<int> level{level_of_environment()};
-    return level;
-}
-
+std::atomic<int> current_level{LEVEL_WARNING};
 std::atomic<LogMode> current_mode{LogMode::console};
 
 /// One write for the whole record, so that the records of several threads never mix.
@@ -56,12 +45,15 @@ void set_log_mode(LogMode mode) {
 
 void configure_logging(const std::string& level) {
     const int number = level_of(level);
-    current_level() = number < 0 ? static_cast<int>(LEVEL_WARNING) : number;
-    if (number < 0) write(WARNING, "Unknown log level '", level, "', WARNING is used");
+    current_level = number < 0 ? static_cast<int>(LEVEL_WARNING) : number;
+    if (number >= 0) return;
+    std::string known;
+    for (const char* name : LEVEL_NAMES) known.append(known.empty() ? "" : ", ").append(name);
+    write(WARNING, "Unknown log level '", level, "', WARNING is used; the levels are ", known);
 }
 
 int get_log_level() {
-    return current_level();
+    return current_level;
 }
 
 namespace _internal {

@@ -29,8 +29,7 @@ enum Level : int {
 void set_log_mode(LogMode mode);
 
 /// Sets the level up to which records are written, by its name. An unknown name means WARNING and
-/// is reported in a WARNING record. Wins over the LOG_LEVEL of the environment, which holds until
-/// the first call.
+/// is reported in a WARNING record. Until the first call the level is WARNING.
 void configure_logging(const std::string& level);
 
 /// The number of the current level; statements with a greater number are not written.

@@ -54,19 +54,13 @@ TEST_F(ConfigurationOf, ReadsFileThenEnvironmentThenTheProgram) {
     EXPECT_THROW(lapi_mqtt::read_password(path), std::runtime_error);
 }
 
-const int SET_BEFORE_THE_FIRST_CALL = setenv("LOG_LEVEL", "NOTICE", 1);
-
-TEST(LogLevel, IsThatOfTheEnvironmentUntilItIsConfigured) {
-    EXPECT_EQ(ecu::lapi::logging::get_log_level(), ecu::lapi::logging::LEVEL_NOTICE + SET_BEFORE_THE_FIRST_CALL);
-    ecu::lapi::logging::configure_logging("WARNING");
-    EXPECT_EQ(ecu::lapi::logging::get_log_level(), ecu::lapi::logging::LEVEL_WARNING);
-}
-
 TEST_F(ConfigurationOf, NamesThePlaceOfEachFault) {
     const std::pair<const char*, const char*> table[] = {
         {"\nhots = x", ":2: unknown key 'hots'"},
         {"host", ":1: no '=' in 'host'"},
         {"host = unit # the bench", ":1: 'unit # the bench' holds a '#'; a comment stands on"},
+        {"host = \"unit\"", ":1: the value \"unit\" stands in quotes; write it without them"},
+        {"host = a\n\nport = 1\nhost = b", ":4: 'host' is set in line 1, too; remove one"},
         {"host = unit:1883", "holds a colon; the port is a setting of its own (-p)"},
         {"topic_prefix = units/7", "topic_prefix: 'units/7' does not end with '/'"},
         {"topic_prefix = units/+/", "topic_prefix: 'units/+/' holds one of the characters + # $"},
