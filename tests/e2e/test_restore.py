@@ -99,7 +99,8 @@ ERASE = r"\r\x1b\[K"
 LINE = ERASE + r"korvid-restore: reading the unit (\.\.\.|[\d.]+ MB)\r"
 
 
-@pytest.mark.parametrize("level, shown", [("WARNING", f"({LINE})+{ERASE}korvid-restore: differ: 1, .*\r\n"), ("ERROR", "")])
+@pytest.mark.parametrize("level, shown", [
+    ("WARNING", f"({LINE})+{ERASE}korvid-restore: differ: 1, .*\r\n"), ("ERROR", "")])
 def test_long_work_shows_on_a_terminal_that_it_moves(broker, unit, tmp_path, level, shown):
     (tmp_path / "dump").write_bytes(CHANGED)
     ours, theirs = pty.openpty()

@@ -52,7 +52,8 @@ def runs(new_broker, new_unit, scripted, peer, proxy, certificates, tmp_path):
         "Not authorized": run("get", port=new_broker(anonymous=False).port), "No blob": run("getsec", port=there),
         "Unknown authority": run("get", port=tls, ca_file=certificates / "foreign.pem"),
         "Wrong host name": run("get", port=new_broker(elsewhere).port, ca_file=ca), "Faulty option": run("-p", "x", "get"),
-        "Faulty file": run("get", config=file("bad.conf", "# bench\nprot = 1883\nhost = \"127.0.0.1\"\nport = 1\nport = 2\n")), "May not ask": run("get", port=shy),
+        "Faulty file": run("get", config=file(
+            "bad.conf", "# bench\nprot = 1883\nhost = \"127.0.0.1\"\nport = 1\nport = 2\n")), "May not ask": run("get", port=shy),
         "Unknown log level": run("-l", "debug", "get", "288", port=there),
         "Exposed secret": run("get", "288", port=there, username="bench", password_file=file("word", "x")),
         "QoS 0 only": run("get", port=new_broker("max_qos 0").port), "TLS not spoken": run("get", port=alone, ca_file=ca),
