@@ -13,7 +13,7 @@ namespace commands {
 namespace {
 
 constexpr std::size_t AS = 1;
-// This one message has always spelt the program so.
+// Spelt so in this one message, as its text is fixed.
 constexpr char MISSPELT_PROGRAM[] = "korvdi";
 
 /// The interpretation of the value behind the OTAID; nothing, and a message on standard error, when

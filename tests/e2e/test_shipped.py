@@ -27,7 +27,11 @@ def test_the_sample_configuration_as_it_is_and_with_its_settings(broker, unit, t
         config.write_text(text)
         got = run_korvid("get", "288", port=broker.port, config=config)
         assert (got.status, got.out, got.err) == (0, HI_BLOCK, ""), text
-    assert len(re.findall(r"^\w+ = .+", settings, re.M)) == 10
+    keys = [set(re.findall(pattern, (PROJECT / file).read_text(), re.M)) - {"client_name"}
+            for file, pattern in (("src/lapi_mqtt/config/settings.cpp", r'^    \{"(\w+)", '),
+                                  ("share/lapi.conf", r"^#(\w+) = "),
+                                  ("docs/man/lapi.conf.5.scd", r"\*([a-z_]+)\*(?=,|$)"))]
+    assert keys[0] == keys[1] == keys[2] and keys[0]
     config.write_text(settings)
     got = run_korvid("get", "288", config=config)
     assert got.status == 1 and "ca.pem" in got.err and "lapi.conf" not in got.err, got  # no fault but the certificate
