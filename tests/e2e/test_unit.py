@@ -14,6 +14,7 @@ import time
 import pytest
 
 from harness import HI, HI_BLOCK, needs_root
+from packets import CONNECT, SUBSCRIBE
 from processes import BIN, Running, Unit, await_that, end, environment, free_port, run_korvid, scaled
 from protocol import BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
 
@@ -138,16 +139,24 @@ def test_a_second_unit_on_a_broker_says_so_and_a_listener_that_does_not_answer_i
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
-def test_an_import_from_a_pipe_ends_at_a_signal_with_nothing_written(broker, tmp_path, number):
+def test_a_signal_ends_the_start_at_any_moment(broker, scripted, peer, tmp_path, number):
+    """While it reads an import, connects, waits for a grant, or for a reply of another unit."""
     os.mkfifo(tmp_path / "fifo")
-    for name, stdin in (tmp_path / "fifo", None), ("-", subprocess.PIPE):
-        importing = Running("-d", tmp_path / "unit.db", "-i", name, program="korvid-unit", port=broker.port, stdin=stdin)
-        with open(importing.process.stdin.fileno() if stdin else name, "wb", closefd=not stdin) as feed:
-            feed.write(HI_BLOCK)
-            feed.flush()
-            time.sleep(0.1)  # at any moment: it may or may not have read that
-            assert importing.process.poll() is None
-            assert end(importing.process, number) == 0 and not (tmp_path / "unit.db").exists()
+    peer(broker.port, "#")
+    ports = broker.port, broker.port, broker.port, scripted({CONNECT: b""}).port, scripted({SUBSCRIBE: b""}).port
+    arguments = ("-i", tmp_path / "fifo"), ("-i", "-"), (), (), ()
+    starts = [Running("-d", tmp_path / f"{n}.db", *more, program="korvid-unit", port=port, stdin=subprocess.PIPE,
+                      connect_timeout_ms=20000, request_timeout_ms=20000)
+              for n, (port, more) in enumerate(zip(ports, arguments))]
+    with open(tmp_path / "fifo", "wb") as feed:
+        feed.write(HI_BLOCK)
+        feed.flush()
+        time.sleep(scaled(0.4))
+        for start in starts:
+            assert start.process.poll() is None, start.result()
+            began = time.monotonic()
+            assert end(start.process, number) == 0 and time.monotonic() - began < scaled(1)
+    assert not (tmp_path / "0.db").exists() and not (tmp_path / "1.db").exists()
 
 
 def test_an_import_tells_what_it_did_and_can_replace_the_store(broker, tmp_path):
