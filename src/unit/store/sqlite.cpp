@@ -7,10 +7,10 @@
 namespace unit {
 namespace {
 
-/// As a URI names a file: what has a meaning of its own there is escaped.
+/// As a URI, in which no name but the file's own has a meaning, as ":memory:" would have.
 std::string uri_of(const std::string& path) {
     constexpr char DIGITS[] = "0123456789ABCDEF";
-    std::string uri = "file:";
+    std::string uri = path.rfind('/', 0) == 0 ? "file://" : "file:./";
     for (const char character : path) {
         if (character == '%' || character == '?' || character == '#') {
             const auto byte = static_cast<unsigned char>(character);
@@ -19,12 +19,7 @@ std::string uri_of(const std::string& path) {
             uri += character;
         }
     }
-    return uri + "?immutable=1";
-}
-
-/// Without a meaning for SQLite beyond the file's name, as ":memory:" has one.
-std::string literal(const std::string& path) {
-    return path.rfind('/', 0) == 0 ? path : "./" + path;
+    return uri;
 }
 
 constexpr int BUSY_TIMEOUT_MS = 2000;
@@ -37,14 +32,13 @@ void Database::Close::operator()(sqlite3* database) const {
 
 Database::Database(const std::string& path, Access access) {
     sqlite3* opened = nullptr;
-    const int code = access == Access::read_write
-                         ? sqlite3_open_v2(literal(path).c_str(), &opened,
-                                           SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr)
-                         : sqlite3_open_v2(uri_of(path).c_str(), &opened,
-                                           SQLITE_OPEN_READONLY | SQLITE_OPEN_URI, nullptr);
+    const bool writes = access == Access::read_write;
+    const std::string uri = uri_of(path) + (writes ? "" : "?immutable=1");
+    const int flags = writes ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY;
+    const int code = sqlite3_open_v2(uri.c_str(), &opened, flags | SQLITE_OPEN_URI, nullptr);
     handle.reset(opened);
     if (code != SQLITE_OK) fail(code);
-    if (access == Access::read_write && sqlite3_db_readonly(opened, "main") == 1) {
+    if (writes && sqlite3_db_readonly(opened, "main") == 1) {
         throw SqliteError(SQLITE_READONLY, "the file cannot be written");
     }
     sqlite3_busy_timeout(opened, BUSY_TIMEOUT_MS);
