@@ -54,8 +54,8 @@ int try_port(int (*operation)(int, const sockaddr*, socklen_t), int port) {
                              cause);
 }
 
-/// Another broker on the port would be taken for ours; but one that a killed unit left is about to
-/// end.
+/// A broker that is on the port already would be mistaken for ours. One that a killed unit has left
+/// behind ends soon.
 void wait_until_free(int port) {
     int error = 0;
     program::poll_until(PORT_TIMEOUT, [&] {
@@ -65,7 +65,7 @@ void wait_until_free(int port) {
     if (error != 0) fail(port, std::strerror(error));
 }
 
-/// A file in memory: nothing to clean up, whatever ends us.
+/// In memory, so that nothing is left behind however this process ends.
 Descriptor configuration_file(int port) {
     const std::string text = "listener " + std::to_string(port) +
                              " 127.0.0.1\n"
@@ -82,7 +82,8 @@ Descriptor configuration_file(int port) {
     return file;
 }
 
-/// As root mosquitto would change its user by itself, and no longer end with us.
+/// Mosquitto gives up root by itself, but then it would no longer end with us: a change of user
+/// clears PR_SET_PDEATHSIG.
 void leave_root() {
     if (geteuid() != 0) return;
     const passwd* user = getpwnam("mosquitto");
@@ -94,14 +95,11 @@ void leave_root() {
 }
 
 [[noreturn]] void become_broker(int configuration, pid_t parent) {
-    // Its own process group: an interrupt from the terminal is for us to pass on.
+    // A process group of its own: Ctrl-C reaches only us, and we end the broker.
     setpgid(0, 0);
     leave_root();
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     if (getppid() != parent) _exit(EXIT_FAILURE);
-    sigset_t none;
-    sigemptyset(&none);
-    sigprocmask(SIG_SETMASK, &none, nullptr);
     dup2(STDERR_FILENO, STDOUT_FILENO);
     const std::string path = "/proc/self/fd/" + std::to_string(configuration);
     execlp("mosquitto", "mosquitto", "-c", path.c_str(), nullptr);

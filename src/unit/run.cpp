@@ -26,10 +26,11 @@ namespace {
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::config::Configuration;
 
-/// A service manager waits longer.
+/// Service managers allow more before they kill a process.
 constexpr std::chrono::seconds LEAVE_TIMEOUT{10};
 
-/// A broker of our own has no host, credentials and certificates but ours.
+/// Our own broker needs neither an account nor TLS: of this machine's configuration it uses only
+/// the port.
 std::unique_ptr<Configuration> configure(const Options& options) {
     if (!options.broker) return program::load_configuration(PROGRAM_NAME, options.common);
     logging::configure_logging(options.common.loglevel);

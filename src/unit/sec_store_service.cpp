@@ -14,7 +14,7 @@ namespace logging = ecu::lapi::logging;
 
 void SecStoreService::start(Store& store, lapi_mqtt::IServiceClient& client) {
     const auto service = std::make_shared<SecStoreService>(store, client);
-    // The announcements first: the second subscription is announced to ourselves, too.
+    // In this order, so that the second subscription is announced to ourselves, too.
     client.subscribe(protocol::ANNOUNCEMENT_TOPIC, 1, service);
     client.subscribe(protocol::SECSTORE_SET_TOPIC, 1, service);
 }
@@ -23,18 +23,18 @@ void SecStoreService::message(const std::string& topic, const Message& msg) {
     if (topic == protocol::ANNOUNCEMENT_TOPIC) {
         const std::string subscribed(msg.payload.begin(), msg.payload.end());
         if (subscribed == protocol::SECSTORE_GET_TOPIC) want(Wanted::yes);
-        // Our own subscription, new or renewed: a client may have announced itself in vain before.
+        // Our own subscription, new or renewed: clients may have announced themselves before it.
         if (subscribed == protocol::ANNOUNCEMENT_TOPIC) want(Wanted::unless_empty);
     } else if (msg.retain == 0) {
         if (!newest) client.post([self = shared_from_this()] { self->store_newest(); });
         newest = msg.payload;
-    } else {  // it would replace newer blobs again and again
+    } else {  // it would come again and again, and replace newer blobs
         logging::write(logging::WARNING, "Dropped a retained message on ", topic);
     }
 }
 
 void SecStoreService::store_newest() {
-    if (!newest) return;  // a client has waited for it, so that it is stored already
+    if (!newest) return;  // stored already, for a client that waited
     const auto blob = *std::exchange(newest, std::nullopt);
     try {
         store.replace_blob(blob);
@@ -71,7 +71,7 @@ void SecStoreService::send_blob() {
     if (!publish_blob()) end_round(true);
 }
 
-/// False when nothing is on its way.
+/// False when nothing was published.
 bool SecStoreService::publish_blob() {
     const auto publish = [this](const Message& blob) {
         client.publish(
@@ -86,14 +86,14 @@ bool SecStoreService::publish_blob() {
         logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
     }
     try {
-        return publish(Message());  // nobody is to wait for what will not come
+        return publish(Message());  // an empty blob ends the wait of clients
     } catch (const std::exception&) {
         return false;  // no connection: there is nobody to tell
     }
 }
 
-/// What a lost connection may have kept from its receivers waits for our own announcement on the
-/// next one.
+/// Without the acknowledgement some clients may have got nothing. They are served once our own
+/// announcement arrives on the next connection.
 void SecStoreService::end_round(bool acknowledged) {
     in_flight = false;
     if (!acknowledged) {

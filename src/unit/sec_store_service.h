@@ -11,15 +11,19 @@
 
 namespace unit {
 
-/// The unit's end of the secure store: keeps the blob that a client sends, and sends it to clients
-/// that announce that they listen for it. All that wait get one blob, and one blob at a time is on
-/// its way. Before it is read from the store a message of our own goes to the broker: once that is
-/// acknowledged, every new blob that the broker had for us before has arrived, so that nobody gets
-/// an older one. Of blobs that wait to be stored only the newest is. Called on the dispatch thread.
+/// The unit's end of the secure store. It stores the blob that a client sends; of several that wait
+/// only the newest. It sends the blob when clients announce that they listen for it: one blob for
+/// all that wait, and one at a time.
+///
+/// Before each blob it publishes a message of its own. Once that is acknowledged, every newer blob
+/// that the broker had for us has arrived, so that nobody gets an older one.
+///
+/// Called on the dispatch thread.
 class SecStoreService : public ecu::lapi::com::ISubscriptionObserver,
                         public std::enable_shared_from_this<SecStoreService> {
 public:
-    /// `transport` owns the observer, so it is only borrowed here; both must outlive the dispatch.
+    /// Both must live until the dispatch has ended. `transport` owns the observer, which therefore
+    /// only refers to it.
     SecStoreService(Store& blobs, lapi_mqtt::IServiceClient& transport)
         : store(blobs), client(transport) {}
 
@@ -31,7 +35,7 @@ public:
 private:
     enum class Wanted {
         no,
-        unless_empty,  ///< somebody may listen whose announcement we have missed
+        unless_empty,  ///< we may have missed the announcement of a client
         yes,
     };
 
@@ -44,8 +48,8 @@ private:
 
     Store& store;
     lapi_mqtt::IServiceClient& client;
-    Wanted wanted = Wanted::no;  ///< by those that the round in flight will not serve
-    Wanted served = Wanted::no;  ///< by those that the blob on its way is for
+    Wanted wanted = Wanted::no;  ///< by clients that the round in flight does not serve
+    Wanted served = Wanted::no;  ///< by clients that the blob in flight is for
     bool in_flight = false;
     std::optional<std::vector<std::uint8_t>> newest;  ///< blob that is not stored yet
 };

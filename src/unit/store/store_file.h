@@ -11,8 +11,8 @@
 
 namespace unit {
 
-/// Opens the store's file, or creates it, for its owner's eyes only. On a medium that cannot be
-/// written it is opened for reading. Throws SqliteError that names the file, also for a file that
+/// Opens the store's file, or creates it, readable by its owner only. On read-only media it is
+/// opened for reading. Throws SqliteError that names the file, also for a file that
 /// is not exactly a store.
 Database open_store(const std::string& path);
 
