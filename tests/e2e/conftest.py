@@ -43,11 +43,21 @@ def unit(new_unit, broker):
     return new_unit(broker.port, "-i", DEMO_UNIT)
 
 
+@pytest.fixture
+def named(tmp_path):
+    """What runs behind this prefix finds the given lines in /etc/hosts."""
+    def make(*lines):
+        (tmp_path / "hosts").write_text("\n".join([*lines, ""]))
+        return ["unshare", "-m", "sh", "-ec", 'mount --bind "$0" /etc/hosts; exec "$@"', tmp_path / "hosts"]
+    return make
+
+
 HERE, NUL = "DNS:localhost,IP:127.0.0.1", b"localhost\0.elsewhere.test"
 BY_CA = ["-CA", "ca.pem", "-CAkey", "ca.key", "-nodes"]
 CERTIFICATES = {  # names, options
     "ca": (HERE, "-x509", "-nodes"), "foreign": (HERE, "-x509", "-nodes"), "here": (HERE, *BY_CA),
-    "elsewhere": ("DNS:elsewhere.test", *BY_CA), "encrypted": (HERE, *BY_CA[:-1], "-passout", "pass:open"),
+    "elsewhere": ("DNS:elsewhere.test", *BY_CA), "wildcard": ("DNS:*.korvid.test", *BY_CA),
+    "partial": ("DNS:un*.korvid.test", *BY_CA), "encrypted": (HERE, *BY_CA[:-1], "-passout", "pass:open"),
     "nul": ("DER:30:%02x:82:%02x:%s" % (len(NUL) + 2, len(NUL), NUL.hex(":")), *BY_CA), "expired": (HERE, "-nodes")}
 LONG_AGO = """[ca]\ndefault_ca=d\n[d]\ndatabase=index\nnew_certs_dir=.\nrand_serial=yes\ndefault_md=sha256\npolicy=p
 copy_extensions=copy\ndefault_startdate=20200101000000Z\ndefault_enddate=20200102000000Z\n[p]\ncommonName=supplied\n"""

@@ -3,6 +3,7 @@
 import contextlib
 import pathlib
 import re
+import socket
 import subprocess
 import threading
 import time
@@ -107,14 +108,14 @@ class Peer:
 
 
 class ScriptedBroker(Listening):
-    """`script` answers packets by their type: bytes, pieces, or a function of the packet's body."""
+    """`script` answers packets by their type: bytes, pieces, or a function of the packet's body; None closes the link."""
 
-    def __init__(self, script=None, greeting=b""):
+    def __init__(self, script=None, greeting=b"", port=0):
         self.script = {CONNECT: bytes.fromhex("2003000000"),
                        SUBSCRIBE: lambda body: b"\x90\x04" + body[:2] + b"\x00\x01",
                        UNSUBSCRIBE: lambda body: b"\xb0\x04" + body[:2] + b"\x00\x00", **(script or {})}
         self.greeting = greeting
-        super().__init__()
+        super().__init__(port)
 
     def serve(self, link):
         with contextlib.suppress(OSError), link.makefile("rb") as stream:
@@ -122,6 +123,8 @@ class ScriptedBroker(Listening):
             while packet := read_packet(stream):
                 answer = self.script.get(packet[0] >> 4, b"")
                 answer = answer(packet[1]) if callable(answer) else answer
+                if answer is None:
+                    return link.shutdown(socket.SHUT_RDWR)
                 for part in [answer] if isinstance(answer, bytes) else answer:
                     link.sendall(part)
                     time.sleep(0.2 if part is not answer else 0)

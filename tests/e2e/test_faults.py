@@ -8,7 +8,7 @@ import time
 import pytest
 
 from harness import HI, HI_BLOCK, NO_SERVICE, assert_fails, needs_root, puback
-from processes import Running, run_korvid, scaled
+from processes import DEMO_UNIT, Running, free_port, run_korvid, scaled
 from protocol import READ_TOPIC, WRITE_TOPIC, read_reply
 
 DOUBT = "may or may not have been written.*get"
@@ -68,17 +68,38 @@ def test_the_brokers_own_words_and_a_cut_inside_a_packet_are_told(scripted):
 
 
 @needs_root
-def test_every_address_of_a_name_is_tried(broker, unit, swallowing, tmp_path):
-    hosts = tmp_path / "hosts"
-    hosts.write_text("::1 several\n127.0.0.9 several\n127.0.0.1 several\n")
-    own = ["unshare", "-m", "sh", "-ec", 'mount --bind "$0" /etc/hosts; exec "$@"', hosts]
-    got = Running("-H", "several", "get", "288", port=broker.port, prefix=own).result()
-    assert (got.status, got.out, got.err) == (0, HI_BLOCK, "") and got.seconds < scaled(1), got
+def test_every_address_of_a_name_is_tried(new_broker, new_unit, scripted, named):
+    own, port = named("::1 several", "127.0.0.1 several", "127.0.0.9 several"), free_port()
+    new_unit(new_broker(f"listener {port} 127.0.0.9", "allow_anonymous true").port, "-i", DEMO_UNIT)
+    for connack in None, b"\x20\x03\x00\x88\x00":  # the address before it closes, refuses
+        first = scripted({1: connack}, port=port)
+        got = Running("-H", "several", "get", "288", port=port, prefix=own).result()
+        first.close()
+        assert (got.status, got.out, got.err) == (0, HI_BLOCK, "") and got.seconds < scaled(1), got
     got = Running("-H", "several", "get", port=1, prefix=own).result()
-    assert_fails(got, "several:1.*::1: .*127.0.0.9: Connection refused.*127.0.0.1: Connection refused", 1, connecting=True)
+    causes = "::1: .*; 127.0.0.1: Connection refused; 127.0.0.9: Connection refused$"
+    assert_fails(got, f"several:1: {causes}", 1, connecting=True)
     for host, words in ("[::1]", r"\[::1\]:1"), ("several:1883", "-p"):
         got = Running("-H", host, "get", port=1, prefix=own).result()
         assert got.status == 1 and re.search(words, got.err), got
+
+
+def test_what_is_asked_of_the_broker(scripted, new_unit):
+    """Keep-alive and Receive Maximum, by the flag of a will; SUBSCRIBE asks for RETAIN as published."""
+    connects, options = set(), set()
+
+    def connack(body):
+        receive_maximum = body[10:].split(b"\x21")[1][:2]
+        connects.add((bool(body[7] & 4), int.from_bytes(body[8:10], "big"), receive_maximum.hex()))
+        return b"\x20\x03\0\0\0"
+
+    def suback(body):
+        options.add(body[-1] & 0x38)
+        return b"\x90\x04" + body[:2] + b"\0\x01"
+    port = scripted({1: connack, 3: puback(0x10), 8: suback}).port
+    assert_fails(run_korvid("get", port=port), NO_SERVICE, 1)
+    new_unit(port)
+    assert connects == {(True, 300, "0014"), (False, 7200, "ffff")} and options == {0x28}
 
 
 def test_without_quality_of_service_nothing_is_called_ready(new_broker, tmp_path):

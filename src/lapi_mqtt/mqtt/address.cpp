@@ -11,14 +11,11 @@
 #include <memory>
 #include <thread>
 
-#include "lapi_mqtt/mqtt/error.h"
-
 namespace lapi_mqtt {
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr milliseconds LOOK_EVERY{20};
+/// How soon a look-up that is cancelled is left.
+constexpr std::chrono::milliseconds POLL_INTERVAL{20};
 
 /// What a look-up found, or why it found nothing.
 struct Found {
@@ -54,30 +51,24 @@ Found look_up(const std::string& host, int flags) {
     return found;
 }
 
-/// The system's look-up cannot be given a time-out, so it gets a thread that may be left behind.
-Found look_up_until(const std::string& host, std::chrono::steady_clock::time_point deadline,
-                    const std::atomic<bool>& abandoned) {
+/// The system's look-up has no timeout, so it gets a thread that may be left behind.
+Found look_up_until(const std::string& host, const ConnectLimit& limit) {
     std::promise<Found> promise;
     auto found = promise.get_future();
     std::thread([host, promise = std::move(promise)]() mutable {
         promise.set_value(look_up(host, 0));
     }).detach();
-    while (found.wait_for(LOOK_EVERY) != std::future_status::ready) {
-        if (abandoned) throw MqttError("given up");
-        if (std::chrono::steady_clock::now() >= deadline) {
-            throw MqttError("the look-up of the name takes too long");
-        }
+    while (found.wait_for(POLL_INTERVAL) != std::future_status::ready) {
+        if (limit.has_passed()) throw MqttError("the look-up of the name takes too long");
     }
     return found.get();
 }
 
 }  // namespace
 
-std::vector<std::string> resolve(const std::string& host,
-                                 std::chrono::steady_clock::time_point deadline,
-                                 const std::atomic<bool>& abandoned) {
+std::vector<std::string> resolve(const std::string& host, const ConnectLimit& limit) {
     Found found = look_up(host, AI_NUMERICHOST);
-    if (found.addresses.empty()) found = look_up_until(host, deadline, abandoned);
+    if (found.addresses.empty()) found = look_up_until(host, limit);
     if (found.addresses.empty()) throw MqttError(found.cause);
     return found.addresses;
 }

@@ -1,17 +1,15 @@
 #pragma once
 
-#include <atomic>
-#include <chrono>
 #include <string>
 #include <vector>
+
+#include "lapi_mqtt/mqtt/connect_limit.h"
 
 namespace lapi_mqtt {
 
 /// The addresses of a host name in the order in which they are to be tried, as literals; a literal
-/// is its own address. Throws MqttError when there is none, at `deadline`, and soon after
-/// `abandoned` turns true: a look-up that hangs is left behind.
-std::vector<std::string> resolve(const std::string& host,
-                                 std::chrono::steady_clock::time_point deadline,
-                                 const std::atomic<bool>& abandoned);
+/// is its own address. Throws MqttError when there is none, at the limit's deadline, and soon after
+/// it is cancelled: a look-up that hangs is left behind.
+std::vector<std::string> resolve(const std::string& host, const ConnectLimit& limit);
 
 }  // namespace lapi_mqtt

@@ -50,8 +50,8 @@ public:
     virtual ~Connection() = default;
 
     /// Returns when the broker has accepted the connection; name look-up, TCP, TLS and CONNACK
-    /// together. Throws at the configured time-out, and soon after `abandoned` turns true.
-    virtual void open(const std::atomic<bool>& abandoned) = 0;
+    /// together. Throws at the configured timeout, and soon after `cancelled` turns true.
+    virtual void open(const std::atomic<bool>& cancelled) = 0;
 
     /// Reads and writes for at most about `timeout`. False when the connection has ended.
     virtual bool loop(std::chrono::milliseconds timeout) = 0;

@@ -30,7 +30,7 @@ std::string cause_of_result(int result, int system_error) {
         case MOSQ_ERR_QOS_NOT_SUPPORTED:
             return "the broker takes messages at QoS 0 only, requests and replies need QoS 1";
         case MOSQ_ERR_RETAIN_NOT_SUPPORTED:
-            return "the broker keeps no messages";
+            return "the broker does not support retained messages";
         case MOSQ_ERR_INVAL:
             return "not a valid topic or value";
         default:

@@ -3,12 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstring>
+#include <ctime>
+#include <exception>
 
 #include "ecu/lapi/logging.h"
 #include "lapi_mqtt/mqtt/address.h"
+#include "lapi_mqtt/mqtt/broker_limits.h"
 #include "lapi_mqtt/mqtt/libmosquitto.h"
-#include "lapi_mqtt/mqtt/tcp_socket.h"
 
 namespace lapi_mqtt {
 namespace {
@@ -22,18 +23,27 @@ using std::chrono::milliseconds;
 constexpr int KEEPALIVE_S = 7200;
 constexpr int KEEPALIVE_WITH_WILL_S = 300;
 
-constexpr milliseconds DEAD_PEER{20'000};
-constexpr milliseconds OPEN_SLICE{50};
+/// How many messages above QoS 0 the broker may send ahead of our acknowledgements. A service tells
+/// the age of a request by it. libmosquitto 2.0.11 counts messages of QoS 2 wrongly, so everybody
+/// else names the most that there is.
+constexpr int RECEIVE_MAXIMUM = 65'535;
+constexpr int RECEIVE_MAXIMUM_OF_SERVICE = 20;
+
+constexpr milliseconds DEAD_PEER_TIMEOUT{20'000};
+constexpr milliseconds POLL_INTERVAL{50};
 
 /// A TLS record begins so; no MQTT packet from a broker does.
 constexpr int TLS_ALERT = 0x15;
 constexpr int TLS_HANDSHAKE = 0x16;
 
-/// OpenSSL's words for a peer that closes the connection and says nothing.
-constexpr char GONE_WITHIN_TLS[] = "unexpected eof while reading";
-
-/// How long an address may keep silent before the next one is tried beside it.
-constexpr milliseconds NEXT_ADDRESS_AFTER{250};
+/// Asks the C library: a C++ runtime that was built with 32 bits of time is wrong from 2038 on.
+std::uint64_t milliseconds_since_epoch() {
+    static_assert(sizeof(std::time_t) >= 8);
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
+}
 
 }  // namespace
 
@@ -46,158 +56,75 @@ MosquittoConnection::MosquittoConnection(const Settings& connection_settings, co
 
 MosquittoConnection::~MosquittoConnection() = default;
 
-void MosquittoConnection::open(const std::atomic<bool>& abandoned) {
-    const auto deadline = Clock::now() + settings.connect_timeout;
-    auto untried = resolve(settings.host, deadline, abandoned);
-    for (;;) {
-        reach_one_of(untried, deadline, abandoned);
-        await_greeting(deadline, abandoned);
-        if (accepted) return;
-        note_failure(address, end_cause());
-        if (!refusal.empty() || untried.empty()) throw MqttError(failures);
+void MosquittoConnection::open(const std::atomic<bool>& cancelled) {
+    const ConnectLimit limit{settings.connect_timeout, cancelled};
+    Dialer dialer(settings.host, resolve(settings.host, limit),
+                  [this](const std::string& to) { return begin(to); });
+    while (auto reached = dialer.next(limit)) {
+        address = reached->address;
+        handle = std::move(reached->handle);
+        socket.emplace(mosquitto_socket(handle.get()));
+        wait_for_connack(dialer, limit);
+        if (failure.was_accepted) return;
+        dialer.note_failure(address, end_cause());
     }
+    throw MqttError(dialer.failures());
 }
 
-/// Throws MqttError when all of them have failed; those that were not needed stay in `addresses`.
-void MosquittoConnection::reach_one_of(std::vector<std::string>& addresses,
-                                       Clock::time_point deadline,
-                                       const std::atomic<bool>& abandoned) {
-    std::vector<Attempt> under_way;
-    auto next_start = Clock::now();
-    for (;;) {
-        const auto now = Clock::now();
-        if (!addresses.empty() && (under_way.empty() || now >= next_start)) {
-            const std::string next = addresses.front();
-            addresses.erase(addresses.begin());
-            if (begin(next, under_way)) next_start = now + NEXT_ADDRESS_AFTER;
-        }
-        if (under_way.empty()) {
-            if (addresses.empty()) throw MqttError(failures);
-            continue;
-        }
-        require_time(deadline, abandoned);
-        std::vector<int> sockets;
-        sockets.reserve(under_way.size());
-        for (const auto& attempt : under_way) {
-            sockets.push_back(mosquitto_socket(attempt.handle.get()));
-        }
-        tcp_socket::await_connected(sockets, OPEN_SLICE);
-        if (take_reached(under_way)) break;
-    }
-    for (auto& left : under_way) addresses.push_back(left.address);
-}
-
-/// False when the attempt has failed already.
-bool MosquittoConnection::begin(const std::string& next, std::vector<Attempt>& under_way) {
-    logging::write(logging::DEBUG, "Trying ", next, " port ", settings.port);
-    Attempt attempt{next, make_handle()};
+MosquittoHandle MosquittoConnection::begin(const std::string& to) {
+    logging::write(logging::DEBUG, "Trying ", to, " port ", settings.port);
+    auto made = make_handle(settings, client_id, will,
+                            will ? RECEIVE_MAXIMUM_OF_SERVICE : RECEIVE_MAXIMUM, tls.get(), this);
+    set_callbacks(made.get());
+    forget_failure();
     errno = 0;
-    last_result = mosquitto_connect_async(attempt.handle.get(), next.c_str(), settings.port,
-                                          will ? KEEPALIVE_WITH_WILL_S : KEEPALIVE_S);
-    last_errno = errno;
-    if (last_result != MOSQ_ERR_SUCCESS) {
-        note_failure(next, end_cause());
-        return false;
-    }
-    under_way.push_back(std::move(attempt));
-    return true;
+    failure.result = mosquitto_connect_async(made.get(), to.c_str(), settings.port,
+                                             will ? KEEPALIVE_WITH_WILL_S : KEEPALIVE_S);
+    failure.system_error = errno;
+    // A broker on this machine may have refused the TLS handshake already.
+    if (failure.result != MOSQ_ERR_SUCCESS) throw MqttError(end_cause());
+    return made;
 }
 
-/// True when one is connected, which is ours from here on; attempts that failed are gone.
-bool MosquittoConnection::take_reached(std::vector<Attempt>& under_way) {
-    for (auto attempt = under_way.begin(); attempt != under_way.end();) {
-        const auto state = tcp_socket::connection_state(mosquitto_socket(attempt->handle.get()));
-        if (!state) {
-            ++attempt;
-            continue;
-        }
-        Attempt decided = std::move(*attempt);
-        attempt = under_way.erase(attempt);
-        // Reset means that it was connected: the last words of the broker may be there to be read.
-        if (*state == 0 || *state == ECONNRESET) {
-            handle = std::move(decided.handle);
-            address = decided.address;
-            return true;
-        }
-        note_failure(decided.address, std::strerror(*state));
-    }
-    return false;
+/// What one address did is not the cause of what another one does.
+void MosquittoConnection::forget_failure() {
+    failure = {};
+    if (tls) tls->note_refusal("");
 }
 
 /// Returns when the broker has answered or has gone.
-void MosquittoConnection::await_greeting(Clock::time_point deadline,
-                                         const std::atomic<bool>& abandoned) {
-    last_result = 0;
-    tls_cause.clear();
+void MosquittoConnection::wait_for_connack(const Dialer& dialer, const ConnectLimit& limit) {
+    forget_failure();
     last_found_empty = Clock::now();
-    tcp_socket::give_up_after(socket(), DEAD_PEER);
-    while (!accepted) {
-        require_time(deadline, abandoned);
-        const int next = tcp_socket::next_byte(socket());
-        if (!tls && (next == TLS_ALERT || next == TLS_HANDSHAKE)) {
-            last_result = MOSQ_ERR_TLS;
-            tls_cause = "the broker speaks TLS on this port, and no ca_file is set";
-            return;
-        }
-        const auto left = std::chrono::ceil<milliseconds>(deadline - Clock::now());
-        if (!loop(std::clamp(left, milliseconds::zero(), OPEN_SLICE))) return;
+    socket->set_dead_peer_timeout(DEAD_PEER_TIMEOUT);
+    while (!failure.was_accepted) {
+        dialer.check(limit);
+        const int next = socket->next_byte();
+        failure.speaks_tls = !tls && (next == TLS_ALERT || next == TLS_HANDSHAKE);
+        if (failure.speaks_tls || !loop(POLL_INTERVAL)) return;
         // Inside a TLS handshake libmosquitto takes a closed connection for one that is slow.
-        if (!accepted && tcp_socket::next_byte(socket()) == tcp_socket::END) {
-            last_result = MOSQ_ERR_CONN_LOST;
+        if (!failure.was_accepted && socket->next_byte() == TcpSocket::END) {
+            failure.result = MOSQ_ERR_CONN_LOST;
             return;
         }
     }
-}
-
-void MosquittoConnection::require_time(Clock::time_point deadline,
-                                       const std::atomic<bool>& abandoned) const {
-    if (abandoned) throw MqttError("given up");
-    if (Clock::now() < deadline) return;
-    throw MqttError("no answer of an MQTT broker within " +
-                    std::to_string(settings.connect_timeout.count()) + " ms" +
-                    (failures.empty() ? "" : "; " + failures));
-}
-
-void MosquittoConnection::note_failure(const std::string& tried, const std::string& cause) {
-    logging::write(logging::DEBUG, "No connection to ", tried, ": ", cause);
-    if (!failures.empty()) failures += "; ";
-    failures += (tried == settings.host ? "" : tried + ": ") + cause;
 }
 
 bool MosquittoConnection::loop(milliseconds timeout) {
     // The time from before the look: a process is put to sleep at the end of a system call.
     const auto now = Clock::now();
-    if (!tcp_socket::is_readable(socket())) last_found_empty = now;
-    tcp_socket::acknowledge_at_once(socket());
+    if (!socket->is_readable()) last_found_empty = now;
+    socket->acknowledge_at_once();
     errno = 0;
-    last_result = mosquitto_loop(handle.get(), static_cast<int>(timeout.count()), 1);
-    last_errno = errno;
-    return last_result == MOSQ_ERR_SUCCESS && refusal.empty();
-}
-
-/// What a broker does that expects TLS and gets none, or the other way round.
-std::string MosquittoConnection::closed_early() const {
-    const std::string closed = "the connection was closed before it was accepted; does the broker ";
-    if (!tls) return closed + "expect TLS on this port? (no ca_file is set)";
-    return "TLS: " + closed + "speak TLS on this port, and take clients " +
-           (settings.cert_file.empty() ? "without a certificate?" : "with this certificate?");
+    failure.result = mosquitto_loop(handle.get(), static_cast<int>(timeout.count()), 1);
+    failure.system_error = errno;
+    return failure.result == MOSQ_ERR_SUCCESS && failure.refusal.text.empty();
 }
 
 std::string MosquittoConnection::end_cause() const {
-    if (!refusal.empty()) return refusal;
-    if (tls && !tls->refusal().empty()) return "TLS: " + tls->refusal();
-    if (!tls_cause.empty() && tls_cause != GONE_WITHIN_TLS) {
-        const bool is_plain = tls_cause.find("wrong version number") != std::string::npos;
-        return "TLS: " + tls_cause + (is_plain ? ": the broker does not speak TLS here" : "");
-    }
-    // A peer that closes with bytes unread resets the connection, and its last words may be lost;
-    // within TLS libmosquitto tells that, as any system error, as EPROTO.
-    const bool gone_within_tls = tls && (!tls_cause.empty() || last_errno == EPROTO);
-    const bool reset = last_errno == 0 || last_errno == ECONNRESET || last_errno == EPIPE;
-    const int result = gone_within_tls ? MOSQ_ERR_CONN_LOST : last_result;
-    const bool closed = result == MOSQ_ERR_CONN_LOST || (result == MOSQ_ERR_ERRNO && reset);
-    if (closed && !accepted) return closed_early();
-    return cause_of_result(result, last_errno);
+    Failure end = failure;
+    if (tls) end.certificate_refusal = tls->refusal();
+    return cause_with_hint(end, settings);
 }
 
 int MosquittoConnection::publish(const std::string& topic, const ecu::lapi::com::Message& message,
@@ -214,7 +141,10 @@ int MosquittoConnection::publish(const std::string& topic, const ecu::lapi::com:
 }
 
 int MosquittoConnection::subscribe(const std::string& filter, int qos, RetainHandling retained) {
-    // Without "retain as published" a unit could not tell what was published with RETAIN set.
+    // Without "retain as published" a unit could not tell what was published with RETAIN set. A
+    // Subscription Identifier would tell the copies apart that a broker sends for each of several
+    // overlapping filters; but a broker may name two of them in one PUBLISH, which libmosquitto
+    // takes for malformed.
     const int options = MQTT_SUB_OPT_RETAIN_AS_PUBLISHED |
                         (retained == RetainHandling::send ? MQTT_SUB_OPT_SEND_RETAIN_ALWAYS
                                                           : MQTT_SUB_OPT_SEND_RETAIN_NEVER);
@@ -234,15 +164,107 @@ void MosquittoConnection::disconnect() {
 }
 
 void MosquittoConnection::abort() {
-    tcp_socket::shut_down(socket());
+    socket->shut_down();
 }
 
 Traffic MosquittoConnection::traffic() const {
-    return tcp_socket::traffic(socket());
+    return socket->traffic();
 }
 
-int MosquittoConnection::socket() const {
-    return mosquitto_socket(handle.get());
+/// No exception leaves a callback: the frames above it are C. A message that cannot be taken
+/// ends the connection, so that whoever waits for it learns of it.
+template <typename Action>
+void MosquittoConnection::guarded(Action action) noexcept {
+    try {
+        action();
+    } catch (const std::exception& error) {
+        failure.refusal.text = error.what();
+        abort();
+    }
+}
+
+void MosquittoConnection::set_callbacks(mosquitto* client) {
+    using Self = MosquittoConnection;
+    using Client = mosquitto*;
+    using Properties = const mosquitto_property*;
+    static const auto self = [](void* object) -> Self& { return *static_cast<Self*>(object); };
+    mosquitto_connect_v5_callback_set(
+        client, [](Client, void* object, int code, int, Properties properties) {
+            self(object).guarded([&] { self(object).on_connack(code, properties); });
+        });
+    mosquitto_disconnect_v5_callback_set(
+        client, [](Client, void* object, int code, Properties properties) {
+            self(object).guarded([&] { self(object).on_disconnect(code, properties); });
+        });
+    mosquitto_message_v5_callback_set(
+        client, [](Client, void* object, const mosquitto_message* message, Properties properties) {
+            self(object).guarded([&] { self(object).on_publish(message, properties); });
+        });
+    mosquitto_publish_v5_callback_set(
+        client, [](Client, void* object, int id, int code, Properties properties) {
+            self(object).guarded(
+                [&] { self(object).events.on_acknowledged(id, reason_of(code, properties)); });
+        });
+    mosquitto_subscribe_v5_callback_set(client, [](Client, void* object, int id, int count,
+                                                   const int* granted, Properties properties) {
+        const int code = count > 0 ? granted[0] : MQTT_RC_UNSPECIFIED;
+        self(object).guarded(
+            [&] { self(object).events.on_acknowledged(id, reason_of(code, properties)); });
+    });
+    mosquitto_unsubscribe_v5_callback_set(client, [](Client, void* object, int id, Properties) {
+        self(object).guarded([&] { self(object).events.on_acknowledged(id, {}); });
+    });
+    mosquitto_log_callback_set(client, [](Client, void* object, int level, const char* text) {
+        self(object).guarded([&] { self(object).on_log(level, text); });
+    });
+}
+
+void MosquittoConnection::on_connack(int code, const mqtt5__property* properties) {
+    failure.was_accepted = code == MQTT_RC_SUCCESS;
+    if (!failure.was_accepted) {
+        failure.refusal = reason_of(code, properties);
+        return;
+    }
+    logging::write(logging::DEBUG, "Accepted by the broker at ", settings.place(), " (", address,
+                   ") as ", client_id, "; ", broker_limits(properties));
+}
+
+void MosquittoConnection::on_disconnect(int code, const mqtt5__property* properties) {
+    const Reason reason = reason_of(code, properties);
+    if (reason.is_refusal() && failure.refusal.text.empty()) failure.refusal = reason;
+}
+
+void MosquittoConnection::on_publish(const mosquitto_message* message,
+                                     const mqtt5__property* properties) {
+    Incoming incoming;
+    incoming.topic = message->topic;
+    const auto* const bytes = static_cast<const std::uint8_t*>(message->payload);
+    incoming.message.payload.assign(bytes, bytes + message->payloadlen);
+    incoming.message.set_qos(message->qos);
+    incoming.message.timestamp = milliseconds_since_epoch();
+    incoming.message.retain = message->retain ? 1 : 0;
+    incoming.properties = from_list(properties);
+    incoming.sent_after = earliest_sending(message->qos);
+    events.on_message(std::move(incoming));
+}
+
+/// What is read now was sent after the socket was last found empty; and, above QoS 0, after the
+/// acknowledgement of the message that is the Receive Maximum before it.
+MosquittoConnection::Clock::time_point MosquittoConnection::earliest_sending(int qos) {
+    auto earliest = last_found_empty;
+    if (qos == 0 || !will) return earliest;
+    if (last_read.size() == RECEIVE_MAXIMUM_OF_SERVICE) {
+        earliest = std::max(earliest, last_read.front());
+        last_read.pop_front();
+    }
+    last_read.push_back(Clock::now());
+    return earliest;
+}
+
+/// Of several errors the first one tells most.
+void MosquittoConnection::on_log(int level, const char* text) {
+    if (level != MOSQ_LOG_ERR || !tls || !failure.tls_error.empty()) return;
+    failure.tls_error = tls_error_in(text);
 }
 
 }  // namespace lapi_mqtt

@@ -21,9 +21,9 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 /// A property's text has to be UTF-8 without control characters, whatever a cause was written in.
-std::string printable(std::string text) {
-    constexpr std::size_t MOST = 1000;
-    text.resize(std::min(text.size(), MOST));
+std::string to_ascii(std::string text) {
+    constexpr std::size_t MAX_SIZE = 1000;
+    text.resize(std::min(text.size(), MAX_SIZE));
     std::replace_if(
         text.begin(), text.end(), [](char character) { return character < ' ' || character > '~'; },
         '?');
@@ -112,7 +112,7 @@ PropertyList to_list(const PublishProperties& properties) {
             protocol::TIMEOUT_PROPERTY, std::to_string(properties.timeout->count()).c_str());
     }
     if (properties.error) {
-        const std::string text = printable(*properties.error);
+        const std::string text = to_ascii(*properties.error);
         add(mosquitto_property_add_string_pair, &head, MQTT_PROP_USER_PROPERTY,
             protocol::ERROR_PROPERTY, text.c_str());
     }

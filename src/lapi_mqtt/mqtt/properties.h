@@ -14,7 +14,7 @@ struct PublishProperties {
     std::string response_topic;
     std::string correlation_data;
     std::string content_type;
-    std::optional<std::chrono::milliseconds> timeout;  ///< how long a reply is awaited
+    std::optional<std::chrono::milliseconds> timeout;  ///< how long its sender waits for a reply
     std::optional<std::string> error;                  ///< why a reply has no result
 };
 

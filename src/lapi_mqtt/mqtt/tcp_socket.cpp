@@ -1,73 +1,86 @@
 #include "lapi_mqtt/mqtt/tcp_socket.h"
 
+#include <fcntl.h>
 #include <linux/tcp.h>  // not <netinet/tcp.h>: its tcp_info ends before the byte counts
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
-namespace lapi_mqtt::tcp_socket {
+namespace lapi_mqtt {
 namespace {
 
-/// A refused option only costs time or patience, so results are not looked at.
-void set_option(int socket, int level, int option, int value) {
-    static_cast<void>(setsockopt(socket, level, option, &value, sizeof value));
+tcp_info info_of(int socket) {
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    static_cast<void>(getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size));
+    return info;
 }
 
 }  // namespace
 
-void give_up_after(int socket, std::chrono::milliseconds patience) {
-    constexpr int PROBE_AFTER_S = 30;
-    constexpr int PROBE_EVERY_S = 10;
-    set_option(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(patience.count()));
-    set_option(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
-    set_option(socket, IPPROTO_TCP, TCP_KEEPIDLE, PROBE_AFTER_S);
-    set_option(socket, IPPROTO_TCP, TCP_KEEPINTVL, PROBE_EVERY_S);
-}
-
-void acknowledge_at_once(int socket) {
-    set_option(socket, IPPROTO_TCP, TCP_QUICKACK, 1);
-}
-
-Traffic traffic(int socket) {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    if (getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) return {};
-    return {info.tcpi_bytes_acked, info.tcpi_bytes_received};
-}
-
-void await_connected(const std::vector<int>& sockets, std::chrono::milliseconds timeout) {
-    std::vector<pollfd> watched;
-    watched.reserve(sockets.size());
-    for (const int socket : sockets) watched.push_back({socket, POLLOUT, 0});
-    static_cast<void>(poll(watched.data(), static_cast<nfds_t>(watched.size()),
-                           static_cast<int>(timeout.count())));
-}
-
-std::optional<int> connection_state(int socket) {
-    pollfd descriptor{socket, POLLOUT, 0};
-    if (poll(&descriptor, 1, 0) <= 0) return std::nullopt;
+std::optional<int> TcpSocket::connection_state(int socket) {
+    pollfd watched{socket, POLLOUT, 0};
+    if (poll(&watched, 1, 0) <= 0) return std::nullopt;
     int error = 0;
     socklen_t size = sizeof error;
     if (getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
-    return error;
+    if (error != 0) return error;
+    // Over TLS libmosquitto may have written, and with that have taken the error away.
+    constexpr int CLOSED = 7;  // TCP_CLOSE of <netinet/tcp.h>
+    const tcp_info info = info_of(socket);
+    if (info.tcpi_state != CLOSED) return 0;
+    return info.tcpi_data_segs_out == 0 ? ECONNREFUSED : ECONNRESET;
 }
 
-bool is_readable(int socket) {
-    pollfd descriptor{socket, POLLIN, 0};
-    return poll(&descriptor, 1, 0) > 0;
+TcpSocket::TcpSocket(int socket) : descriptor(fcntl(socket, F_DUPFD_CLOEXEC, 0)) {
+    if (descriptor < 0) throw MqttError(std::strerror(errno));
 }
 
-int next_byte(int socket) {
+TcpSocket::~TcpSocket() {
+    close(descriptor);
+}
+
+/// A refused option only costs time, so results are not looked at.
+void TcpSocket::set_option(int level, int option, int value) {
+    static_cast<void>(setsockopt(descriptor, level, option, &value, sizeof value));
+}
+
+void TcpSocket::set_dead_peer_timeout(std::chrono::milliseconds timeout) {
+    constexpr int PROBE_AFTER_S = 30;
+    constexpr int PROBE_INTERVAL_S = 10;
+    set_option(IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(timeout.count()));
+    set_option(SOL_SOCKET, SO_KEEPALIVE, 1);
+    set_option(IPPROTO_TCP, TCP_KEEPIDLE, PROBE_AFTER_S);
+    set_option(IPPROTO_TCP, TCP_KEEPINTVL, PROBE_INTERVAL_S);
+}
+
+void TcpSocket::acknowledge_at_once() {
+    set_option(IPPROTO_TCP, TCP_QUICKACK, 1);
+}
+
+Traffic TcpSocket::traffic() const {
+    const tcp_info info = info_of(descriptor);
+    return {info.tcpi_bytes_acked, info.tcpi_bytes_received};
+}
+
+bool TcpSocket::is_readable() const {
+    pollfd watched{descriptor, POLLIN, 0};
+    return poll(&watched, 1, 0) > 0;
+}
+
+int TcpSocket::next_byte() const {
     unsigned char byte = 0;
-    const ssize_t count = recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+    const ssize_t count = recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
     if (count == 0) return END;
     return count == 1 ? byte : NOTHING;
 }
 
-void shut_down(int socket) {
-    static_cast<void>(shutdown(socket, SHUT_RDWR));
+void TcpSocket::shut_down() {
+    static_cast<void>(shutdown(descriptor, SHUT_RDWR));
 }
 
-}  // namespace lapi_mqtt::tcp_socket
+}  // namespace lapi_mqtt

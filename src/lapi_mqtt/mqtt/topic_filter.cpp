@@ -1,8 +1,8 @@
 #include "lapi_mqtt/mqtt/topic_filter.h"
 
-#include <mosquitto.h>
-
 #include <string_view>
+
+#include "lapi_mqtt/mqtt/libmosquitto.h"
 
 namespace lapi_mqtt {
 namespace {

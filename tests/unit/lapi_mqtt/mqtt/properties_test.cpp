@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "lapi_mqtt/logging/printable.h"
+#include "lapi_mqtt/mqtt/broker_limits.h"
 #include "lapi_mqtt/mqtt/error.h"
 #include "lapi_mqtt/mqtt/libmosquitto.h"
 
@@ -24,6 +25,20 @@ TEST(Properties, CarryARequestAndTheShorterOfItsTimes) {
     mosquitto_property_add_int32(&head, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, 1);
     mosquitto_property_add_string_pair(&head, MQTT_PROP_USER_PROPERTY, "timeout-ms", "1500");
     EXPECT_EQ(lapi_mqtt::from_list(head).timeout, milliseconds(1000));
+    mosquitto_property_free_all(&head);
+}
+
+TEST(BrokerLimits, AreThoseOfMqttWhereConnackNamesNone) {
+    const std::string none = "QoS up to 2, packets up to any size, up to 65535 unacknowledged messages, ";
+    EXPECT_EQ(lapi_mqtt::broker_limits(nullptr), none + "retained messages: yes, wildcards: yes");
+    mosquitto_property* head = nullptr;
+    mosquitto_property_add_byte(&head, MQTT_PROP_MAXIMUM_QOS, 1);
+    mosquitto_property_add_byte(&head, MQTT_PROP_RETAIN_AVAILABLE, 0);
+    mosquitto_property_add_int32(&head, MQTT_PROP_MAXIMUM_PACKET_SIZE, 2000);
+    mosquitto_property_add_int16(&head, MQTT_PROP_RECEIVE_MAXIMUM, 20);
+    EXPECT_EQ(lapi_mqtt::broker_limits(head),
+              "QoS up to 1, packets up to 2000 bytes, up to 20 unacknowledged messages, "
+              "retained messages: no, wildcards: yes");
     mosquitto_property_free_all(&head);
 }
 

@@ -21,7 +21,7 @@ public:
 
     ssl_ctx_st* get() const { return context.get(); }
 
-    /// Why the broker's certificate was refused; empty while it was not.
+    /// Which certificate of the broker was refused and why; empty while none was.
     const std::string& refusal() const { return certificate_refusal; }
 
     const std::string& host() const { return name; }

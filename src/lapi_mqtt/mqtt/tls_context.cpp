@@ -1,7 +1,8 @@
-#include "lapi_mqtt/mqtt/tls.h"
+#include "lapi_mqtt/mqtt/tls_context.h"
 
 #include <arpa/inet.h>
 #include <openssl/err.h>
+#include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 
@@ -38,8 +39,7 @@ int note_verification(int accepted, X509_STORE_CTX* store) {
             X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
         const int error = X509_STORE_CTX_get_error(store);
         context_of(connection)
-            .note_refusal("the broker's certificate (" +
-                          subject_of(X509_STORE_CTX_get_current_cert(store)) +
+            .note_refusal("(" + subject_of(X509_STORE_CTX_get_current_cert(store)) +
                           ") is refused: " + X509_verify_cert_error_string(error));
     }
     return accepted;
@@ -67,16 +67,20 @@ int refuse_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* as
     return -1;
 }
 
-[[noreturn]] void fail_with(const std::string& file) {
+[[noreturn]] void fail_with(const std::string& file, const char* wanted) {
     const auto error = ERR_peek_error();
     const char* const reason = ERR_reason_error_string(error);
     ERR_clear_error();
+    const int code = ERR_GET_REASON(error);
+    const bool is_other = code == PEM_R_NO_START_LINE || code == ERR_R_UNSUPPORTED ||
+                          code == X509_R_NO_CERTIFICATE_OR_CRL_FOUND;
+    if (is_other) throw MqttError("TLS: '" + file + "' holds no " + wanted + " in PEM format");
     throw MqttError("TLS: cannot use '" + file + "': " + (reason == nullptr ? "error" : reason));
 }
 
 void load_key(SSL_CTX* context, const Settings& settings) {
     if (SSL_CTX_use_certificate_chain_file(context, settings.cert_file.c_str()) != 1) {
-        fail_with(settings.cert_file);
+        fail_with(settings.cert_file, "certificate");
     }
     bool asked = false;
     SSL_CTX_set_default_passwd_cb(context, refuse_pass_phrase);
@@ -89,7 +93,9 @@ void load_key(SSL_CTX* context, const Settings& settings) {
         throw MqttError("TLS: the key '" + settings.key_file +
                         "' is encrypted, and no pass phrase is asked for");
     }
-    if (!loaded || SSL_CTX_check_private_key(context) != 1) fail_with(settings.key_file);
+    if (!loaded || SSL_CTX_check_private_key(context) != 1) {
+        fail_with(settings.key_file, "private key");
+    }
 }
 
 }  // namespace
@@ -107,7 +113,7 @@ TlsContext::TlsContext(const Settings& settings)
     SSL_CTX_set_mode(own, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
                               SSL_MODE_AUTO_RETRY);
     if (SSL_CTX_load_verify_locations(own, settings.ca_file.c_str(), nullptr) != 1) {
-        fail_with(settings.ca_file);
+        fail_with(settings.ca_file, "certificate");
     }
     if (!settings.cert_file.empty()) load_key(own, settings);
 

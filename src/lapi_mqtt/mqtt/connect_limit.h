@@ -1,0 +1,23 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+
+#include "lapi_mqtt/mqtt/error.h"
+
+namespace lapi_mqtt {
+
+/// Bounds an attempt to connect, from the look-up of the name to CONNACK.
+struct ConnectLimit {
+    std::chrono::milliseconds timeout;
+    const std::atomic<bool>& cancelled;
+    std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + timeout;
+
+    /// True from the deadline on. Throws MqttError once the attempt is cancelled.
+    bool has_passed() const {
+        if (cancelled) throw MqttError("cancelled");
+        return std::chrono::steady_clock::now() >= deadline;
+    }
+};
+
+}  // namespace lapi_mqtt
