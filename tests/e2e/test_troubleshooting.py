@@ -34,6 +34,8 @@ def runs(new_broker, new_unit, scripted, peer, proxy, certificates, tmp_path):
     run_unit = functools.partial(run, "-d", tmp_path / "spare.db", program="korvid-unit")
     ca, gone, tls, set_ = certificates / "ca.pem", scripted(), free_port(), ("set", "288", "str", "x")
     here, elsewhere = (f"certfile {certificates / n}.pem\nkeyfile {certificates / n}.key" for n in ("here", "elsewhere"))
+    # Behind a proxy no reset overtakes the broker's alert.
+    mutual = proxy(new_broker(here, f"cafile {ca}\nrequire_certificate true").port).port
     there = new_broker(f"listener {tls} 127.0.0.1\nallow_anonymous true", here).port
     alone, shy = new_broker("max_packet_size 2000").port, new_broker(f"acl_file {file('acl', 'topic read #')}").port
     unit, big = new_unit(there, "-l", "DEBUG", "-i", DEMO_UNIT, "-r", "288"), file("big", "x" * 100_000)
@@ -50,6 +52,9 @@ def runs(new_broker, new_unit, scripted, peer, proxy, certificates, tmp_path):
         "Connection refused": run("get", port=gone.port), "Unknown host": run("-H", "no..host", "get"),
         "No answer": run("get", port=scripted({1: b""}).port), "TLS expected": run("get", port=tls),
         "Not authorized": run("get", port=new_broker(anonymous=False).port), "No blob": run("getsec", port=there),
+        "Client certificate refused": run(
+            "get", port=mutual, ca_file=ca, cert_file=certificates / "foreign.pem", key_file=certificates / "foreign.key"),
+        "Unusable key or certificate": run("get", port=tls, ca_file=certificates / "here.key"),
         "Unknown authority": run("get", port=tls, ca_file=certificates / "foreign.pem"),
         "Wrong host name": run("get", port=new_broker(elsewhere).port, ca_file=ca), "Faulty option": run("-p", "x", "get"),
         "Faulty file": run("get", config=file(
