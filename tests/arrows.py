@@ -17,20 +17,22 @@ ALLOWED = {
     "lapi_mqtt": {"lapi_mqtt/sysparam", "lapi_mqtt/transport", "platform"},
     "secstore": {"platform", "protocol"},
     "topic_printer": {"platform"},
-    "dump": {"platform"},
+    "dump": {"platform", "program"},
     "program": {"platform"},
     "commands": {"dump", "platform", "program", "secstore"},
     "main": {"commands", "platform", "program"},
     "monitor": {"platform", "program", "topic_printer"},
-    "restore": {"dump", "platform", "program"},
+    "json": {"dump", "platform", "program"},
+    "restore": {"dump", "platform", "program", "protocol"},
     "unit": {"dump", "lapi_mqtt", "platform", "program", "protocol", "unit/store"},
-    "unit/store": {"platform", "program"},
+    "unit/store": {"platform", "program", "protocol"},
 }
 PROGRAMS = {"main", "monitor", "restore", "unit"}
 
 # Foreign header or target -> the rooms that may use it.
 FOREIGN = {
     r"mosquitto\.h|MOSQUITTO|mqtt_protocol\.h|(?i:openssl)": {"lapi_mqtt/mqtt"},
+    r"(?i:rapidjson)": {"dump"},
     r"sqlite3?\b|SQLite": {"unit/store"},
     r"google/protobuf|protobuf::": {"platform", "protocol", "lapi_mqtt/sysparam", "unit"},
     r"sysparam\.pb\.h$|sysparam_messages$": {"protocol", "lapi_mqtt/sysparam", "unit"},

@@ -8,8 +8,8 @@ namespace dump {
 namespace {
 
 constexpr char HEX_DIGITS[] = "0123456789abcdef";
-constexpr int OTAID_DIGITS = 3;
-constexpr std::size_t LABELS_SIZE = 192;  // room for the labels and numbers of a block
+constexpr int MIN_OTAID_DIGITS = 3;
+constexpr std::size_t LABELS_SIZE = 192;  // the labels and numbers of a block take less
 
 /// A byte as "0xff ", filled up to a size that is copied in one go.
 struct ShownByte {
@@ -45,15 +45,19 @@ public:
     }
 
     BlockWriter& decimal(std::uint32_t number) {
-        at = std::to_chars(at, at + MOST_DIGITS, number).ptr;
+        at = std::to_chars(at, at + MAX_DIGITS, number).ptr;
         return *this;
     }
 
-    BlockWriter& hex(std::uint64_t number, int least_digits = 1) {
-        int digits = least_digits;
-        while (digits < MOST_DIGITS && number >> (4 * digits) != 0) ++digits;
+    BlockWriter& hex(std::uint64_t number, int min_digits = 1) {
+        int digits = min_digits;
+        while (digits < MAX_DIGITS && number >> (4 * digits) != 0) ++digits;
         while (digits-- > 0) *at++ = HEX_DIGITS[number >> (4 * digits) & 0xf];
         return *this;
+    }
+
+    BlockWriter& otaid(std::uint32_t otaid) {
+        return decimal(otaid).label(" - 0x").hex(otaid, MIN_OTAID_DIGITS);
     }
 
     BlockWriter& hex_bytes(const std::string& bytes) {
@@ -68,7 +72,7 @@ public:
     }
 
 private:
-    static constexpr int MOST_DIGITS = 16;
+    static constexpr int MAX_DIGITS = 16;
 
     char* at;
 };
@@ -78,12 +82,11 @@ private:
 std::size_t compose_into(std::string& buffer, std::uint32_t otaid,
                          const ecu::lapi::pb::SystemParameterEntry& entry) {
     const std::string& data = entry.data();
-    const std::size_t room = LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size();
-    if (buffer.size() < room) buffer.resize(room);
+    const std::size_t max_size = LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size();
+    if (buffer.size() < max_size) buffer.resize(max_size);
     BlockWriter writer(buffer.data());
     writer.label("SysParam (").decimal(otaid).label("):\n");
-    writer.label("  OTAID: ").decimal(entry.otaid());
-    writer.label(" - 0x").hex(entry.otaid(), OTAID_DIGITS).label("\n");
+    writer.label("  OTAID: ").otaid(entry.otaid()).label("\n");
     writer.label("  DID: ").hex(entry.did()).label("\n");
     writer.label("  XCPID: ").hex(entry.xcpid()).label("\n");
     writer.label("  data(char) [").hex(data.size()).label("]: '");
@@ -92,12 +95,20 @@ std::size_t compose_into(std::string& buffer, std::uint32_t otaid,
     return static_cast<std::size_t>(writer.end() - buffer.data());
 }
 
-bool begins_with_hex(std::string_view text, const std::string& data) {
+std::string compose_otaid(std::uint32_t otaid) {
+    char text[LABELS_SIZE];
+    return {text, BlockWriter(text).otaid(otaid).end()};
+}
+
+std::string_view shown_byte(char byte) {
+    return {SHOWN_BYTES[static_cast<unsigned char>(byte)].text, SHOWN_BYTE_SIZE};
+}
+
+bool begins_with_hex(std::string_view text, std::string_view data) {
     if (text.size() / SHOWN_BYTE_SIZE < data.size()) return false;
     const char* shown = text.data();
-    for (const char character : data) {
-        const auto byte = static_cast<unsigned char>(character);
-        if (std::memcmp(shown, SHOWN_BYTES[byte].text, SHOWN_BYTE_SIZE) != 0) return false;
+    for (const char byte : data) {
+        if (std::memcmp(shown, shown_byte(byte).data(), SHOWN_BYTE_SIZE) != 0) return false;
         shown += SHOWN_BYTE_SIZE;
     }
     return true;

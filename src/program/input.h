@@ -1,19 +1,32 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <string>
 
-/// Input that a command line names: a file, or standard input as "-".
+#include "program/descriptor.h"
+
 namespace program {
 
-/// How an error text calls it.
+/// How an error text calls the input that a command line names: a file, or standard input as "-".
 std::string input_name(const std::string& argument);
 
-/// All of its bytes, from a file, a pipe or a terminal. `progress` is told the bytes read, and how
-/// many there are, or 0 where that is not known. Throws std::system_error.
-std::string read_input(
-    const std::string& argument,
-    const std::function<void(std::uint64_t done, std::uint64_t total)>& progress);
+/// That input.
+class Input {
+public:
+    /// Waits for the writer of a pipe that has a name. Throws std::system_error.
+    explicit Input(const std::string& argument);
+
+    /// How many bytes a file holds; 0 where that is not known.
+    std::uint64_t size() const;
+
+    /// Waits for what comes next, at most `size` bytes. Returns how many, 0 at the end. Throws
+    /// std::system_error.
+    std::size_t read(char* buffer, std::size_t size);
+
+private:
+    const std::string name;
+    const Descriptor descriptor;
+};
 
 }  // namespace program

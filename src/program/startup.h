@@ -7,18 +7,10 @@
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/config.h"
 #include "program/options.h"
+#include "program/process.h"
 
-/// Steps that the programs share.
+/// Steps that the programs with a connection share.
 namespace program {
-
-/// Opens /dev/null in place of each standard stream that the process was started without, so that
-/// no connection to the broker gets its number; lets a reader of standard output go away without
-/// ending the process. Call it first.
-void secure_standard_streams();
-
-/// For programs that read a whole unit, which fills the heap with small pieces: room is asked for
-/// in few large steps. It takes no memory before it is used.
-void grow_heap_in_large_steps();
 
 /// The verified configuration of the program `client_name`, with the options' host and port in
 /// place of the configured ones unless they are empty; sets the log level. Ends the process with
@@ -30,10 +22,6 @@ std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::
 /// when the platform gives none.
 std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
     std::unique_ptr<ecu::lapi::config::Configuration>& configuration);
-
-/// Runs a step of `program` and returns its result; an exception counts as false and becomes one
-/// line on standard error.
-bool attempt(const std::string& program, const std::function<bool()>& step);
 
 /// Runs a program that logs to standard error: secures the standard streams and does `work`,
 /// guarded. Returns the process's status.

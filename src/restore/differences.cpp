@@ -1,6 +1,9 @@
 #include "restore/differences.h"
 
+#include <algorithm>
 #include <utility>
+
+#include "protocol/record.h"
 
 namespace restore {
 namespace {
@@ -8,40 +11,44 @@ namespace {
 using ecu::lapi::var::ParameterMap;
 using Entry = ecu::lapi::pb::SystemParameterEntry;
 
-bool shown_alike(const Entry& one, const Entry& other) {
-    return one.did() == other.did() && one.xcpid() == other.xcpid() && one.data() == other.data();
-}
-
-/// Drops the fields that `stored` does not have and shows just so.
-void drop_fields_without_effect(Entry& wanted, const Entry& stored) {
-    if (!stored.has_did() && wanted.did() == 0) wanted.clear_did();
-    if (!stored.has_xcpid() && wanted.xcpid() == 0) wanted.clear_xcpid();
-    if (!stored.has_data() && wanted.data().empty()) wanted.clear_data();
+std::vector<std::uint32_t> without(const ParameterMap& unit, std::vector<std::uint32_t> named) {
+    std::sort(named.begin(), named.end());
+    std::vector<std::uint32_t> others;
+    auto next = named.begin();
+    for (const auto& parameter : unit) {
+        while (next != named.end() && *next < parameter.first) ++next;
+        if (next == named.end() || *next != parameter.first) others.push_back(parameter.first);
+    }
+    return others;
 }
 
 }  // namespace
 
-Differences differences(const ParameterMap& unit, std::vector<Entry> dump) {
+Differences differences(const ParameterMap& unit, std::vector<Entry> file) {
     Differences found;
-    std::size_t known = 0;
+    std::vector<std::uint32_t> named;
     auto stored = unit.begin();
-    for (Entry& wanted : dump) {
+    for (Entry& wanted : file) {
         const auto otaid = wanted.otaid();
-        // Dumps are in ascending order, so that a parameter's place is mostly the next.
+        named.push_back(otaid);
+        // Files are in ascending order, so that a parameter's place is mostly the next.
         if (stored == unit.end() || stored->first != otaid) stored = unit.find(otaid);
-        const bool is_known = stored != unit.end();
-        if (is_known && shown_alike(wanted, stored->second)) {
-            ++found.same;
-        } else {
-            if (is_known) drop_fields_without_effect(wanted, stored->second);
+        if (stored == unit.end()) {
             found.changes.emplace_hint(found.changes.end(), otaid, std::move(wanted));
+            continue;
         }
-        if (is_known) {
-            ++known;
-            ++stored;
+        const auto changed =
+            protocol::changed_fields(wanted, stored->second, protocol::Missing::zero_or_empty);
+        if (changed.any()) {
+            const auto added =
+                found.changes.emplace_hint(found.changes.end(), otaid, stored->second);
+            protocol::set_fields(added->second, changed, wanted);
+        } else {
+            ++found.same;
         }
+        ++stored;
     }
-    found.not_in_dump = unit.size() - known;
+    found.not_in_file = without(unit, std::move(named));
     return found;
 }
 

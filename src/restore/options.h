@@ -13,7 +13,9 @@ inline constexpr char PROGRAM_NAME[] = "korvid-restore";
 struct Options {
     program::CommonOptions common;
     bool only_show = false;
-    std::string file;  ///< of the dump; "-": standard input
+    bool exit_code = false;  ///< the exit status tells whether anything differs
+    bool json = false;
+    std::string file;  ///< of parameters; "-": standard input
 };
 
 /// Throws program::UsageError.

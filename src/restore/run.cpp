@@ -1,70 +1,81 @@
 #include "restore/run.h"
 
+#include <cstdlib>
 #include <iostream>
 #include <stdexcept>
 #include <vector>
 
-#include "dump/parse.h"
+#include "dump/read.h"
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 #include "program/input.h"
+#include "program/process.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
 #include "program/sysparams.h"
-#include "restore/change_line.h"
+#include "restore/change.h"
 #include "restore/differences.h"
 #include "restore/options.h"
 
 namespace restore {
 namespace {
 
-namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::var::ISystemParameterClient;
 using ecu::lapi::var::ParameterMap;
-using Dump = std::vector<ecu::lapi::pb::SystemParameterEntry>;
+using Parameters = std::vector<ecu::lapi::pb::SystemParameterEntry>;
 
-/// Throws std::runtime_error for what is no dump. An empty one is what a `korvid get` that failed
-/// leaves behind.
-Dump read_dump(const std::string& file, program::ProgressLine& progress) {
-    progress.begin("reading the dump");
-    const std::string text = program::read_input(file, progress.hook());
-    progress.begin("parsing the dump");
-    Dump dump = dump::parse(text, program::input_name(file), progress.hook());
-    if (dump.empty()) throw std::runtime_error(program::input_name(file) + " holds no parameter");
-    return dump;
+/// What diff(1) ends with is 1, which is taken.
+constexpr int DIFFERENT = 3;
+
+Parameters read_parameters(const std::string& file, program::ProgressLine& progress) {
+    progress.begin("reading the file");
+    Parameters parameters = dump::read_file(file, progress);
+    // An empty file is what a `korvid get` that failed leaves behind.
+    if (parameters.empty()) throw std::runtime_error(program::input_name(file) + " holds no parameter");
+    return parameters;
 }
 
-/// The changes on standard output, without those that were refused.
-void print_changes(const ParameterMap& unit, const ParameterMap& changes,
+/// On standard output: the refused ones only as JSON, the unit's own only where they count.
+void print_changes(const Options& options, const ParameterMap& unit, const Differences& found,
                    const ParameterMap& refused) {
+    dump::JsonLines json;
+    const auto print = [&](const Change& change) {
+        if (options.json) {
+            compose_change(json, change);
+            std::cout << json.line();
+        } else if (!change.refused) {
+            std::cout << change_line(change);
+        }
+    };
     auto stored = unit.begin();
-    for (const auto& [otaid, entry] : changes) {
+    for (const auto& [otaid, entry] : found.changes) {
         while (stored != unit.end() && stored->first < otaid) ++stored;
         const bool is_new = stored == unit.end() || stored->first != otaid;
-        if (refused.count(otaid) != 0) continue;
-        std::cout << change_line(otaid, is_new ? nullptr : &stored->second, entry);
+        print({otaid, is_new ? nullptr : &stored->second, &entry, refused.count(otaid) != 0});
     }
-    std::cout.flush();
+    if (!options.exit_code) return;
+    for (const auto otaid : found.not_in_file) print({otaid, &unit.at(otaid), nullptr, false});
 }
 
-void print_summary(const Differences& found, bool only_show, std::size_t refused) {
-    if (logging::get_log_level() < logging::LEVEL_WARNING) return;
-    std::cerr << PROGRAM_NAME << (only_show ? ": differ: " : ": written: ")
+void print_summary(const Options& options, const Differences& found, std::size_t refused) {
+    if (options.exit_code || logging::get_log_level() < logging::LEVEL_WARNING) return;
+    std::cerr << PROGRAM_NAME << (options.only_show ? ": differ: " : ": written: ")
               << found.changes.size() - refused;
-    if (!only_show) std::cerr << ", refused: " << refused;
-    std::cerr << ", same: " << found.same << ", not in the dump: " << found.not_in_dump
+    if (!options.only_show) std::cerr << ", refused: " << refused;
+    std::cerr << ", same: " << found.same << ", not in the dump: " << found.not_in_file.size()
               << std::endl;
 }
 
-bool bring_back(ISystemParameterClient& sysparams, Dump dump, bool only_show,
-                program::ProgressLine& progress) {
+/// Returns the exit status.
+int bring_back(const Options& options, Parameters parameters, ISystemParameterClient& sysparams,
+               program::ProgressLine& progress) {
     progress.begin("reading the unit");
     const ParameterMap unit = sysparams.get_parameters(0);
-    Differences found = differences(unit, std::move(dump));
+    Differences found = differences(unit, std::move(parameters));
     std::pair<bool, ParameterMap> outcome{true, {}};
-    if (!only_show && !found.changes.empty()) {
+    if (!options.only_show && !found.changes.empty()) {
         progress.begin("writing the unit");
         sysparams.set_parameters(found.changes);
         outcome = sysparams.write_parameters();
@@ -72,34 +83,44 @@ bool bring_back(ISystemParameterClient& sysparams, Dump dump, bool only_show,
     progress.end();
     const auto& [written, refused] = outcome;
     if (!written) program::report_refused(refused);
-    // What is not known to be written is not told to be.
-    if (!written && refused.empty()) return false;
-    print_changes(unit, found.changes, refused);
-    print_summary(found, only_show, refused.size());
-    return written;
+    // Only confirmed writes are reported.
+    if (!written && refused.empty()) return EXIT_FAILURE;
+    print_changes(options, unit, found, refused);
+    print_summary(options, found, refused.size());
+    program::flush_standard_output();
+    if (!written) return EXIT_FAILURE;
+    const bool differs = !found.changes.empty() || !found.not_in_file.empty();
+    return options.exit_code && differs ? DIFFERENT : EXIT_SUCCESS;
 }
 
-bool restore(const Options& options) {
+int restore(const Options& options) {
     auto configuration = program::load_configuration(PROGRAM_NAME, options.common);
     program::ProgressLine progress(PROGRAM_NAME);
-    Dump dump = read_dump(options.file, progress);
+    Parameters parameters = read_parameters(options.file, progress);
 
     const auto client = program::create_transport(configuration);
-    const bool restored = program::attempt(PROGRAM_NAME, [&] {
+    int status = EXIT_FAILURE;
+    program::attempt(PROGRAM_NAME, [&] {
         const auto sysparams = program::create_sysparams(client);
         progress.watch(client);
         progress.begin("connecting");
         client->connect();
         client->start();
-        return bring_back(*sysparams, std::move(dump), options.only_show, progress);
+        status = bring_back(options, std::move(parameters), *sysparams, progress);
+        return true;
     });
-    return program::close_connection(PROGRAM_NAME, *client) && restored;
+    return program::close_connection(PROGRAM_NAME, *client) ? status : EXIT_FAILURE;
 }
 
 }  // namespace
 
 int run(int argc, char** argv) {
-    return program::run_program(PROGRAM_NAME, [&] { return restore(parse_options(argc, argv)); });
+    int status = EXIT_FAILURE;
+    program::run_program(PROGRAM_NAME, [&] {
+        status = restore(parse_options(argc, argv));
+        return true;
+    });
+    return status;
 }
 
 }  // namespace restore

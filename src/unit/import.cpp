@@ -3,7 +3,7 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "dump/parse.h"
+#include "dump/read.h"
 #include "program/input.h"
 #include "program/progress_line.h"
 #include "unit/options.h"
@@ -15,9 +15,7 @@ using program::input_name;
 std::vector<Entry> read_import(const std::string& name) {
     program::ProgressLine progress(PROGRAM_NAME);
     progress.begin("reading the import");
-    const std::string text = program::read_input(name, progress.hook());
-    progress.begin("parsing the import");
-    return dump::parse(text, input_name(name), progress.hook());
+    return dump::read_file(name, progress);
 }
 
 void import_into(Store& store, const std::vector<Entry>& entries, const std::string& name,

@@ -7,8 +7,8 @@
 
 namespace unit {
 
-/// The parameters of a dump in the file `name`, or on standard input for "-". Throws std::exception
-/// that names the file, and the line if it is bad.
+/// The parameters of a dump or of JSON Lines in the file `name`, or on standard input for "-".
+/// Throws std::exception that names the file, and the line if it is bad.
 std::vector<Entry> read_import(const std::string& name);
 
 /// Puts them into the store and tells on standard error what that changed. With `replace` the store

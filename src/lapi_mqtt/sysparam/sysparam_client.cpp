@@ -6,6 +6,7 @@
 
 #include "lapi_mqtt/sysparam/read_reply.h"
 #include "lapi_mqtt/transport_error.h"
+#include "protocol/record.h"
 #include "protocol/topics.h"
 
 namespace lapi_mqtt {
@@ -47,26 +48,6 @@ ParameterMap records_of(const std::vector<std::uint8_t>& payload) {
     return std::move(*records);
 }
 
-bool same_field(bool has_one, bool has_other, bool same_value) {
-    return has_one == has_other && same_value;
-}
-
-/// Adds to `changes` the fields of `wanted` that `stored` does not hold already, if there are any.
-void add_difference(const Entry& wanted, const Entry& stored, protocol::WriteRequest& changes) {
-    const bool same_did =
-        same_field(wanted.has_did(), stored.has_did(), wanted.did() == stored.did());
-    const bool same_xcpid =
-        same_field(wanted.has_xcpid(), stored.has_xcpid(), wanted.xcpid() == stored.xcpid());
-    const bool same_data =
-        same_field(wanted.has_data(), stored.has_data(), wanted.data() == stored.data());
-    if (same_did && same_xcpid && same_data) return;
-    Entry& difference = *changes.add_entry();
-    difference.set_otaid(wanted.otaid());
-    if (!same_did && wanted.has_did()) difference.set_did(wanted.did());
-    if (!same_xcpid && wanted.has_xcpid()) difference.set_xcpid(wanted.xcpid());
-    if (!same_data && wanted.has_data()) difference.set_data(wanted.data());
-}
-
 /// The change of a parameter; null when there is none. They are in ascending order.
 const Entry* find(const protocol::WriteRequest& changes, std::uint32_t otaid) {
     const auto& entries = changes.entry();
@@ -101,11 +82,16 @@ void SysparamClient::set_parameters(ParameterMap& parameters) {
     auto at = stored.begin();
     for (const auto& [otaid, wanted] : parameters) {
         while (at != stored.end() && at->first < otaid) ++at;
-        if (at != stored.end() && at->first == otaid) {
-            add_difference(wanted, at->second, changes);
-        } else {
+        if (at == stored.end() || at->first != otaid) {
             *changes.add_entry() = wanted;
+            continue;
         }
+        const auto changed =
+            protocol::changed_fields(wanted, at->second, protocol::Missing::different);
+        if (!changed.any()) continue;
+        Entry& change = *changes.add_entry();
+        change.set_otaid(wanted.otaid());
+        protocol::set_fields(change, changed, wanted);
     }
 }
 

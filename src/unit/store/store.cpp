@@ -1,8 +1,10 @@
 #include "unit/store/store.h"
 
 #include <exception>
+#include <set>
 
 #include "ecu/lapi/logging.h"
+#include "protocol/record.h"
 
 namespace unit {
 namespace {
@@ -16,10 +18,6 @@ Entry entry_of(const Statement& row) {
     return entry;
 }
 
-bool equal(const Entry& one, const Entry& other) {
-    return one.did() == other.did() && one.xcpid() == other.xcpid() && one.data() == other.data();
-}
-
 }  // namespace
 
 Store::Statements::Statements(Database& database)
@@ -29,6 +27,7 @@ Store::Statements::Statements(Database& database)
             "INSERT INTO parameter (otaid, did, xcpid, data) VALUES (?1, ?2, ?3, ?4) "
             "ON CONFLICT (otaid) DO UPDATE SET did = coalesce(?2, did), "
             "xcpid = coalesce(?3, xcpid), data = coalesce(?4, data)"),
+      remove(database, "DELETE FROM parameter WHERE otaid = ?1"),
       blob(database, "SELECT blob FROM secstore"),
       replace_blob(database, "INSERT OR REPLACE INTO secstore (id, blob) VALUES (0, ?1)") {}
 
@@ -65,17 +64,20 @@ void Store::write(const std::vector<Entry>& entries) {
 ImportResult Store::import(const std::vector<Entry>& entries, bool replace) {
     ImportResult result;
     change([&] {
-        for_each([&result](const Entry&) { ++result.others; });
-        std::vector<const Entry*> news;
+        std::set<std::uint32_t> others;
+        for_each([&](const Entry& stored) { others.insert(others.end(), stored.otaid()); });
         for (const Entry& entry : entries) {
-            const auto stored = find(entry.otaid());
-            const bool is_same = stored && equal(*stored, entry);
-            if (stored) --result.others;
-            ++(!stored ? result.added : is_same ? result.unchanged : result.changed);
-            if (!is_same || replace) news.push_back(&entry);
+            const bool is_known = others.erase(entry.otaid()) != 0;
+            const bool is_changed =
+                is_known && protocol::changed_fields(entry, *find(entry.otaid()),
+                                                     protocol::Missing::zero_or_empty)
+                                .any();
+            ++(!is_known ? result.added : is_changed ? result.changed : result.unchanged);
+            if (!is_known || is_changed) upsert(entry);
         }
-        if (replace) database.execute("DELETE FROM parameter");
-        for (const Entry* entry : news) upsert(*entry);
+        result.others = others.size();
+        if (!replace) return;
+        for (const auto otaid : others) statements.remove.bind(1, otaid).run();
     });
     return result;
 }

@@ -49,7 +49,8 @@ public:
     /// All of them or none. A field that an entry does not hold keeps its stored value.
     void write(const std::vector<Entry>& entries);
 
-    /// All of them or none. With `replace` the store then holds nothing else.
+    /// All of them or none, each once. A field that an entry does not hold keeps its stored value.
+    /// With `replace` the store then holds no other parameters.
     ImportResult import(const std::vector<Entry>& entries, bool replace);
 
     /// Empty while there is none.
@@ -62,6 +63,7 @@ private:
         Statement find;
         Statement all;
         Statement write;
+        Statement remove;
         Statement blob;
         Statement replace_blob;
     };

@@ -1,7 +1,7 @@
 #include "command_line.h"
 #include "dump/compose.h"
 #include "over_fake_lapi.h"
-#include "restore/change_line.h"
+#include "restore/change.h"
 #include "restore/differences.h"
 #include "restore/run.h"
 
@@ -21,24 +21,29 @@ TEST_F(Restore, ShowsWhatDiffersInPrintableCharacters) {
          "data ...\"xxxxa\" (97 bytes) -> ...\"xxxxbc" + x.substr(6) + "\"... (146 bytes)"},
     };
     for (const auto& [was, is, shown] : cases) {
-        EXPECT_EQ(restore::change_line(9, &was, is), "9 - 0x009: " + shown + "\n");
+        EXPECT_EQ(restore::change_line({9, &was, &is, false}), "9 - 0x009: " + shown + "\n");
     }
 }
 
-TEST_F(Restore, FindsNoDifferenceInAFieldThatIsShownAlike) {
-    Entry bare, with_did;
-    with_did.set_otaid(1);
-    with_did.set_did(7);
-    const auto found =
-        restore::differences({{1, bare}, {2, bare}, {3, bare}},
-                             {fake::entry(2, 0, 0, ""), fake::entry(4, 0, 0, ""), fake::entry(1, 7, 0, "")});
-    EXPECT_EQ(std::pair(found.same, found.not_in_dump), std::pair(std::size_t{1}, std::size_t{1}));
-    ASSERT_EQ(found.changes.size(), 2U);
-    EXPECT_EQ(found.changes.at(1).SerializeAsString(), with_did.SerializeAsString());
+TEST_F(Restore, FindsNoDifferenceInAFieldThatIsShownAlikeOrNotNamed) {
+    Entry bare, did, did_and_data, named_did, named_data;
+    for (Entry* const entry : {&did, &did_and_data, &named_did}) entry->set_did(7);
+    for (Entry* const entry : {&did_and_data, &named_data}) entry->set_data("x");
+    named_did.set_otaid(7);
+    named_data.set_otaid(6);
+    const auto found = restore::differences(
+        {{1, bare}, {2, bare}, {3, bare}, {6, did}, {7, did_and_data}},
+        {fake::entry(2, 0, 0, ""), fake::entry(4, 0, 0, ""), fake::entry(1, 7, 0, ""), named_data,
+         named_did});
+    EXPECT_EQ(found.same, 2U);
+    EXPECT_EQ(found.not_in_file, std::vector<std::uint32_t>{3});
+    ASSERT_EQ(found.changes.size(), 3U);
+    EXPECT_EQ(found.changes.at(1).SerializeAsString(), did.SerializeAsString());
     EXPECT_TRUE(found.changes.at(4).has_data() && found.changes.at(4).has_did());
+    EXPECT_EQ(found.changes.at(6).SerializeAsString(), did_and_data.SerializeAsString());
 }
 
-TEST_F(Restore, TellsOnlyWhatIsKnownToBeWritten) {
+TEST_F(Restore, ReportsOnlyConfirmedWrites) {
     write_file(dump::compose(1, fake::entry(1, 0, 0, "a")) + dump::compose(~0U, fake::entry(~0U, 0, 0, "b")));
     lapi.writes = false;
     const auto got = captured([this] { return invoke(restore::run, {path}); });

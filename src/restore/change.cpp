@@ -1,26 +1,24 @@
-#include "restore/change_line.h"
+#include "restore/change.h"
 
 #include <algorithm>
 #include <charconv>
 #include <string_view>
+
+#include "dump/compose.h"
 
 namespace restore {
 namespace {
 
 using Entry = ecu::lapi::pb::SystemParameterEntry;
 
-// The most of a value that is shown, and how much of it stands before the first difference.
-constexpr std::size_t MOST_CHARACTERS = 48;
-constexpr std::size_t MOST_BYTES = 16;
+// How much of a value is shown at most, and how much of it stands before the first difference.
+constexpr std::size_t MAX_CHARACTERS = 48;
+constexpr std::size_t MAX_BYTES = 16;
 constexpr std::size_t LEAD = 4;
-constexpr int OTAID_DIGITS = 3;
 
-void append_hex(std::string& line, std::uint32_t number, int least_digits = 1) {
+void append_hex(std::string& line, std::uint32_t number) {
     char digits[8];
-    auto* const end = std::to_chars(digits, digits + sizeof digits, number, 16).ptr;
-    const auto count = end - digits;
-    if (count < least_digits) line.append(static_cast<std::size_t>(least_digits - count), '0');
-    line.append(digits, end);
+    line.append(digits, std::to_chars(digits, digits + sizeof digits, number, 16).ptr);
 }
 
 /// The letter of a character's escape; 0 when it stands for itself, or cannot be quoted.
@@ -55,20 +53,16 @@ void append_quoted(std::string& line, std::string_view text) {
 }
 
 void append_bytes(std::string& line, std::string_view bytes) {
-    const char* separator = "0x";
-    for (const char byte : bytes) {
-        line += separator;
-        append_hex(line, static_cast<unsigned char>(byte), 2);
-        separator = " 0x";
-    }
+    for (const char byte : bytes) line += dump::shown_byte(byte);
+    line.pop_back();  // a blank
 }
 
 void append_value(std::string& line, std::string_view value, std::size_t first_difference) {
     const bool is_text = std::all_of(value.begin(), value.end(), is_quotable);
-    const std::size_t most = is_text ? MOST_CHARACTERS : MOST_BYTES;
-    const bool whole = value.size() <= most;
-    const std::size_t from = whole || first_difference < most ? 0 : first_difference - LEAD;
-    const std::string_view part = value.substr(from, most);
+    const std::size_t max_size = is_text ? MAX_CHARACTERS : MAX_BYTES;
+    const bool whole = value.size() <= max_size;
+    const std::size_t from = whole || first_difference < max_size ? 0 : first_difference - LEAD;
+    const std::string_view part = value.substr(from, max_size);
 
     if (from > 0) line += "...";
     (is_text ? append_quoted : append_bytes)(line, part);
@@ -97,26 +91,48 @@ void append_value_change(std::string& line, const std::string& was, const std::s
     line += ',';
 }
 
+void append_fields(std::string& line, const char* what, const Entry& entry) {
+    line.append(what).append(", DID ");
+    append_hex(line, entry.did());
+    line += ", XCPID ";
+    append_hex(line, entry.xcpid());
+    line += ", data ";
+    append_value(line, entry.data(), 0);
+    line += ',';
+}
+
+void compose_side(dump::JsonLines& json, const char* key, const Entry* entry) {
+    if (entry == nullptr) return json.null(key);
+    json.begin(key);
+    json.fields(*entry);
+    json.end();
+}
+
 }  // namespace
 
-std::string change_line(std::uint32_t otaid, const Entry* was, const Entry& is) {
-    std::string line = std::to_string(otaid) + " - 0x";
-    append_hex(line, otaid, OTAID_DIGITS);
-    line += ':';
+std::string change_line(const Change& change) {
+    const auto& [otaid, was, is, refused] = change;
+    std::string line = dump::compose_otaid(otaid) + ':';
     if (was == nullptr) {
-        line += " new, DID ";
-        append_hex(line, is.did());
-        line += ", XCPID ";
-        append_hex(line, is.xcpid());
-        line += ", data ";
-        append_value(line, is.data(), 0);
-        return line + '\n';
+        append_fields(line, " new", *is);
+    } else if (is == nullptr) {
+        append_fields(line, " not in the file", *was);
+    } else {
+        append_number_change(line, " DID ", was->did(), is->did());
+        append_number_change(line, " XCPID ", was->xcpid(), is->xcpid());
+        append_value_change(line, was->data(), is->data());
     }
-    append_number_change(line, " DID ", was->did(), is.did());
-    append_number_change(line, " XCPID ", was->xcpid(), is.xcpid());
-    append_value_change(line, was->data(), is.data());
     line.back() = '\n';  // in place of the last comma
     return line;
+}
+
+void compose_change(dump::JsonLines& json, const Change& change) {
+    json.begin();
+    json.number("otaid", change.otaid);
+    compose_side(json, "was", change.was);
+    compose_side(json, "is", change.is);
+    if (change.refused) json.flag("refused", true);
+    json.end();
 }
 
 }  // namespace restore

@@ -1,0 +1,47 @@
+#include "program/process.h"
+
+#include <fcntl.h>
+#include <malloc.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <system_error>
+
+namespace program {
+
+void secure_standard_streams() {
+    std::signal(SIGPIPE, SIG_IGN);
+    int lowest_free = 0;
+    do {
+        lowest_free = open("/dev/null", O_RDWR | O_CLOEXEC);
+    } while (lowest_free >= 0 && lowest_free <= STDERR_FILENO);
+    if (lowest_free > STDERR_FILENO) close(lowest_free);
+}
+
+void grow_heap_in_large_steps() {
+#ifdef M_TOP_PAD  // not every C library can be asked
+    constexpr int STEP_BYTES = 16 << 20;
+    mallopt(M_TOP_PAD, STEP_BYTES);
+#endif
+}
+
+bool attempt(const std::string& program, const std::function<bool()>& step) {
+    try {
+        return step();
+    } catch (const std::exception& error) {
+        std::cerr << program << ": " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << program << ": an error of an unknown kind" << std::endl;
+    }
+    return false;
+}
+
+void flush_standard_output() {
+    if (std::cout.flush()) return;
+    throw std::system_error(errno, std::generic_category(), "cannot write to standard output");
+}
+
+}  // namespace program

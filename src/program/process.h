@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+/// What a program needs of its process; nothing of the platform library.
+namespace program {
+
+/// Opens /dev/null in place of each standard stream that the process was started without, so that
+/// no connection to the broker gets its number; lets a reader of standard output go away without
+/// ending the process. Call it first.
+void secure_standard_streams();
+
+/// For programs that read a whole unit, which fills the heap with small pieces: room is asked for
+/// in few large steps. It takes no memory before it is used.
+void grow_heap_in_large_steps();
+
+/// Runs a step of `program` and returns its result; an exception counts as false and becomes one
+/// line on standard error.
+bool attempt(const std::string& program, const std::function<bool()>& step);
+
+/// Throws std::system_error unless all that was written to std::cout has been passed on.
+void flush_standard_output();
+
+}  // namespace program
