@@ -34,6 +34,7 @@ function(korvid_program component name)
 endfunction()
 
 korvid_program(korvid korvid)
+korvid_program(korvid korvid-json)
 korvid_program(korvid korvid-monitor)
 if(TARGET korvid-restore)
     korvid_program(korvid korvid-restore)

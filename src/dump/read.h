@@ -1,10 +1,11 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "dump/scanner.h"
-#include "program/progress_line.h"
 #include "system_parameter_entry.pb.h"
 
 namespace dump {
@@ -15,9 +16,10 @@ namespace dump {
 std::vector<ecu::lapi::pb::SystemParameterEntry> read_parameters(Source source,
                                                                  const std::string& name);
 
-/// The same of a file, or of standard input for "-", whose bytes are counted on `progress`. Throws
-/// std::system_error, too.
-std::vector<ecu::lapi::pb::SystemParameterEntry> read_file(const std::string& file,
-                                                           program::ProgressLine& progress);
+/// The same of a file, or of standard input for "-". `progress` gets the bytes read so far, and how
+/// many there are, or 0 where that is not known. Throws std::system_error, too.
+std::vector<ecu::lapi::pb::SystemParameterEntry> read_file(
+    const std::string& file,
+    const std::function<void(std::uint64_t done, std::uint64_t total)>& progress);
 
 }  // namespace dump

@@ -15,7 +15,7 @@ using program::input_name;
 std::vector<Entry> read_import(const std::string& name) {
     program::ProgressLine progress(PROGRAM_NAME);
     progress.begin("reading the import");
-    return dump::read_file(name, progress);
+    return dump::read_file(name, progress.hook());
 }
 
 void import_into(Store& store, const std::vector<Entry>& entries, const std::string& name,

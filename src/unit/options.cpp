@@ -40,8 +40,8 @@ std::vector<program::Option> own_options(Options& options) {
         text_option('d', "db", "FILE",
                     "the store (default: korvid-unit.db in the working directory)", options.store),
         text_option('i', "import", "FILE",
-                    "first load parameters from FILE (\"-\": standard input), in the\n"
-                    "text that `korvid get` prints; others in the store stay",
+                    "first load parameters from FILE (\"-\": standard input): the text\n"
+                    "that `korvid get` prints, or JSON Lines; others in the store stay",
                     options.import_from),
         flag_option(0, "replace", "with -i: the store then holds these parameters and no others",
                     options.replace),
