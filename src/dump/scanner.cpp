@@ -9,7 +9,8 @@ namespace {
 
 constexpr std::size_t READ_SIZE = 256UL * 1024;
 
-/// What editors and mail programs do to a dump, which is exact to the byte; empty when it is neither.
+/// What editors and mail programs do to a dump, which is exact to the byte; empty when it is
+/// neither.
 std::string likely_cause(std::string_view expected, std::string_view found) {
     if (expected == "\n" && found.front() == '\r') {
         return ": the file has CRLF line ends, a dump has none";

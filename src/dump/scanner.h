@@ -27,7 +27,8 @@ public:
 
     bool at_end() { return ahead(1).empty(); }
 
-    /// What comes next, at least `count` bytes unless the text ends before. Valid until the next call.
+    /// What comes next, at least `count` bytes unless the text ends before. Valid until the next
+    /// call.
     std::string_view ahead(std::size_t count);
 
     /// Skips bytes that `ahead` has shown.

@@ -17,9 +17,10 @@ struct Change {
 };
 
 /// One line, with its end, that tells how the parameter changes: the fields that differ, as they
-/// were and as they are, or all of them of a parameter that only one side has. Printable ASCII only:
-/// a value of nothing but printable characters, tabs and line ends is quoted, with C's escapes, any
-/// other shown in hexadecimal. Of a long value the part is shown where the two begin to differ.
+/// were and as they are, or all of them of a parameter that only one side has. Printable ASCII
+/// only: a value of nothing but printable characters, tabs and line ends is quoted, with C's
+/// escapes, any other shown in hexadecimal. Of a long value the part is shown where the two begin
+/// to differ.
 std::string change_line(const Change& change);
 
 /// Composes the same as JSON, with all fields of both sides.

@@ -33,7 +33,8 @@ Parameters read_parameters(const std::string& file, program::ProgressLine& progr
     progress.begin("reading the file");
     Parameters parameters = dump::read_file(file, progress.hook());
     // An empty file is what a `korvid get` that failed leaves behind.
-    if (parameters.empty()) throw std::runtime_error(program::input_name(file) + " holds no parameter");
+    if (parameters.empty())
+        throw std::runtime_error(program::input_name(file) + " holds no parameter");
     return parameters;
 }
 

@@ -50,8 +50,7 @@ inline Entries entries_if_accepted(const std::string& text) try {
 /// Texts that say the same twice name each once.
 inline void require_each_once(const Entries& expected, const std::string& text) {
     const Entries got = entries_of(text + text);
-    require(std::equal(got.begin(), got.end(), expected.begin(), expected.end(),
-                       [](const auto& one, const auto& other) {
-                           return one.SerializeAsString() == other.SerializeAsString();
-                       }));
+    require(std::equal(
+        got.begin(), got.end(), expected.begin(), expected.end(),
+        [](const auto& one, const auto& other) { return one.SerializeAsString() == other.SerializeAsString(); }));
 }

@@ -33,8 +33,7 @@ TEST_F(Restore, FindsNoDifferenceInAFieldThatIsShownAlikeOrNotNamed) {
     named_data.set_otaid(6);
     const auto found = restore::differences(
         {{1, bare}, {2, bare}, {3, bare}, {6, did}, {7, did_and_data}},
-        {fake::entry(2, 0, 0, ""), fake::entry(4, 0, 0, ""), fake::entry(1, 7, 0, ""), named_data,
-         named_did});
+        {fake::entry(2, 0, 0, ""), fake::entry(4, 0, 0, ""), fake::entry(1, 7, 0, ""), named_data, named_did});
     EXPECT_EQ(found.same, 2U);
     EXPECT_EQ(found.not_in_file, std::vector<std::uint32_t>{3});
     ASSERT_EQ(found.changes.size(), 3U);
