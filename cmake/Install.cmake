@@ -1,16 +1,9 @@
 # What `cmake --install` puts in place, as two components: korvid, and korvid-unit where it is built.
 
 include(GNUInstallDirs)
-find_program(KORVID_SCDOC scdoc)
-if(NOT KORVID_SCDOC)
-    message(STATUS "scdoc is not there: no manual pages are made")
-endif()
 
 # korvid_manual(COMPONENT PAGE.SECTION...): the manual pages docs/man/PAGE.SECTION.scd.
 function(korvid_manual component)
-    if(NOT KORVID_SCDOC)
-        return()
-    endif()
     foreach(page ${ARGN})
         set(source ${CMAKE_SOURCE_DIR}/docs/man/${page}.scd)
         set(made ${CMAKE_BINARY_DIR}/man/${page})

@@ -1,7 +1,5 @@
 # Message classes from .proto files, on the lite runtime.
 
-find_package(Protobuf REQUIRED)
-
 # korvid_proto(NAME DIR FILE.proto [LINKS ...]): a library of the classes generated from DIR/FILE.proto.
 function(korvid_proto name dir file)
     cmake_parse_arguments(PROTO "" "" "LINKS" ${ARGN})

@@ -70,7 +70,7 @@ def certificates(tmp_path_factory):
     (place / "long_ago").write_text(LONG_AGO)
     (place / "index").touch()
     commands = [["req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-subj", f"/CN={name}", "-addext",
-                 f"subjectAltName={names}", "-keyout", f"{name}.key", "-out", f"{name}.pem", *options]
+                 f"subjectAltName={names}", "-days", "9999", "-keyout", f"{name}.key", "-out", f"{name}.pem", *options]
                 for name, (names, *options) in CERTIFICATES.items()]
     commands.append(["ca", "-batch", "-notext", "-config", "long_ago", "-cert", "ca.pem", "-keyfile", "ca.key",
                      "-in", "expired.pem", "-out", "expired.pem"])
