@@ -25,7 +25,7 @@ public:
     /// platform operations pass.
     virtual bool execute(Client& client, const Arguments& args) const = 0;
 
-    /// The block of the usage text that tells the command, with `program` in its examples.
+    /// The block of the usage text that describes the command, with `program` in its examples.
     virtual std::string help_text(const char* program) const = 0;
 
     const std::string name;  ///< the command word

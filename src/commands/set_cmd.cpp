@@ -13,7 +13,7 @@ namespace commands {
 namespace {
 
 constexpr std::size_t AS = 1;
-// Spelt so in this one message, as its text is fixed.
+// Part of the output format: this one message spells the program so.
 constexpr char MISSPELT_PROGRAM[] = "korvdi";
 
 /// The interpretation of the value behind the OTAID; nothing, and a message on standard error, when

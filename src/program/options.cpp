@@ -41,19 +41,16 @@ struct GetoptTables {
     std::vector<option> names;
 };
 
-[[noreturn]] void refuse_value(const Option& known, bool has_one) {
-    throw UsageError("option --" + std::string(known.name) +
-                     (has_one ? " takes no value" : " needs a value"));
-}
-
-/// Tells what getopt_long has refused with '?' or ':'.
+/// Reports what getopt_long has refused with '?' or ':'.
 [[noreturn]] void refuse(const std::vector<Option>& options, const GetoptTables& tables,
                          const std::string& last_word) {
     const std::size_t index = tables.index_of(optopt);
-    if (index < options.size()) refuse_value(options[index], options[index].value == nullptr);
-    const std::string word =
-        optopt != 0 ? "-" + std::string(1, static_cast<char>(optopt)) : last_word;
-    throw UsageError("unknown or ambiguous option '" + word + "'");
+    if (index < options.size()) {
+        throw UsageError("option --" + std::string(options[index].name) +
+                         (options[index].value != nullptr ? " needs a value" : " takes no value"));
+    }
+    const std::string unknown = {'-', static_cast<char>(optopt)};
+    throw UsageError("unknown or ambiguous option '" + (optopt != 0 ? unknown : last_word) + "'");
 }
 
 std::string help_lines(const Option& known) {
@@ -124,10 +121,11 @@ std::vector<std::string> parse_command_line(int argc, char** argv, const Help& h
     while ((code = getopt_long(argc, argv, tables.letters.c_str(), tables.names.data(), nullptr)) !=
            -1) {
         const std::size_t index = tables.index_of(code);
-        if (index >= options.size()) refuse(options, tables, argv[optind - 1]);
         const std::string value = optarg != nullptr ? optarg : "";
         // What a script expanded to nothing must not count as not given.
-        if (optarg != nullptr && value.empty()) refuse_value(options[index], false);
+        const bool is_empty = optarg != nullptr && value.empty();
+        if (is_empty) optopt = code;
+        if (is_empty || index == options.size()) refuse(options, tables, argv[optind - 1]);
         options[index].take(value);
     }
     return std::vector<std::string>(argv + optind, argv + argc);

@@ -13,8 +13,8 @@ namespace {
 
 namespace logging = ecu::lapi::logging;
 
-constexpr std::chrono::milliseconds BEFORE_THE_FIRST{1000};
-constexpr std::chrono::milliseconds BETWEEN_TWO{200};
+constexpr std::chrono::milliseconds FIRST_DRAW_DELAY{1000};
+constexpr std::chrono::milliseconds DRAW_INTERVAL{200};
 constexpr char ERASE[] = "\r\033[K";
 
 /// Less than this is no transfer that anybody waits for.
@@ -78,10 +78,10 @@ void ProgressLine::end() {
 
 void ProgressLine::draw_until_the_end() {
     std::unique_lock<std::mutex> lock(mutex);
-    auto pause = BEFORE_THE_FIRST;
+    auto pause = FIRST_DRAW_DELAY;
     while (!changed.wait_for(lock, pause, [this] { return ended; })) {
         draw();
-        pause = BETWEEN_TWO;
+        pause = DRAW_INTERVAL;
     }
     if (!drawn.empty()) write_to_terminal(ERASE);
 }

@@ -14,9 +14,9 @@
 
 namespace program {
 
-/// One line on standard error that tells how far long work is. A thread of its own rewrites it in
-/// place, from a second on, on a terminal only and from log level WARNING on. Texts of others
-/// overwrite it, and a rest of it may stay behind them.
+/// One line on standard error that shows the progress of long work. It appears after one second,
+/// only on a terminal and from log level WARNING on; a thread of its own redraws it in place. Other
+/// output overwrites it, so that a rest of it may stay visible.
 class ProgressLine {
 public:
     /// `program` stands at the front of the line. The work begins now.
@@ -25,15 +25,15 @@ public:
     ProgressLine& operator=(const ProgressLine&) = delete;
     ~ProgressLine() { end(); }
 
-    /// What is done from now on, e.g. "sending". Until then the line appears only once bytes have
-    /// moved.
+    /// Names the next step, e.g. "connecting". Before the first one the line appears only once
+    /// bytes have moved.
     void begin(const char* next_step);
 
-    /// For who does the work: tells how many bytes of it are done, of how many, or 0 where that is
-    /// not known. Costs next to nothing, so that it may be called for every piece.
+    /// A function that sets how many bytes of the step are done, of how many; 0 where that is not
+    /// known. Cheap enough to be called for every piece. Any thread may call it.
     std::function<void(std::uint64_t done, std::uint64_t total)> hook();
 
-    /// Shows how far the client's transfers are, when it is one that tells.
+    /// From here on the bytes are those that the client transfers, if it counts them.
     void watch(const std::shared_ptr<ecu::lapi::com::ITransportClient>& client);
 
     /// Erases the line for good.

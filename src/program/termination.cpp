@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -29,18 +30,6 @@ extern "C" void handle_signal(int /*number*/) {
     end_wait();
 }
 
-int poll_fds(pollfd* watched, nfds_t count, steady_clock::time_point deadline) {
-    for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-            std::min<steady_clock::duration>(deadline - steady_clock::now(), MAX_POLL));
-        const int ready = poll(watched, count, std::max(0, static_cast<int>(left.count())));
-        if (ready > 0 || (ready == 0 && steady_clock::now() >= deadline)) return ready;
-        if (ready < 0 && errno != EINTR) {
-            throw std::system_error(errno, std::generic_category(), "poll");
-        }
-    }
-}
-
 }  // namespace
 
 void end_at_termination_signals() {
@@ -61,7 +50,12 @@ WaitEnd wait_for_termination(int descriptor, short events, std::chrono::seconds 
                              steady_clock::time_point deadline) {
     pollfd watched[] = {{wake_up, POLLIN, 0}, {descriptor, events, 0}};
     defer_termination_signals();
-    const int ready = poll_fds(watched, 2, deadline);
+    int ready = 0;
+    do {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            std::min<steady_clock::duration>(deadline - steady_clock::now(), MAX_POLL));
+        ready = poll(watched, 2, std::max(0, static_cast<int>(left.count())));
+    } while (ready <= 0 && steady_clock::now() < deadline);
     const bool signalled = phase.exchange(Phase::leaving) == Phase::leaving;
     exit_status = signalled ? EXIT_SUCCESS : EXIT_FAILURE;
     alarm(static_cast<unsigned>(leave_timeout.count()));

@@ -28,7 +28,7 @@ public:
         if (store != nullptr) store->message(topic, msg);
     }
 
-    /// Waits for a delivery that is under way; the store is not reached afterwards.
+    /// Waits for a delivery in progress; the store is not reached afterwards.
     void release_store() {
         const std::lock_guard<std::mutex> lock(forwarding);
         store = nullptr;

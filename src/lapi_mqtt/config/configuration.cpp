@@ -129,7 +129,7 @@ std::vector<std::string> ConfigurationReader::errors() const {
         }
     }
     if (configuration.values.count("client_name") == 0) report("client_name", "missing value");
-    // A setting that has no effect without another one is an oversight worth a word.
+    // A setting that has no effect without another one is an oversight.
     const std::pair<const char*, const char*> needs[] = {
         {"password_file", "username"},
         {"cert_file", "key_file"},

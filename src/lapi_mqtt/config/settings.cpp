@@ -33,8 +33,7 @@ std::optional<std::string> number_between(const std::string& value) {
            std::to_string(MAX);
 }
 
-/// What MQTT counts in 16 bits, less room for what is put around it: levels of topics, random
-/// digits.
+/// What MQTT counts in 16 bits, less room for the levels of topics and the random digits around it.
 constexpr std::size_t MAX_TEXT = 65'000;
 
 std::optional<std::string> text(const std::string& value) {
