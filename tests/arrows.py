@@ -11,7 +11,8 @@ ALLOWED = {
     "protocol": {"platform"},
     "lapi_mqtt/logging": {"platform"},
     "lapi_mqtt/config": {"lapi_mqtt/logging", "platform"},
-    "lapi_mqtt/mqtt": {"lapi_mqtt/config", "lapi_mqtt/logging", "platform", "protocol"},
+    "lapi_mqtt/network": {"lapi_mqtt/config", "lapi_mqtt/logging", "platform"},
+    "lapi_mqtt/mqtt": {"lapi_mqtt/config", "lapi_mqtt/logging", "lapi_mqtt/network", "platform", "protocol"},
     "lapi_mqtt/transport": {"lapi_mqtt", "lapi_mqtt/config", "lapi_mqtt/logging", "lapi_mqtt/mqtt", "platform", "protocol"},
     "lapi_mqtt/sysparam": {"lapi_mqtt", "platform", "protocol"},
     "lapi_mqtt": {"lapi_mqtt/sysparam", "lapi_mqtt/transport", "platform"},
@@ -31,7 +32,8 @@ PROGRAMS = {"main", "monitor", "restore", "unit"}
 
 # Foreign header or target -> the rooms that may use it.
 FOREIGN = {
-    r"mosquitto\.h|MOSQUITTO|mqtt_protocol\.h|(?i:openssl)": {"lapi_mqtt/mqtt"},
+    r"mosquitto\.h|MOSQUITTO|mqtt_protocol\.h": {"lapi_mqtt/mqtt"},
+    r"(?i:openssl)": {"lapi_mqtt/network"},
     r"(?i:rapidjson)": {"dump"},
     r"sqlite3?\b|SQLite": {"unit/store"},
     r"google/protobuf|protobuf::": {"platform", "protocol", "lapi_mqtt/sysparam", "unit"},

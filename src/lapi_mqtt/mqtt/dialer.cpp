@@ -6,8 +6,9 @@
 #include <cstring>
 
 #include "ecu/lapi/logging.h"
+#include "lapi_mqtt/mqtt/error.h"
 #include "lapi_mqtt/mqtt/libmosquitto.h"
-#include "lapi_mqtt/mqtt/tcp_socket.h"
+#include "lapi_mqtt/network/tcp_socket.h"
 
 namespace lapi_mqtt {
 namespace {

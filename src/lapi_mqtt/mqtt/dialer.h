@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "lapi_mqtt/mqtt/connect_limit.h"
 #include "lapi_mqtt/mqtt/mosquitto_handle.h"
+#include "lapi_mqtt/network/connect_limit.h"
 
 namespace lapi_mqtt {
 

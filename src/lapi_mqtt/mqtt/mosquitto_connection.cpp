@@ -7,9 +7,9 @@
 #include <exception>
 
 #include "ecu/lapi/logging.h"
-#include "lapi_mqtt/mqtt/address.h"
 #include "lapi_mqtt/mqtt/broker_limits.h"
 #include "lapi_mqtt/mqtt/libmosquitto.h"
+#include "lapi_mqtt/network/address.h"
 
 namespace lapi_mqtt {
 namespace {
@@ -168,7 +168,8 @@ void MosquittoConnection::abort() {
 }
 
 Traffic MosquittoConnection::traffic() const {
-    return socket->traffic();
+    const auto counts = socket->byte_counts();
+    return {counts.acked, counts.received};
 }
 
 /// No exception leaves a callback: the frames above it are C. A message that cannot be taken

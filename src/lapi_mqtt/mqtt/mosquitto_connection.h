@@ -10,8 +10,8 @@
 #include "lapi_mqtt/mqtt/dialer.h"
 #include "lapi_mqtt/mqtt/failure_hints.h"
 #include "lapi_mqtt/mqtt/mosquitto_handle.h"
-#include "lapi_mqtt/mqtt/tcp_socket.h"
-#include "lapi_mqtt/mqtt/tls_context.h"
+#include "lapi_mqtt/network/tcp_socket.h"
+#include "lapi_mqtt/network/tls_context.h"
 
 struct mosquitto_message;
 

@@ -2,7 +2,7 @@
 
 #include "lapi_mqtt/mqtt/error.h"
 #include "lapi_mqtt/mqtt/libmosquitto.h"
-#include "lapi_mqtt/mqtt/tls_context.h"
+#include "lapi_mqtt/network/tls_context.h"
 
 namespace lapi_mqtt {
 namespace {

@@ -10,7 +10,4 @@ std::size_t shared_prefix_length(const std::string& filter);
 /// True when `topic` is among those of the topic filter, as MQTT matches them.
 bool topic_matches(const std::string& filter, const std::string& topic);
 
-/// True when some topic may match both filters.
-bool filters_overlap(const std::string& one, const std::string& other);
-
 }  // namespace lapi_mqtt

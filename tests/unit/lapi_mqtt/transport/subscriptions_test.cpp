@@ -23,18 +23,6 @@ TEST(TopicFilters, MatchAsMqttMatchesThem) {
     }
 }
 
-TEST(TopicFilters, OverlapWhenATopicMayMatchBoth) {
-    const std::tuple<const char*, const char*, bool> table[] = {
-        {"a/#", "a/b", true},    {"a/#", "a", true},    {"a/+", "+/b", true},  {"+/b/#", "a/+", true},
-        {"a/+", "a/b/c", false}, {"a/b", "a/c", false}, {"a/+/c", "a", false}, {"$share/g/a", "a", true},
-        {"#", "x/y", true},      {"a/", "a", false},    {"a/+", "a", false},   {"a/b/#", "a/c/#", false},
-    };
-    for (const auto& [one, other, overlap] : table) {
-        EXPECT_EQ(lapi_mqtt::filters_overlap(one, other), overlap) << one << ' ' << other;
-        EXPECT_EQ(lapi_mqtt::filters_overlap(other, one), overlap) << other << ' ' << one;
-    }
-}
-
 TEST(Subscriptions, GiveAMessageOnceToAnObserver) {
     const auto one = std::make_shared<Silent>(), other = std::make_shared<Silent>();
     lapi_mqtt::Subscriptions subscriptions;

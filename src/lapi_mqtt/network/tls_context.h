@@ -14,7 +14,7 @@ namespace lapi_mqtt {
 /// it, but would look at one address only and stop at a NUL byte in a name.
 class TlsContext {
 public:
-    /// Throws MqttError that names the file which cannot be used. Never asks for a pass phrase.
+    /// Throws NetworkError that names the file which cannot be used. Never asks for a pass phrase.
     explicit TlsContext(const Settings& settings);
     TlsContext(const TlsContext&) = delete;
     TlsContext& operator=(const TlsContext&) = delete;
@@ -24,7 +24,9 @@ public:
     /// Which certificate of the broker was refused and why; empty while none was.
     const std::string& refusal() const { return certificate_refusal; }
 
-    const std::string& host() const { return name; }
+    /// The host's name, which the handshake tells; empty when the host is an address.
+    const std::string& server_name() const { return name; }
+
     void note_refusal(const std::string& cause) { certificate_refusal = cause; }
 
 private:
@@ -32,7 +34,7 @@ private:
         void operator()(ssl_ctx_st* context) const;
     };
 
-    const std::string name;
+    std::string name;
     std::unique_ptr<ssl_ctx_st, Free> context;
     std::string certificate_refusal;
 };

@@ -1,4 +1,4 @@
-#include "lapi_mqtt/mqtt/tcp_socket.h"
+#include "lapi_mqtt/network/tcp_socket.h"
 
 #include <fcntl.h>
 #include <linux/tcp.h>  // not <netinet/tcp.h>: its tcp_info ends before the byte counts
@@ -9,6 +9,8 @@
 
 #include <cerrno>
 #include <cstring>
+
+#include "lapi_mqtt/network/network_error.h"
 
 namespace lapi_mqtt {
 namespace {
@@ -37,7 +39,7 @@ std::optional<int> TcpSocket::connection_state(int socket) {
 }
 
 TcpSocket::TcpSocket(int socket) : descriptor(fcntl(socket, F_DUPFD_CLOEXEC, 0)) {
-    if (descriptor < 0) throw MqttError(std::strerror(errno));
+    if (descriptor < 0) throw NetworkError(std::strerror(errno));
 }
 
 TcpSocket::~TcpSocket() {
@@ -62,7 +64,7 @@ void TcpSocket::acknowledge_at_once() {
     set_option(IPPROTO_TCP, TCP_QUICKACK, 1);
 }
 
-Traffic TcpSocket::traffic() const {
+TcpSocket::ByteCounts TcpSocket::byte_counts() const {
     const tcp_info info = info_of(descriptor);
     return {info.tcpi_bytes_acked, info.tcpi_bytes_received};
 }

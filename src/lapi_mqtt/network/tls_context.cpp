@@ -1,6 +1,5 @@
-#include "lapi_mqtt/mqtt/tls_context.h"
+#include "lapi_mqtt/network/tls_context.h"
 
-#include <arpa/inet.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
@@ -9,18 +8,12 @@
 #include <array>
 
 #include "ecu/lapi/logging.h"
-#include "lapi_mqtt/mqtt/error.h"
+#include "lapi_mqtt/network/network_error.h"
 
 namespace lapi_mqtt {
 namespace {
 
 namespace logging = ecu::lapi::logging;
-
-bool is_address(const std::string& host) {
-    std::array<unsigned char, sizeof(in6_addr)> address{};
-    return inet_pton(AF_INET, host.c_str(), address.data()) == 1 ||
-           inet_pton(AF_INET6, host.c_str(), address.data()) == 1;
-}
 
 std::string subject_of(X509* certificate) {
     std::array<char, 256> text{};
@@ -48,11 +41,10 @@ int note_verification(int accepted, X509_STORE_CTX* store) {
 /// libmosquitto is given an address, so the name that the broker is to show is set here.
 void follow_handshake(const SSL* connection, int where, int /*result*/) {
     if ((where & SSL_CB_HANDSHAKE_START) != 0) {
-        const std::string& host = context_of(connection).host();
+        const std::string& name = context_of(connection).server_name();
         // OpenSSL hands out its own object as a constant.
         auto* own = const_cast<SSL*>(connection);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
-        const char* const shown = is_address(host) ? nullptr : host.c_str();
-        static_cast<void>(SSL_set_tlsext_host_name(own, shown));
+        if (!name.empty()) static_cast<void>(SSL_set_tlsext_host_name(own, name.c_str()));
     }
     if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
         X509* const peer = SSL_get0_peer_certificate(connection);
@@ -74,8 +66,8 @@ int refuse_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* as
     const int code = ERR_GET_REASON(error);
     const bool is_other = code == PEM_R_NO_START_LINE || code == ERR_R_UNSUPPORTED ||
                           code == X509_R_NO_CERTIFICATE_OR_CRL_FOUND;
-    if (is_other) throw MqttError("TLS: '" + file + "' holds no " + wanted + " in PEM format");
-    throw MqttError("TLS: cannot use '" + file + "': " + (reason == nullptr ? "error" : reason));
+    if (is_other) throw NetworkError("TLS: '" + file + "' holds no " + wanted + " in PEM format");
+    throw NetworkError("TLS: cannot use '" + file + "': " + (reason == nullptr ? "error" : reason));
 }
 
 void load_key(SSL_CTX* context, const Settings& settings) {
@@ -90,8 +82,8 @@ void load_key(SSL_CTX* context, const Settings& settings) {
     SSL_CTX_set_default_passwd_cb_userdata(context, nullptr);
     if (asked) {
         ERR_clear_error();
-        throw MqttError("TLS: the key '" + settings.key_file +
-                        "' is encrypted, and no pass phrase is asked for");
+        throw NetworkError("TLS: the key '" + settings.key_file +
+                           "' is encrypted, and no pass phrase is asked for");
     }
     if (!loaded || SSL_CTX_check_private_key(context) != 1) {
         fail_with(settings.key_file, "private key");
@@ -104,10 +96,9 @@ void TlsContext::Free::operator()(ssl_ctx_st* context) const {
     SSL_CTX_free(context);
 }
 
-TlsContext::TlsContext(const Settings& settings)
-    : name(settings.host), context(SSL_CTX_new(TLS_client_method())) {
+TlsContext::TlsContext(const Settings& settings) : context(SSL_CTX_new(TLS_client_method())) {
     SSL_CTX* const own = context.get();
-    if (own == nullptr) throw MqttError("TLS: out of memory");
+    if (own == nullptr) throw NetworkError("TLS: out of memory");
     SSL_CTX_set_app_data(own, this);
     SSL_CTX_set_min_proto_version(own, TLS1_2_VERSION);
     SSL_CTX_set_mode(own, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
@@ -119,10 +110,13 @@ TlsContext::TlsContext(const Settings& settings)
 
     X509_VERIFY_PARAM* const checks = SSL_CTX_get0_param(own);
     X509_VERIFY_PARAM_set_hostflags(checks, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
-    const int is_set = is_address(name)
-                           ? X509_VERIFY_PARAM_set1_ip_asc(checks, name.c_str())
-                           : X509_VERIFY_PARAM_set1_host(checks, name.data(), name.size());
-    if (is_set != 1) throw MqttError("TLS: '" + name + "' cannot be looked for in a certificate");
+    const std::string& host = settings.host;
+    if (X509_VERIFY_PARAM_set1_ip_asc(checks, host.c_str()) != 1) {
+        if (X509_VERIFY_PARAM_set1_host(checks, host.data(), host.size()) != 1) {
+            throw NetworkError("TLS: '" + host + "' cannot be looked for in a certificate");
+        }
+        name = host;
+    }
     SSL_CTX_set_verify(own, SSL_VERIFY_PEER, note_verification);
     SSL_CTX_set_info_callback(own, follow_handshake);
 }

@@ -1,4 +1,4 @@
-#include "lapi_mqtt/mqtt/address.h"
+#include "lapi_mqtt/network/address.h"
 
 #include <netdb.h>
 #include <sys/socket.h>
@@ -59,7 +59,7 @@ Found look_up_until(const std::string& host, const ConnectLimit& limit) {
         promise.set_value(look_up(host, 0));
     }).detach();
     while (found.wait_for(POLL_INTERVAL) != std::future_status::ready) {
-        if (limit.has_passed()) throw MqttError("the look-up of the name takes too long");
+        if (limit.has_passed()) throw NetworkError("the look-up of the name takes too long");
     }
     return found.get();
 }
@@ -69,7 +69,7 @@ Found look_up_until(const std::string& host, const ConnectLimit& limit) {
 std::vector<std::string> resolve(const std::string& host, const ConnectLimit& limit) {
     Found found = look_up(host, AI_NUMERICHOST);
     if (found.addresses.empty()) found = look_up_until(host, limit);
-    if (found.addresses.empty()) throw MqttError(found.cause);
+    if (found.addresses.empty()) throw NetworkError(found.cause);
     return found.addresses;
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <optional>
-
-#include "lapi_mqtt/mqtt/connection.h"
 
 namespace lapi_mqtt {
 
@@ -15,7 +14,7 @@ public:
     /// The system error of a connection, 0 once it is established; nothing until then.
     static std::optional<int> connection_state(int socket);
 
-    /// Throws MqttError.
+    /// Throws NetworkError.
     explicit TcpSocket(int socket);
     ~TcpSocket();
     TcpSocket(const TcpSocket&) = delete;
@@ -29,7 +28,12 @@ public:
     /// delayed ones by itself, so this is said again before each wait.
     void acknowledge_at_once();
 
-    Traffic traffic() const;
+    /// Bytes since the connection began: sent and acknowledged by the peer's system, and received.
+    struct ByteCounts {
+        std::uint64_t acked;
+        std::uint64_t received;
+    };
+    ByteCounts byte_counts() const;
 
     /// True when there is something to read.
     bool is_readable() const;

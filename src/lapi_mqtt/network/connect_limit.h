@@ -3,7 +3,7 @@
 #include <atomic>
 #include <chrono>
 
-#include "lapi_mqtt/mqtt/error.h"
+#include "lapi_mqtt/network/network_error.h"
 
 namespace lapi_mqtt {
 
@@ -13,9 +13,9 @@ struct ConnectLimit {
     const std::atomic<bool>& cancelled;
     std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + timeout;
 
-    /// True from the deadline on. Throws MqttError once the attempt is cancelled.
+    /// True from the deadline on. Throws NetworkError once the attempt is cancelled.
     bool has_passed() const {
-        if (cancelled) throw MqttError("cancelled");
+        if (cancelled) throw NetworkError("cancelled");
         return std::chrono::steady_clock::now() >= deadline;
     }
 };
