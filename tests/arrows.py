@@ -22,7 +22,7 @@ ALLOWED = {
     "program": {"platform"},
     "commands": {"dump", "platform", "program", "secstore"},
     "main": {"commands", "platform", "program"},
-    "monitor": {"platform", "program", "topic_printer"},
+    "monitor": {"dump", "platform", "program", "topic_printer"},
     "json": {"dump", "platform", "program"},
     "restore": {"dump", "platform", "program", "protocol"},
     "unit": {"dump", "lapi_mqtt", "platform", "program", "protocol", "unit/store"},

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ inline constexpr char PROGRAM_NAME[] = "korvid-monitor";
 struct Options {
     program::CommonOptions common;
     DisplayFlags shown;
+    bool json = false;
+    std::uint32_t count = 0;    ///< of messages to wait for; 0: no limit
+    std::uint32_t seconds = 0;  ///< to wait at most; 0: no limit
     std::vector<std::string> topics;
 };
 

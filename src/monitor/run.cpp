@@ -2,22 +2,20 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
-#include <iostream>
+#include <chrono>
 #include <memory>
-#include <system_error>
 
 #include "ecu/lapi/com.h"
 #include "monitor/options.h"
+#include "monitor/output.h"
 #include "program/startup.h"
 #include "program/termination.h"
-#include "topic_printer/topic_printer.h"
 
 namespace monitor {
 namespace {
 
 namespace com = ecu::lapi::com;
+using std::chrono::steady_clock;
 
 // The highest QoS, so that each message comes with the one it was published at.
 constexpr int SUBSCRIPTION = 2 + com::WATCH_ONLY;
@@ -25,40 +23,18 @@ constexpr int SUBSCRIPTION = 2 + com::WATCH_ONLY;
 /// Long enough for a broker, and a reader that has stopped reading is not waited for.
 constexpr std::chrono::seconds LEAVE_TIMEOUT{2};
 
-/// Prints messages until standard output takes no more, which ends the program's wait.
-class Output : public com::ISubscriptionObserver {
-public:
-    explicit Output(const DisplayFlags& shown) : printer(shown) {}
-
-    /// Called on the delivery thread.
-    void message(const std::string& topic, const com::Message& msg) override {
-        if (error != 0) return;
-        printer.message(topic, msg);
-        if (std::cout) return;
-        error = errno;
-        program::end_wait();
-    }
-
-    /// Throws std::system_error when a message could not be printed although somebody reads them.
-    void check() const {
-        if (error == 0 || error == EPIPE) return;
-        throw std::system_error(error, std::generic_category(), "cannot write to standard output");
-    }
-
-private:
-    TopicPrinter printer;
-    std::atomic<int> error{0};  ///< of the write that failed
-};
-
 void print_messages(com::ITransportClient& client, const Options& options) {
     // One for all, so that a message that several filters match is printed once.
-    const auto output = std::make_shared<Output>(options.shown);
+    const auto output = std::make_shared<Output>(options);
     client.connect();
+    const auto deadline = options.seconds == 0
+                              ? steady_clock::time_point::max()
+                              : steady_clock::now() + std::chrono::seconds(options.seconds);
     client.start();
     for (const auto& topic : options.topics) client.subscribe(topic, SUBSCRIPTION, output);
     // Also over when nobody reads standard output any more.
-    program::wait_for_termination(STDOUT_FILENO, 0, LEAVE_TIMEOUT);
-    output->check();
+    const auto end = program::wait_for_termination(STDOUT_FILENO, 0, LEAVE_TIMEOUT, deadline);
+    output->finish(end == program::WaitEnd::deadline);
 }
 
 bool watch(const Options& options) {

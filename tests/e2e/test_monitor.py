@@ -1,5 +1,6 @@
 """korvid-monitor: its blocks, its filters, and its ends."""
 
+import json
 import os
 import re
 import signal
@@ -10,6 +11,9 @@ import pytest
 
 from processes import Running, assert_no_sanitizer_report, await_that, end, scaled
 from protocol import ANNOUNCEMENT
+
+AHEAD = float(os.environ.get("KORVID_SECONDS_AHEAD", "0"))  # of the programs' clock
+SECONDS = int(scaled(2))
 
 
 class Monitor(Running):
@@ -55,13 +59,12 @@ def monitor(ending, broker, peer):
     (["-P", "-Q", "-T", "-S"], 2, ["size: 5", "timestamp: NOW", "QoS: 2", "Data: THE DATA HERE"], signal.SIGINT),
 ])
 def test_the_flags_choose_the_lines_of_a_block(monitor, peer, broker, flags, qos, lines, number):
-    ahead = float(os.environ.get("KORVID_SECONDS_AHEAD", "0"))  # of the programs' clock
     watching, before = monitor(*flags, "car/door"), time.time()
     peer(broker.port).publish("car/door", b"o\0pen", qos=qos)
     block = "\n           ".join(["car/door", *lines]) + "\n"
     await_that(lambda: watching.text.endswith(block.encode()[-10:]), "a block")
     for stamp in re.findall(r"timestamp: (\d+)", watching.text.decode()):
-        assert before - 0.001 <= int(stamp) / 1000 - ahead <= time.time()
+        assert before - 0.001 <= int(stamp) / 1000 - AHEAD <= time.time()
         block = block.replace("NOW", stamp)
     assert watching.end(number) == (0, "") and watching.blocks() == [block]
 
@@ -80,8 +83,32 @@ def test_filters_match_as_the_broker_matches_them(monitor, peer, broker):
     assert sorted(watching.blocks()) == sorted([*blocks, "end/x\n"])
 
 
+@pytest.mark.parametrize("options, status, count, words", [
+    ("-C 3", 0, 3, ""), (f"-W {SECONDS}", 0, 4, ""), ("-C 4 -W 99", 0, 4, ""),
+    (f"-C 9 -W {SECONDS}", 1, 4, f"korvid-monitor: 4 of 9 messages came within {SECONDS} s\n"),
+])
+def test_a_monitor_ends_after_so_many_messages_or_seconds(broker, peer, options, status, count, words):
+    publisher, before = peer(broker.port), time.time()
+    publisher.client.publish("a/0", b"\0\xff", qos=2, retain=True).wait_for_publish()
+    watching = Monitor("--json", *options.split(), "a/#", port=broker.port)
+    await_that(lambda: watching.text, "the retained message")
+    publisher.publish("a/1", "t\u00fcr\t\n".encode(), qos=0)
+    for number in range(2, 4):
+        publisher.publish(f"a/{number}", b"\r")
+    assert watching.process.wait(scaled(10)) == status and watching.process.stderr.read().decode() == words
+    await_that(lambda: watching.text.count(b"\n") >= count, "all is read")
+    got = [json.loads(line) for line in watching.text.splitlines()]
+    assert all(before - 0.001 <= message.pop("timestamp") / 1000 - AHEAD <= time.time() for message in got)
+    expected = [{"topic": "a/0", "qos": 2, "retain": True, "size": 2, "data": "00ff"},
+                {"topic": "a/1", "qos": 0, "retain": False, "size": 6, "data": "74c3bc72090a", "text": "t\u00fcr\t\n"},
+                *({"topic": f"a/{n}", "qos": 1, "retain": False, "size": 1, "data": "0d"} for n in range(2, 4))]
+    assert got == expected[:count], got
+
+
 @pytest.mark.parametrize("arguments, words", [
     ([], "a TOPIC is missing; try -h\n$"), (["a/#/b"], "a/#/b"), (["-p", "1", "a"], "127.0.0.1:1.*refused"),
+    *((["a", *option.split()], f"{option[:2]} needs a positive whole number; try -h\n$")
+      for option in ("-C 0", "-C -1", "-C 1x", "-C 4294967296", "-W 0", "-W 0.5")),
 ])
 def test_what_cannot_be_watched(broker, arguments, words):
     got = Running(*arguments, program="korvid-monitor", port=broker.port).result()
