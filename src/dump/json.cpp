@@ -155,8 +155,11 @@ Entry parse_object(std::string_view line) {
     ObjectHandler handler;
     const auto result = rapidjson::Reader().Parse<FLAGS>(stream, handler);
     if (result.IsError()) {
+        // As when jq has spread an object over lines.
+        const bool is_cut = result.Offset() >= line.size();
         fail("column " + std::to_string(result.Offset() + 1) + ": " +
-             rapidjson::GetParseError_En(result.Code()));
+             rapidjson::GetParseError_En(result.Code()) +
+             (is_cut ? " An object has to stand in one line." : ""));
     }
     // A NUL is the end to the parser.
     if (stream.Tell() < line.size()) fail("there is more behind the object");

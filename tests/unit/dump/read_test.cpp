@@ -89,7 +89,7 @@ TEST(JsonLines, AreRefusedWithTheLineOfTheFault) {
         {R"({"otaid":1,"OTAID":1})", "unknown key \"OTAID\""},
         {R"({"otaid":1,"otaid":1})", "\"otaid\" stands twice"},
         {R"({"otaid":1} {"otaid":2})", "column 13: "},
-        {R"({"otaid":1)", "column 11: "},
+        {R"({"otaid":1)", "column 11: Missing a comma or '}' after an object member. An object has to"},
         {R"({"otaid":1,})", "column 12: "},
         {R"({"otaid":7,"did":2})", "a second object of OTAID 7 says something else"},
         {R"({"otaid":7,"did":1,"text":""})", "a second object of OTAID 7 says something else"},
