@@ -55,13 +55,13 @@ def test_lookups_print_in_the_order_asked_and_report_what_is_missing(broker, uni
 
 def test_a_block_comes_before_the_error_behind_it_on_a_terminal_too(broker, unit):
     ours, theirs = pty.openpty()
-    with subprocess.Popen([BIN / "korvid", "-p", str(broker.port), "get", "288", "289"], env=environment(),
-                          stdout=subprocess.PIPE, stderr=theirs) as process:
+    with open(ours, "rb", 0) as terminal, subprocess.Popen(
+            [BIN / "korvid", "-p", str(broker.port), "get", "288", "289"], env=environment(),
+            stdout=subprocess.PIPE, stderr=theirs) as process:
         os.close(theirs)
-        error = os.read(ours, 100)
+        error = terminal.readline()
         os.set_blocking(process.stdout.fileno(), False)
         assert process.stdout.read() == HI_BLOCK and error == b"Unable to find param with key: 289\r\n"
-    os.close(ours)
 
 
 def test_an_empty_unit_prints_nothing_and_fails(broker, new_unit):
