@@ -55,6 +55,29 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release" AND NOT KORVID_SANITIZE)
     endif()
 endif()
 
+# korvid_describe(VARIABLE FILE.cpp): the command that writes a description of this build.
+function(korvid_describe variable file)
+    set(${variable} ${CMAKE_COMMAND} -DSOURCE=${CMAKE_SOURCE_DIR} -DVERSION=${PROJECT_VERSION}
+        -DTYPE=${CMAKE_BUILD_TYPE} -DOUTPUT=${file} -P ${CMAKE_SOURCE_DIR}/cmake/BuildDescription.cmake
+        PARENT_SCOPE)
+endfunction()
+
+# korvid_executable(NAME LINKS ...): the program of main.cpp. It shows the time of its own link: each link
+# makes a new description, which takes the place of the one in a library.
+function(korvid_executable name)
+    cmake_parse_arguments(EXECUTABLE "" "" "LINKS" ${ARGN})
+    set(description ${CMAKE_BINARY_DIR}/generated/build_description/${name})
+    korvid_describe(describe ${description}.cpp)
+    add_executable(${name} main.cpp)
+    add_custom_command(TARGET ${name} PRE_LINK
+        COMMAND ${CMAKE_COMMAND} -E rm -f ${description}.cpp
+        COMMAND ${describe}
+        COMMAND ${CMAKE_CXX_COMPILER} -fPIE -I ${CMAKE_SOURCE_DIR}/src -c ${description}.cpp -o ${description}.o
+        VERBATIM)
+    target_link_options(${name} PRIVATE ${description}.o)
+    target_link_libraries(${name} PRIVATE korvid_warnings ${EXECUTABLE_LINKS})
+endfunction()
+
 # korvid_module(NAME [FAST] SOURCES... [LINKS ...]): a module of src/ as one library. A release is built for
 # speed where each of a hundred thousand parameters passes (FAST), elsewhere for size.
 function(korvid_module name)

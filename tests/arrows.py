@@ -81,7 +81,7 @@ def link_faults(src):
         room = room_of(path.relative_to(src).as_posix())
         for command, arguments in COMMAND.findall(re.sub("#.*", "", path.read_text())):
             words = arguments.split()
-            if command in ("add_library", "add_executable", "korvid_module", "korvid_proto"):
+            if command in ("add_library", "add_executable", "korvid_executable", "korvid_executable", "korvid_module", "korvid_proto"):
                 room_of_target[words[0]] = room
             linked = words[words.index("LINKS") + 1:] if "LINKS" in words else words[1:]
             if command == "target_link_libraries" or "LINKS" in words:

@@ -1,4 +1,5 @@
 # Builds the programs over another platform library than ours, and runs them.
+unset(ENV{SOURCE_DATE_EPOCH})
 
 function(run)
     execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
@@ -21,3 +22,18 @@ endfunction()
 expect(OUTPUT "SysParam [(]288[)]:\n  OTAID: 288 .*: 'Hi'\n  .*: 0x48 0x69 " korvid get 0x120)
 expect(ERROR "korvid-restore: differ: 40, same: 1, not in the dump: 0" korvid-restore -n ${SOURCE}/share/demo-unit.txt)
 expect(OUTPUT "korvid-monitor: [^ ]+ - [0-9.]+ - [0-9a-f]+ - .* [+-][0-9]+ - [A-Z]+" korvid-monitor -v)
+
+# A program that is linked again tells the new time.
+function(read_version variable)
+    execute_process(COMMAND ${EMULATOR} ${SCRATCH}/bin/korvid-monitor -v
+        OUTPUT_VARIABLE version COMMAND_ERROR_IS_FATAL ANY)
+    set(${variable} "${version}" PARENT_SCOPE)
+endfunction()
+read_version(before)
+file(REMOVE ${SCRATCH}/bin/korvid-monitor)
+run(${CMAKE_COMMAND} -E sleep 1)
+run(${CMAKE_COMMAND} --build ${SCRATCH})
+read_version(after)
+if(NOT before OR before STREQUAL after)
+    message(FATAL_ERROR "Linked again: ${after}")
+endif()
