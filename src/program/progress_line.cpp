@@ -91,6 +91,8 @@ void ProgressLine::draw() {
     const ecu::lapi::com::Transfer transfer =
         watched ? watched->transfer() : ecu::lapi::com::Transfer{done, total};
     if (!is_in_the_foreground() || (step.empty() && transfer.done < MIN_BYTES)) return;
+    // What a command without steps receives it then prints, and a redrawn line would stand in it.
+    if (step.empty() && transfer.total == 0 && isatty(STDOUT_FILENO) != 0) return;
     const std::string line = text(transfer).substr(0, columns());
     // What has not moved may have been followed by the work's own output.
     if (line == drawn) return;
