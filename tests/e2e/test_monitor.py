@@ -9,6 +9,7 @@ import time
 
 import pytest
 
+from packets import CONNECT
 from processes import Running, assert_no_sanitizer_report, await_that, end, scaled
 from protocol import ANNOUNCEMENT
 
@@ -55,7 +56,7 @@ def monitor(ending, broker, peer):
 
 @pytest.mark.parametrize("flags, qos, lines, number", [
     ([], 0, [], signal.SIGINT), (["-S"], 0, ["size: 5"], signal.SIGTERM), (["-Q"], 1, ["QoS: 1"], signal.SIGINT),
-    (["-P"], 0, ["Data: THE DATA HERE"], signal.SIGTERM), (["-Q"], 0, ["QoS: 0"], signal.SIGTERM),
+    (["-P"], 0, ["Data: THE DATA HERE"], signal.SIGTERM),
     (["-P", "-Q", "-T", "-S"], 2, ["size: 5", "timestamp: NOW", "QoS: 2", "Data: THE DATA HERE"], signal.SIGINT),
 ])
 def test_the_flags_choose_the_lines_of_a_block(monitor, peer, broker, flags, qos, lines, number):
@@ -67,6 +68,18 @@ def test_the_flags_choose_the_lines_of_a_block(monitor, peer, broker, flags, qos
         assert before - 0.001 <= int(stamp) / 1000 - AHEAD <= time.time()
         block = block.replace("NOW", stamp)
     assert watching.end(number) == (0, "") and watching.blocks() == [block]
+
+
+def test_a_signal_ends_a_monitor_that_connects_or_whose_reader_has_stopped_reading(broker, scripted, peer):
+    connecting = Running("a", program="korvid-monitor", port=scripted({CONNECT: b""}).port, connect_timeout_ms=20000)
+    unread, publisher = Running("-PQTS", "a", program="korvid-monitor", port=broker.port), peer(broker.port)
+    time.sleep(scaled(0.4))
+    for _ in range(2000):  # more blocks than a pipe holds
+        publisher.publish("a", wait=False)
+    time.sleep(scaled(0.4))
+    for monitor, seconds in (connecting, 1), (unread, 3):
+        began = time.monotonic()
+        assert end(monitor.process) == 0 and time.monotonic() - began < scaled(seconds)
 
 
 def test_filters_match_as_the_broker_matches_them(monitor, peer, broker):
