@@ -163,13 +163,13 @@ def test_an_import_tells_what_it_did_and_can_replace_the_store(broker, tmp_path)
     dump, told = tmp_path / "dump", "korvid-unit: imported {} parameters from " + str(tmp_path / "dump") + ": {}\n"
     for blocks, option, words in (([HI_BLOCK, block(7, 0, 0, b"")], "-b", "2 added, 0 changed, 0 unchanged; the store holds 0"),
                                   ([HI_BLOCK, block(9, 0, 0, b"")], "-b", "1 added, 0 changed, 1 unchanged; the store holds 1"),
-                                  ([block(288, 255, 10, b"Ho")], "--replace", "0 added, 1 changed, 0 unchanged; removed 2")):
+                                  ([b'{"otaid": "0x120", "text": "Ho"}\n'], "--replace", "0 added, 1 changed, 0 unchanged; removed 2")):
         dump.write_bytes(b"".join(blocks))
         unit = Unit(tmp_path, broker.port if option != "-b" else free_port(), "-i", dump, option)
         got = run_korvid("get", port=unit.command[2])
         unit.stop()
         assert unit.log.read_text().endswith(told.format(len(blocks), words + " others")), unit.log.read_text()
-    assert got.out == b"".join(blocks)
+    assert got.out == block(288, 255, 10, b"Ho")
 
 
 @needs_root
