@@ -16,8 +16,8 @@ namespace lapi_mqtt {
 using RequestHandler =
     std::function<ecu::lapi::com::Message(const ecu::lapi::com::Message& request)>;
 
-/// Told whether the broker acknowledged a message; false when it refused it, or when that will never
-/// be known. Called at most once, on the dispatch thread; not at all after `stop`.
+/// Told whether the broker acknowledged a message; false when it refused it, or when that will
+/// never be known. Called at most once, on the dispatch thread; not at all after `stop`.
 using AckHandler = std::function<void(bool acknowledged)>;
 
 /// A retained message that says whether a client is there.
@@ -45,8 +45,8 @@ public:
     /// and whenever the topic says something else. Needs the right to read the topic.
     virtual void show_presence() = 0;
 
-    /// Runs `job` on the dispatch thread, behind everything that has arrived by now. What is posted
-    /// by a job still runs during `stop`.
+    /// Runs `job` on the dispatch thread, behind every message that has arrived by now (requests
+    /// aside). What is posted by a job still runs during `stop`.
     virtual void post(std::function<void()> job) = 0;
 };
 

@@ -23,6 +23,9 @@ struct Broker {
         return lapi_mqtt::Reason{packet.rfind("subscribe", 0) == 0 ? packet.back() - '0' : 0, ""};
     };
 
+    /// Runs while a connection is opened.
+    std::function<void()> on_open;
+
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<Packet> packets;
@@ -34,6 +37,8 @@ struct Broker {
     /// Sends a message to each connection that has subscribed its topic.
     void send(const std::string& topic, const std::string& text, lapi_mqtt::PublishProperties fields = {},
               bool retain = false);
+    /// Acknowledges the packet that was sent as the n-th.
+    void acknowledge(int number);
     /// Ends every connection.
     void cut();
     std::vector<Packet> sent() {
@@ -61,7 +66,9 @@ public:
         all.erase(std::find(all.begin(), all.end(), this));
     }
 
-    void open(const std::atomic<bool>&) override {}
+    void open(const std::atomic<bool>&) override {
+        if (broker.on_open) broker.on_open();
+    }
     bool loop(std::chrono::milliseconds timeout) override {
         std::unique_lock<std::mutex> lock(broker.mutex);
         broker.changed.wait_for(lock, timeout, [this] { return is_cut || !waiting.empty(); });
@@ -128,6 +135,13 @@ private:
 inline void Broker::cut() {
     const std::lock_guard<std::mutex> lock(mutex);
     for (auto* connection : connections) connection->is_cut = true;
+    changed.notify_all();
+}
+
+inline void Broker::acknowledge(int number) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    const auto tell = [number](auto& owner) { owner.on_acknowledged(number, {}); };
+    for (auto* connection : connections) connection->waiting.push_back(tell);
     changed.notify_all();
 }
 

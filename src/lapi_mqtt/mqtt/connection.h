@@ -35,8 +35,8 @@ public:
 
 /// Bytes since the connection began.
 struct Traffic {
-    std::uint64_t taken = 0;  ///< sent, and acknowledged by the peer's system
-    std::uint64_t received = 0;
+    std::uint64_t bytes_acked = 0;  ///< sent, and acknowledged by the peer's system
+    std::uint64_t bytes_received = 0;
 };
 
 /// Whether the broker sends the retained messages of a new subscription.
@@ -65,7 +65,8 @@ public:
     virtual int subscribe(const std::string& filter, int qos, RetainHandling retained) = 0;
     virtual int unsubscribe(const std::string& filter) = 0;
 
-    /// Queues DISCONNECT; `loop` returns false once it and all before it are written.
+    /// Queues DISCONNECT, on which the broker publishes the last will, if there is one. `loop`
+    /// returns false once it and all before it are written.
     virtual void disconnect() = 0;
 
     /// Cuts the connection; `loop` returns false at once.

@@ -13,7 +13,7 @@ struct Reason {
     std::string text;
 
     bool is_refusal() const { return code >= 0x80; }
-    bool says_nobody_listens() const { return code == 0x10; }
+    bool no_matching_subscribers() const { return code == 0x10; }
 };
 
 /// A failed step of the connection; the text is the cause alone.

@@ -160,7 +160,9 @@ int MosquittoConnection::unsubscribe(const std::string& filter) {
 }
 
 void MosquittoConnection::disconnect() {
-    mosquitto_disconnect(handle.get());
+    // A clean DISCONNECT would take the will back.
+    const int reason = will ? MQTT_RC_DISCONNECT_WITH_WILL_MSG : MQTT_RC_NORMAL_DISCONNECTION;
+    mosquitto_disconnect_v5(handle.get(), reason, nullptr);
 }
 
 void MosquittoConnection::abort() {

@@ -1,28 +1,51 @@
 #include "lapi_mqtt/transport/acknowledgements.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace lapi_mqtt {
+namespace {
 
-void Acknowledgements::expect(int packet_id, Handler handler) {
-    handlers[packet_id] = std::move(handler);
+using std::chrono::seconds;
+
+/// How long the broker may take, beyond what the payloads before it take on a slow link.
+constexpr seconds ACK_TIMEOUT{20};
+constexpr std::size_t MIN_BYTES_PER_SECOND = 10'000;
+
+}  // namespace
+
+void Acknowledgements::expect(int packet_id, Step step, std::size_t size, Clock::time_point now,
+                              Handler handler) {
+    bytes_pending += size;
+    const auto deadline = now + ACK_TIMEOUT + seconds(bytes_pending / MIN_BYTES_PER_SECOND);
+    pending[packet_id] = {std::move(step), size, deadline, std::move(handler)};
 }
 
-std::shared_ptr<const Awaited> Acknowledgements::expect(int packet_id) {
-    auto awaited = std::make_shared<Awaited>();
-    expect(packet_id, [awaited](const Outcome& outcome) { *awaited = {true, outcome}; });
-    return awaited;
+std::optional<Step> Acknowledgements::acknowledge(int packet_id, const Reason& reason) {
+    auto found = pending.extract(packet_id);
+    if (found.empty()) return std::nullopt;
+    Pending& packet = found.mapped();
+    bytes_pending -= packet.size;
+    if (packet.handler) {
+        packet.handler(reason);
+    } else if (reason.is_refusal()) {
+        return std::move(packet.step);
+    }
+    return std::nullopt;
 }
 
-bool Acknowledgements::take(int packet_id, const Reason& reason) {
-    const auto found = handlers.extract(packet_id);
-    if (found.empty()) return false;
-    found.mapped()(reason);
-    return true;
+std::optional<Step> Acknowledgements::overdue(Clock::time_point now) const {
+    const auto late = std::find_if(pending.begin(), pending.end(), [now](const auto& packet) {
+        return packet.second.deadline < now;
+    });
+    return late == pending.end() ? std::nullopt : std::make_optional(late->second.step);
 }
 
 void Acknowledgements::connection_lost() {
-    for (const auto& [packet_id, handler] : std::exchange(handlers, {})) handler(std::nullopt);
+    bytes_pending = 0;
+    for (const auto& [packet_id, packet] : std::exchange(pending, {})) {
+        if (packet.handler) packet.handler(std::nullopt);
+    }
 }
 
 }  // namespace lapi_mqtt

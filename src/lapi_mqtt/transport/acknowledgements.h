@@ -1,40 +1,67 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "lapi_mqtt/mqtt/error.h"
 
 namespace lapi_mqtt {
 
-/// The broker's reason; nothing when the connection went before it had said any.
+/// What an operation was about to do, for texts.
+struct Step {
+    const char* verb;
+    std::string topic;
+};
+
+/// The broker's reason; nothing when the connection ended before it had given any.
 using Outcome = std::optional<Reason>;
 
-/// An outcome that somebody waits for.
-struct Awaited {
-    bool is_here = false;
+/// An acknowledgement that somebody waits for.
+struct Ack {
+    bool has_come = false;
     Outcome outcome;
 };
 
-/// Who waits for the acknowledgement of which packet of the present connection. Only records:
-/// guarded by the link's lock, under which handlers are called, each once.
+/// Packets of the present connection that the broker has not acknowledged. Only records: guarded by
+/// the link's lock, under which handlers are called, each once.
 class Acknowledgements {
 public:
+    using Clock = std::chrono::steady_clock;
     using Handler = std::function<void(const Outcome& outcome)>;
 
-    void expect(int packet_id, Handler handler);
-    std::shared_ptr<const Awaited> expect(int packet_id);
+    /// Packet ids come round again after 65,535.
+    static constexpr std::size_t MAX_PENDING = 60'000;
 
-    /// False when nobody waits for it.
-    bool take(int packet_id, const Reason& reason);
+    /// A packet with `size` bytes of payload was queued. `handler` may be empty: only a refusal is
+    /// of interest then.
+    void expect(int packet_id, Step step, std::size_t size, Clock::time_point now, Handler handler);
 
-    /// Tells everybody: each connection counts its packets anew.
+    /// The step of a packet that the broker refuses and nobody handles.
+    std::optional<Step> acknowledge(int packet_id, const Reason& reason);
+
+    /// A step whose acknowledgement is overdue.
+    std::optional<Step> overdue(Clock::time_point now) const;
+
+    /// Each connection numbers its packets anew: everybody is told.
     void connection_lost();
 
+    bool is_full() const { return pending.size() >= MAX_PENDING; }
+
 private:
-    std::map<int, Handler> handlers;  ///< by packet id
+    struct Pending {
+        Step step;
+        std::size_t size;
+        Clock::time_point deadline;
+        Handler handler;
+    };
+
+    std::map<int, Pending> pending;  ///< by packet id
+    std::size_t bytes_pending = 0;
 };
 
 }  // namespace lapi_mqtt

@@ -11,16 +11,15 @@ namespace {
 
 namespace logging = ecu::lapi::logging;
 using std::chrono::milliseconds;
-using Clock = Patience::Clock;
+using Clock = Deadline::Clock;
 
-/// An idle connection is looked at so often; a unit cannot tell the age of a request any better.
-constexpr milliseconds LOOP_SLICE{50};
+/// Poll interval of an idle connection; also the resolution of request ages.
+constexpr milliseconds POLL_INTERVAL{50};
 
-constexpr milliseconds FIRST_BACK_OFF{50};
-constexpr milliseconds LAST_BACK_OFF{1000};
+constexpr milliseconds OVERDUE_CHECK_INTERVAL{1'000};
 
 /// How long DISCONNECT may take to go out.
-constexpr milliseconds GOODBYE_PATIENCE{2'000};
+constexpr milliseconds DISCONNECT_TIMEOUT{2'000};
 
 /// Packets carry more than their payload, and TLS adds to its records.
 constexpr std::uint64_t FRAMING_BYTES = 4096;
@@ -46,23 +45,34 @@ void Link::connect() {
     }
 }
 
+/// Whoever is leaving by now sends nothing but DISCONNECT, whoever is stopping not even that.
 void Link::open() {
     ConnectionEvents& events = *this;
     auto fresh = factory(events);
     fresh->open(stopping);
     const Lock held(mutex);
+    if (stopping) throw MqttError("cancelled");
     connection = std::move(fresh);
-    if (losses > 0) owner.on_reconnected(*connection);
-    if (leaving) connection->disconnect();
+    why_down.clear();
+    reconnect_delay.connected(Clock::now());
+    if (leaving) {
+        connection->disconnect();
+    } else if (losses > 0) {
+        owner.on_reconnected();
+    }
 }
 
-void Link::drive_on_a_thread(const Lock& /*lock*/) {
+void Link::run_on_a_thread() {
     if (connection && !thread.joinable()) thread = std::thread([this] { run(); });
 }
 
 void Link::run() {
     do {
-        while (drive(LOOP_SLICE)) {
+        auto next_check = Clock::now() + OVERDUE_CHECK_INTERVAL;
+        while (poll(POLL_INTERVAL)) {
+            if (Clock::now() < next_check) continue;
+            abort_when_overdue();
+            next_check = Clock::now() + OVERDUE_CHECK_INTERVAL;
         }
     } while (reconnect());
     const Lock held(mutex);
@@ -71,37 +81,43 @@ void Link::run() {
 }
 
 /// False when the connection has ended.
-bool Link::drive(milliseconds timeout) {
+bool Link::poll(milliseconds timeout) {
     const bool connected = connection->loop(timeout);
-    if (!connected) lose_connection();
+    if (!connected) end_connection("the connection was lost: " + connection->end_cause());
     return connected;
 }
 
-ecu::lapi::com::Transfer Link::transfer() const {
+void Link::abort_when_overdue() {
     const Lock held(mutex);
-    const Movement now = movement();
-    const std::uint64_t sent = now.traffic.taken - std::min(sent_from, now.traffic.taken);
-    if (sent < sent_size) return {sent, sent_size};
-    return {now.traffic.received - std::min(now.foreign_end, now.traffic.received), 0};
+    const auto step = acknowledgements.overdue(Clock::now());
+    if (!step || leaving) return;
+    logging::write(logging::WARNING, "The broker at ", broker_place,
+                   " does not acknowledge: ", step->verb, " ", step->topic);
+    connection->abort();
 }
 
-void Link::lose_connection() {
+void Link::end_connection(const std::string& cause) {
     const Lock held(mutex);
-    why_down = "the connection was lost: " + connection->end_cause();
+    const bool is_news = cause != why_down;
+    why_down = cause;
+    if (connection) reconnect_delay.lost(Clock::now());
     connection.reset();
     ++losses;
-    foreign_end = sent_from = sent_size = 0;
+    unrelated_end = transfer_begin = transfer_size = 0;
     acknowledgements.connection_lost();
     owner.on_lost();
     changed.notify_all();
-    if (!leaving) logging::write(logging::WARNING, "Broker at ", broker_place, ": ", why_down);
+    if (is_news && !leaving && !stopping) {
+        logging::write(logging::WARNING, "Broker at ", broker_place, ": ", why_down);
+    }
 }
 
 bool Link::reconnect() {
-    for (auto back_off = FIRST_BACK_OFF;; back_off = std::min(2 * back_off, LAST_BACK_OFF)) {
+    for (;;) {
+        const auto delay = reconnect_delay.next();
         {
             Lock held(mutex);
-            changed.wait_for(held, back_off, [this] { return stopping || leaving; });
+            changed.wait_for(held, delay, [this] { return stopping || leaving; });
             if (stopping || leaving) return false;
         }
         try {
@@ -109,10 +125,7 @@ bool Link::reconnect() {
             logging::write(logging::NOTICE, "Broker at ", broker_place, ": connected again");
             return true;
         } catch (const std::exception& error) {
-            const Lock held(mutex);
-            connection.reset();
-            acknowledgements.connection_lost();
-            why_down = error.what();
+            end_connection(std::string("cannot connect again: ") + error.what());
         }
     }
 }
@@ -121,9 +134,9 @@ void Link::disconnect(Lock& lock) {
     leaving = true;
     changed.notify_all();
     if (connection) connection->disconnect();
-    const auto deadline = Clock::now() + GOODBYE_PATIENCE;
+    const auto deadline = Clock::now() + DISCONNECT_TIMEOUT;
     while (connection && !thread.joinable() && Clock::now() < deadline) {
-        drive_or_wait(lock, deadline);
+        run_or_wait(lock, deadline);
     }
 }
 
@@ -134,69 +147,60 @@ void Link::stop() {
         changed.notify_all();
         if (!thread.joinable()) return;
         const bool in_time =
-            leaving && changed.wait_for(held, GOODBYE_PATIENCE, [this] { return ended; });
-        if (!in_time) abort(held);
+            leaving && changed.wait_for(held, DISCONNECT_TIMEOUT, [this] { return ended; });
+        if (!in_time) abort();
     }
     thread.join();
 }
 
-void Link::expect(const Lock& /*lock*/, int packet_id, Acknowledgements::Handler handler) {
-    acknowledgements.expect(packet_id, std::move(handler));
+int Link::wait_for_grant(Lock& lock, const Ack& ack, milliseconds timeout, const Step& step) {
+    const auto end = wait(lock, {timeout, timeout}, 0, [&ack] { return ack.has_come; });
+    if (end == WaitEnd::connection_lost || (ack.has_come && !ack.outcome)) {
+        fail(Kind::failed, step, why_down);
+    }
+    if (end != WaitEnd::done) fail(Kind::failed, step, "the broker does not answer");
+    if (ack.outcome->is_refusal()) fail(Kind::failed, step, ack.outcome->text);
+    logging::write(logging::DEBUG, "Granted at QoS ", ack.outcome->code, ": ", step.topic);
+    return ack.outcome->code;
 }
 
-std::shared_ptr<const Awaited> Link::expect(const Lock& /*lock*/, int packet_id) {
-    return acknowledgements.expect(packet_id);
-}
-
-int Link::await_grant(Lock& lock, int packet_id, milliseconds time_out, const Step& step) {
-    const auto word = expect(lock, packet_id);
-    const auto end = wait(lock, {time_out, time_out}, 0, [&word] { return word->is_here; });
-    if (end == WaitEnd::out_of_patience) fail(Kind::failed, step, "the broker does not answer");
-    if (end == WaitEnd::connection_lost || !word->outcome) fail(Kind::failed, step, why_down);
-    if (word->outcome->is_refusal()) fail(Kind::failed, step, word->outcome->text);
-    logging::write(logging::DEBUG, "Granted at QoS ", word->outcome->code, ": ", step.topic);
-    return word->outcome->code;
-}
-
-void Link::drive_or_wait(Lock& lock, Clock::time_point until) {
+void Link::run_or_wait(Lock& lock, Clock::time_point until) {
     if (thread.joinable()) {
         changed.wait_until(lock, until);
         return;
     }
-    lock.unlock();
+    struct Released {
+        explicit Released(Lock& held) : lock(held) { lock.unlock(); }
+        ~Released() { lock.lock(); }
+        Lock& lock;
+    };
+    const Released released(lock);
     const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
-    drive(std::max(left, milliseconds::zero()));
-    lock.lock();
+    poll(std::max(left, milliseconds::zero()));
 }
 
 Movement Link::movement() const {
-    return {connection ? connection->traffic() : Traffic(), foreign_end};
+    return {connection ? connection->traffic() : Traffic(), unrelated_end};
 }
 
-std::uint64_t Link::taken_behind(const Lock& /*lock*/, std::size_t size) {
-    sent_from = movement().traffic.taken;
-    sent_size = size;
-    return sent_from + size + size / FRAMING_SHARE + FRAMING_BYTES;
+ecu::lapi::com::Transfer Link::transfer() const {
+    const Lock held(mutex);
+    const Movement now = movement();
+    const std::uint64_t acked = now.traffic.bytes_acked;
+    const std::uint64_t sent = acked - std::min(transfer_begin, acked);
+    if (sent < transfer_size) return {sent, transfer_size};
+    const std::uint64_t received = now.traffic.bytes_received;
+    return {received - std::min(unrelated_end, received), 0};
 }
 
-void Link::note_foreign(const Lock& /*lock*/) {
-    foreign_end = movement().traffic.received;
+std::uint64_t Link::begin_transfer(std::size_t size) {
+    transfer_begin = movement().traffic.bytes_acked;
+    transfer_size = size;
+    return transfer_begin + size + size / FRAMING_SHARE + FRAMING_BYTES;
 }
 
-void Link::abort(const Lock& /*lock*/) {
+void Link::abort() {
     if (connection) connection->abort();
-}
-
-bool Link::is_up(const Lock& /*lock*/) const {
-    return connection != nullptr;
-}
-
-bool Link::is_leaving(const Lock& /*lock*/) const {
-    return leaving;
-}
-
-const std::string& Link::down_cause(const Lock& /*lock*/) const {
-    return why_down;
 }
 
 void Link::fail(Kind kind, const Step& step, const std::string& cause) const {
@@ -210,12 +214,11 @@ void Link::on_message(Incoming incoming) {
 
 void Link::on_acknowledged(int id, const Reason& reason) {
     const Lock held(mutex);
-    if (acknowledgements.take(id, reason)) {
-        changed.notify_all();
-    } else if (reason.is_refusal()) {
-        logging::write(logging::ERROR, "The broker at ", broker_place,
-                       " refused a packet: ", reason.text);
-    }
+    const auto refused = acknowledgements.acknowledge(id, reason);
+    changed.notify_all();
+    if (!refused) return;
+    logging::write(logging::ERROR, "The broker at ", broker_place, " refused to ", refused->verb,
+                   " ", refused->topic, ": ", reason.text);
 }
 
 }  // namespace lapi_mqtt

@@ -12,33 +12,28 @@
 #include "ecu/lapi/progress.h"
 #include "lapi_mqtt/mqtt/connection.h"
 #include "lapi_mqtt/transport/acknowledgements.h"
-#include "lapi_mqtt/transport/patience.h"
+#include "lapi_mqtt/transport/deadline.h"
+#include "lapi_mqtt/transport/reconnect_delay.h"
 #include "lapi_mqtt/transport_error.h"
 
 namespace lapi_mqtt {
 
-/// What an operation was about to do, for its error text.
-struct Step {
-    const char* verb;
-    std::string topic;
-};
-
 /// How long something has taken, in whole milliseconds.
-inline std::int64_t milliseconds_since(Patience::Clock::time_point began) {
+inline std::int64_t milliseconds_since(Deadline::Clock::time_point began) {
     using std::chrono::milliseconds;
-    return std::chrono::duration_cast<milliseconds>(Patience::Clock::now() - began).count();
+    return std::chrono::duration_cast<milliseconds>(Deadline::Clock::now() - began).count();
 }
 
-/// Keeps a connection to the broker up and owns it, its lock and the thread that drives it. While
-/// there is no such thread whoever waits drives, which spares a short run the thread and its
-/// hand-overs.
+/// Keeps a connection to the broker up and owns it, its lock and the thread that runs its loop.
+/// While there is no such thread whoever waits runs the loop, which spares a short run the thread
+/// and its hand-overs.
 class Link final : private ConnectionEvents {
 public:
     using Lock = std::unique_lock<std::mutex>;
     using Kind = TransportError::Kind;
-    enum class WaitEnd { done, connection_lost, out_of_patience };
+    enum class WaitEnd { done, connection_lost, idle_timeout, total_timeout };
 
-    /// Told on the thread that drives.
+    /// Called on the thread that runs the loop.
     class Owner {
     public:
         virtual ~Owner() = default;
@@ -46,9 +41,9 @@ public:
         /// With no lock held.
         virtual void on_message(Incoming incoming) = 0;
 
-        /// With the lock held: the connection is there again, what it is to carry is queued here.
-        /// May throw MqttError.
-        virtual void on_reconnected(Connection& connection) = 0;
+        /// With the lock held: connected again, what the connection is to carry is queued here. May
+        /// throw TransportError.
+        virtual void on_reconnected() = 0;
 
         /// With the lock held.
         virtual void on_lost() = 0;
@@ -63,50 +58,56 @@ public:
     /// Returns when the connection is accepted or has failed, which is logged at ERROR.
     void connect();
 
-    /// A thread drives the connection from here on, and replaces it when it is lost. Without effect
-    /// unless there is a connection.
-    void drive_on_a_thread(const Lock& lock);
-
-    /// Says goodbye behind what is queued. Waits for it, bounded, unless a thread drives.
-    void disconnect(Lock& lock);
-
-    /// Ends the thread, bounded.
+    /// Ends the thread, bounded: sends what is left of a `disconnect`, else cuts the connection.
     void stop();
 
-    Lock lock() { return Lock(mutex); }
-    /// As ITransferProgress tells it.
+    Lock lock() const { return Lock(mutex); }
+    const std::string& place() const { return broker_place; }
     ecu::lapi::com::Transfer transfer() const;
 
-    const std::string& place() const { return broker_place; }
+    // The rest is called with the lock held.
 
-    // With the lock held, which is the first argument.
+    /// A thread runs the loop from here on, and replaces the connection when it is lost. Without
+    /// effect unless there is a connection.
+    void run_on_a_thread();
 
-    /// Queues a packet by `action(connection)` and returns its id. Throws TransportError.
+    /// Queues DISCONNECT behind what is queued. Waits until it is sent, bounded, unless a thread
+    /// runs the loop.
+    void disconnect(Lock& lock);
+
+    /// Queues a packet with `size` bytes of payload by `action(connection)`, which returns its id.
+    /// `handler` is told its acknowledgement; without one a refusal is logged. Throws
+    /// TransportError.
     template <typename Action>
-    int queue(const Lock& lock, const Step& step, Action action);
-    void expect(const Lock& lock, int packet_id, Acknowledgements::Handler handler);
-    std::shared_ptr<const Awaited> expect(const Lock& lock, int packet_id);
+    void queue(const Step& step, std::size_t size, Action action,
+               Acknowledgements::Handler handler = {});
 
-    /// Waits until `done()`, with patience for what goes out up to `taken_end` and what comes in.
+    /// The same; the acknowledgement will be found in the result.
+    template <typename Action>
+    std::shared_ptr<const Ack> queue_and_note(const Step& step, std::size_t size, Action action);
+
+    /// Waits until `done()` or for as long as `timeouts` and what moves let it: what goes out up to
+    /// `send_end`, and what comes in. Releases the lock while it waits.
     template <typename Done>
-    WaitEnd wait(Lock& lock, Patience::Limits limits, std::uint64_t taken_end, Done done);
+    WaitEnd wait(Lock& lock, Deadline::Timeouts timeouts, std::uint64_t send_end, Done done);
 
-    /// Waits for the broker's word on a SUBSCRIBE and returns the QoS that it grants. Throws
-    /// TransportError for a refusal and in `time_out` at the latest.
-    int await_grant(Lock& lock, int packet_id, std::chrono::milliseconds time_out,
-                    const Step& step);
+    /// Waits for a SUBACK and returns the QoS that it grants. Throws TransportError for a refusal
+    /// and after `timeout` at the latest.
+    int wait_for_grant(Lock& lock, const Ack& ack, std::chrono::milliseconds timeout,
+                       const Step& step);
 
-    /// A packet of `size` bytes is queued now: what `traffic().taken` will be at the most when it
-    /// has gone out.
-    std::uint64_t taken_behind(const Lock& lock, std::size_t size);
+    /// Begins the transfer of a packet of `size` bytes that is queued next, and returns what
+    /// `bytes_acked` will be at the most when it has gone out.
+    std::uint64_t begin_transfer(std::size_t size);
 
-    /// What came in until now was for nobody who waits.
-    void note_foreign(const Lock& lock);
+    /// What came in until now is unrelated to whoever waits.
+    void note_unrelated() { unrelated_end = movement().traffic.bytes_received; }
+
     void notify() { changed.notify_all(); }
-    void abort(const Lock& lock);
-    bool is_up(const Lock& lock) const;
-    bool is_leaving(const Lock& lock) const;
-    const std::string& down_cause(const Lock& lock) const;
+    void abort();
+    bool is_up() const { return connection != nullptr; }
+    bool is_leaving() const { return leaving; }
+    const std::string& down_cause() const { return why_down; }
 
     [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const;
 
@@ -114,9 +115,10 @@ private:
     void open();
     void run();
     bool reconnect();
-    bool drive(std::chrono::milliseconds timeout);
-    void lose_connection();
-    void drive_or_wait(Lock& lock, Patience::Clock::time_point until);
+    bool poll(std::chrono::milliseconds timeout);
+    void abort_when_overdue();
+    void end_connection(const std::string& cause);
+    void run_or_wait(Lock& lock, Deadline::Clock::time_point until);
     Movement movement() const;
     void on_message(Incoming incoming) override;
     void on_acknowledged(int id, const Reason& reason) override;
@@ -125,44 +127,58 @@ private:
     const ConnectionFactory factory;
     Owner& owner;
 
-    // Guarded by mutex. `connection` is replaced only by the thread that drives, which may look at
-    // it without the lock.
+    // Guarded by mutex. `connection` is replaced only by the thread that runs the loop, which may
+    // look at it without the lock.
     mutable std::mutex mutex;
     std::condition_variable changed;
     std::unique_ptr<Connection> connection;  ///< null while there is none
     std::string why_down = "not connected";  ///< while there is none
-    unsigned losses = 0;                     ///< tells a waiter that its connection went
+    unsigned losses = 0;                     ///< tells a waiter that its connection ended
     Acknowledgements acknowledgements;
-    std::uint64_t foreign_end = 0;
-    std::uint64_t sent_from = 0;  ///< `traffic().taken` when the last packet was queued
-    std::uint64_t sent_size = 0;  ///< of that packet
-    bool leaving = false;         ///< DISCONNECT is on its way
-    bool ended = false;           ///< the thread is about to
+    std::uint64_t unrelated_end = 0;
+    std::uint64_t transfer_begin = 0;  ///< `bytes_acked` when the last transfer began
+    std::uint64_t transfer_size = 0;
+    bool leaving = false;  ///< DISCONNECT is queued, or will be on the next connection
+    bool ended = false;    ///< the thread is about to
 
+    ReconnectDelay reconnect_delay;  // of the thread that runs the loop
     std::atomic<bool> stopping{false};
     std::thread thread;  // of the thread that starts and stops
 };
 
 template <typename Action>
-int Link::queue(const Lock& /*lock*/, const Step& step, Action action) {
-    if (!connection) fail(Kind::not_connected, step, why_down);
+void Link::queue(const Step& step, std::size_t size, Action action,
+                 Acknowledgements::Handler handler) {
+    if (!connection) fail(Kind::failed, step, why_down);
+    if (acknowledgements.is_full()) fail(Kind::failed, step, "too much is unacknowledged");
     try {
-        return action(*connection);
+        const int id = action(*connection);
+        acknowledgements.expect(id, step, size, Deadline::Clock::now(), std::move(handler));
     } catch (const MqttError& error) {
         fail(Kind::failed, step, error.what());
     }
 }
 
+template <typename Action>
+std::shared_ptr<const Ack> Link::queue_and_note(const Step& step, std::size_t size, Action action) {
+    auto ack = std::make_shared<Ack>();
+    queue(step, size, action, [ack](const Outcome& outcome) { *ack = {true, outcome}; });
+    return ack;
+}
+
 template <typename Done>
-Link::WaitEnd Link::wait(Lock& lock, Patience::Limits limits, std::uint64_t taken_end, Done done) {
-    Patience patience(limits, Patience::Clock::now(), movement(), taken_end);
+Link::WaitEnd Link::wait(Lock& lock, Deadline::Timeouts timeouts, std::uint64_t send_end,
+                         Done done) {
+    Deadline deadline(timeouts, Deadline::Clock::now(), movement(), send_end);
     const unsigned before = losses;
     while (!done()) {
         if (!connection || losses != before) return WaitEnd::connection_lost;
-        const auto now = Patience::Clock::now();
-        patience.look(now, movement());
-        if (now >= patience.end()) return WaitEnd::out_of_patience;
-        drive_or_wait(lock, std::min(patience.end(), now + limits.rest / 4));
+        const auto now = Deadline::Clock::now();
+        deadline.update(now, movement());
+        if (now >= deadline.time()) {
+            return deadline.is_total() ? WaitEnd::total_timeout : WaitEnd::idle_timeout;
+        }
+        run_or_wait(lock, std::min(deadline.time(), now + timeouts.idle / 4));
     }
     return WaitEnd::done;
 }

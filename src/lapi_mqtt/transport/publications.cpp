@@ -1,5 +1,7 @@
 #include "lapi_mqtt/transport/publications.h"
 
+#include <chrono>
+
 #include "ecu/lapi/logging.h"
 
 namespace lapi_mqtt {
@@ -9,57 +11,70 @@ namespace logging = ecu::lapi::logging;
 using std::chrono::milliseconds;
 using Kind = Link::Kind;
 
-/// How long a publication may rest: a link may be slow, and buffers on it may have to drain.
-constexpr milliseconds PUBLISH_PATIENCE{20'000};
-constexpr milliseconds LONGEST_PUBLICATION = std::chrono::hours(1);
+/// A link may be slow, and buffers on it may have to drain.
+constexpr Deadline::Timeouts PUBLISH_TIMEOUTS{milliseconds(20'000), std::chrono::hours(1)};
+
+constexpr char OUTCOME_UNKNOWN[] =
+    ", before the broker had acknowledged the message; it may or may not have taken effect, check "
+    "a "
+    "blob with getsec";
 
 }  // namespace
 
-void Publications::add(const Link::Lock& lock, const std::string& topic, std::size_t size,
-                       int proof, bool is_own_word) {
-    ++unproven;
-    last_topic = topic;
-    taken_end = link.taken_behind(lock, size);
-    link.expect(lock, proof, [this, topic, is_own_word](const Outcome& outcome) {
-        settle(topic, outcome, is_own_word);
-    });
+void Publications::publish(const Step& step, const std::string& topic,
+                           const ecu::lapi::com::Message& message) {
+    const int qos = message.get_qos();
+    const std::size_t size = message.payload.size();
+    const auto settles = [this, topic = step.topic](bool is_own) {
+        return [this, topic, is_own](const Outcome& outcome) { settle(topic, outcome, is_own); };
+    };
+    const auto send = [&](Connection& connection) {
+        return connection.publish(step.topic, message, qos, {});
+    };
+    const auto end = link.begin_transfer(size);
+    if (qos > 0) {
+        link.queue(step, size, send, settles(true));
+    } else {
+        link.queue(step, size, send);
+        announcements.announce(topic, settles(false));
+    }
+    send_end = end;
+    last_topic = step.topic;
+    ++unacknowledged;
 }
 
-/// Called with the link's lock held.
-void Publications::settle(const std::string& topic, const Outcome& outcome, bool is_own_word) {
-    --unproven;
+/// `is_own`: the acknowledgement is that of the message itself, so that its refusal is, too.
+void Publications::settle(const std::string& topic, const Outcome& outcome, bool is_own) {
+    --unacknowledged;
     std::optional<Failure> failure;
     if (!outcome) {
-        failure = {Kind::outcome_unknown, topic,
-                   "the connection went before the broker had taken the message"};
-    } else if (outcome->says_nobody_listens()) {
+        failure = {Kind::outcome_unknown, topic, {}};
+    } else if (outcome->no_matching_subscribers()) {
         logging::write(logging::WARNING, "No unit listens on the broker at ", link.place(),
                        ": the message on ", topic, " has reached nobody");
-    } else if (outcome->is_refusal() && is_own_word) {
+    } else if (outcome->is_refusal() && is_own) {
         failure = {Kind::failed, topic, outcome->text};
     } else if (outcome->is_refusal()) {
-        logging::write(logging::WARNING, "The broker at ", link.place(),
-                       " refuses announcements: ", outcome->text);
+        announcements.report_refusal(*outcome);
     } else {
-        logging::write(logging::DEBUG, "The broker has taken the message on ", topic);
+        logging::write(logging::DEBUG, "The broker has acknowledged the message on ", topic);
     }
     if (!first_failure) first_failure = failure;
 }
 
-void Publications::await_taken(Link::Lock& lock) {
-    const auto end = link.wait(lock, {PUBLISH_PATIENCE, LONGEST_PUBLICATION}, taken_end,
-                               [this] { return unproven == 0; });
+void Publications::wait_for_acks(Link::Lock& lock) {
+    const auto end =
+        link.wait(lock, PUBLISH_TIMEOUTS, send_end, [this] { return unacknowledged == 0; });
     if (first_failure) {
         const Failure failure = *first_failure;
         const bool is_lost = failure.kind == Kind::outcome_unknown;
         link.fail(failure.kind, {"publish on", failure.topic},
-                  is_lost ? link.down_cause(lock) + ", before the broker had taken the message"
-                          : failure.cause);
+                  is_lost ? link.down_cause() + OUTCOME_UNKNOWN : failure.cause);
     }
-    if (end == Link::WaitEnd::out_of_patience) {
-        link.abort(lock);  // else the rest of the message would hold up the goodbye
+    if (end != Link::WaitEnd::done) {
+        link.abort();  // else the rest of the message would hold up the DISCONNECT
         link.fail(Kind::outcome_unknown, {"publish on", last_topic},
-                  "the connection stalled before the broker had taken the message");
+                  std::string("the connection stalled") + OUTCOME_UNKNOWN);
     }
 }
 

@@ -3,25 +3,26 @@
 #include <optional>
 #include <string>
 
+#include "lapi_mqtt/transport/announcements.h"
 #include "lapi_mqtt/transport/link.h"
 
 namespace lapi_mqtt {
 
-/// What was published and is not known to have reached the broker. QoS 0 has no acknowledgement,
-/// but the broker takes packets in order: the one of a QoS 1 message behind it is its proof.
+/// What was published and is not known to have reached the broker. A QoS 0 PUBLISH has no
+/// acknowledgement, but the broker handles packets in order: the PUBACK of the announcement behind
+/// it shows that the broker has it. Called with the link's lock held.
 class Publications {
 public:
-    explicit Publications(Link& to_broker) : link(to_broker) {}
+    Publications(Link& to_broker, Announcements& announcements_behind)
+        : link(to_broker), announcements(announcements_behind) {}
 
-    /// A message of `size` bytes was queued, and PUBACK or PUBCOMP of the packet `proof` will show
-    /// that the broker has it. `is_own_word` when that is the acknowledgement of the message
-    /// itself, whose refusal is its refusal.
-    void add(const Link::Lock& lock, const std::string& topic, std::size_t size, int proof,
-             bool is_own_word);
+    /// Queues a message on `topic`, which the broker knows as `step.topic`. Throws TransportError.
+    void publish(const Step& step, const std::string& topic,
+                 const ecu::lapi::com::Message& message);
 
     /// Returns when the broker has all of them. Throws TransportError for the first that was lost
     /// or refused, and when the connection stalls.
-    void await_taken(Link::Lock& lock);
+    void wait_for_acks(Link::Lock& lock);
 
 private:
     struct Failure {
@@ -30,14 +31,15 @@ private:
         std::string cause;
     };
 
-    void settle(const std::string& topic, const Outcome& outcome, bool is_own_word);
+    void settle(const std::string& topic, const Outcome& outcome, bool is_own);
 
     Link& link;
+    Announcements& announcements;
 
     // Guarded by the link's lock.
-    int unproven = 0;
+    int unacknowledged = 0;
     std::string last_topic;
-    std::uint64_t taken_end = 0;  ///< of the last one
+    std::uint64_t send_end = 0;  ///< of the last one
     std::optional<Failure> first_failure;
 };
 

@@ -8,34 +8,59 @@
 #include "ecu/lapi/com.h"
 #include "lapi_mqtt/mqtt/connection.h"
 #include "lapi_mqtt/service_client.h"
+#include "lapi_mqtt/transport/link.h"
 
 namespace lapi_mqtt {
 
 /// What is to become of a request.
-enum class Verdict {
+enum class RequestCheck {
     run,
-    drop,  ///< nobody can be answered, or it was published to be kept
-    late,  ///< nobody may await it any more
+    unanswerable,  ///< without a usable response topic and correlation data
+    expired,       ///< nobody may wait for the reply any more
 };
 
 /// Whether a request may run at `now`. A fresh one always may; one that may have waited for longer
 /// than its client does never.
-Verdict judge(const Incoming& request, std::chrono::steady_clock::time_point now);
+RequestCheck check(const Incoming& request, std::chrono::steady_clock::time_point now);
 
-/// Who answers the requests on which topic. Not thread-safe.
+/// Answers requests: by whom, whether still, and with what.
 class Services {
 public:
-    using Handler = RequestHandler;
+    explicit Services(Link& to_broker) : link(to_broker) {}
 
-    void add(const std::string& topic, Handler handler) { handlers[topic] = std::move(handler); }
+    // With the link's lock held.
 
-    /// Null when nobody does.
-    Handler handler_of(const std::string& topic) const;
+    /// Answers requests on `topic`, which the broker knows as `step.topic`, once the subscription
+    /// is granted within `timeout`. Throws TransportError, and then answers nothing.
+    void add(Link::Lock& lock, const Step& step, const std::string& topic, RequestHandler handler,
+             std::chrono::milliseconds timeout);
 
-    const std::map<std::string, Handler>& all() const { return handlers; }
+    bool serves(const std::string& topic) const { return services.count(topic) != 0; }
+
+    /// Subscribes again on a new connection. Throws TransportError.
+    void on_reconnected();
+
+    /// Runs no more requests, and waits, bounded, until the broker has acknowledged the replies.
+    void close(Link::Lock& lock);
+
+    /// Runs a request and sends its reply. On the dispatch thread, with no lock held.
+    void answer(const Incoming& request);
 
 private:
-    std::map<std::string, Handler> handlers;  ///< by topic
+    struct Service {
+        RequestHandler handler;
+        std::string broker_topic;
+    };
+
+    void reply(const Incoming& request, const ecu::lapi::com::Message& message,
+               const std::optional<std::string>& error);
+
+    Link& link;
+
+    // Guarded by the link's lock.
+    std::map<std::string, Service> services;  ///< by topic
+    int unacknowledged = 0;                   ///< replies
+    bool is_closed = false;
 };
 
 }  // namespace lapi_mqtt

@@ -19,9 +19,6 @@ public:
         int qos;
         RetainHandling retained;
         ObserverHandle observer;
-
-        /// Who asks for retained messages only watches.
-        bool is_announced() const { return retained == RetainHandling::do_not_send; }
     };
 
     void add(Entry entry) { entries.push_back(std::move(entry)); }

@@ -1,13 +1,16 @@
 #include "lapi_mqtt/transport/transport_client.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
+#include <vector>
 
 #include "ecu/lapi/logging.h"
 #include "lapi_mqtt/config/configuration_reader.h"
 #include "lapi_mqtt/config/exposure.h"
 #include "lapi_mqtt/mqtt/client_id.h"
 #include "lapi_mqtt/mqtt/topic_filter.h"
+#include "lapi_mqtt/transport/retain.h"
 #include "protocol/request.h"
 #include "protocol/topics.h"
 
@@ -17,8 +20,11 @@ namespace {
 namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
 
-com::Message message_of(const std::string& text) {
-    return com::Message({text.begin(), text.end()});
+std::size_t memory_of(const Incoming& incoming) {
+    const auto& properties = incoming.properties;
+    return sizeof incoming + incoming.topic.size() + incoming.message.payload.size() +
+           properties.response_topic.size() + properties.correlation_data.size() +
+           properties.content_type.size() + properties.error.value_or("").size();
 }
 
 Settings take_settings(std::unique_ptr<ecu::lapi::config::Configuration>& config) {
@@ -36,24 +42,26 @@ Settings take_settings(std::unique_ptr<ecu::lapi::config::Configuration>& config
 
 }  // namespace
 
-TransportClient::TransportClient(Settings checked_settings, std::optional<Presence> own_presence,
+TransportClient::TransportClient(Settings checked_settings, const std::optional<Presence>& presence,
                                  ConnectionFactory connections)
     : settings(std::move(checked_settings)),
-      factory(std::move(connections)),
       client_id(make_client_id(settings.client_name)),
-      presence(std::move(own_presence)),
+      is_service(presence),
       will(presence ? std::make_optional<Will>({on_broker(presence->topic), presence->absent})
                     : std::nullopt),
       link(
           settings.place(),
-          [this](ConnectionEvents& events) -> std::unique_ptr<Connection> {
-              if (factory) return factory(events);
+          connections ? std::move(connections)
+                      : [this](ConnectionEvents& events) -> std::unique_ptr<Connection> {
               return std::make_unique<MosquittoConnection>(settings, client_id, will, events);
           },
           *this),
-      calls(link, protocol::REPLY_PREFIX + client_id + protocol::REPLY_SUFFIX,
-            settings.request_timeout),
-      publications(link) {}
+      announcements(link, on_broker(protocol::ANNOUNCEMENT_TOPIC)),
+      publications(link, announcements),
+      requests(link, protocol::REPLY_PREFIX + client_id + protocol::REPLY_SUFFIX,
+               settings.request_timeout),
+      services(link),
+      presence_keeper(link, on_broker(presence)) {}
 
 TransportClient::~TransportClient() {
     stop();
@@ -66,16 +74,13 @@ std::string TransportClient::on_broker(const std::string& topic) const {
     return topic.substr(0, own) + settings.topic_prefix + topic.substr(own);
 }
 
+std::optional<Presence> TransportClient::on_broker(const std::optional<Presence>& presence) const {
+    if (!presence) return std::nullopt;
+    return Presence{on_broker(presence->topic), presence->present, presence->absent};
+}
+
 void TransportClient::connect() {
     link.connect();
-}
-
-com::Transfer TransportClient::transfer() const {
-    return link.transfer();
-}
-
-void TransportClient::post(std::function<void()> job) {
-    delivery.push_at_once(std::move(job));
 }
 
 void TransportClient::start() {
@@ -83,169 +88,174 @@ void TransportClient::start() {
     is_started = true;
 }
 
-/// Delivery starts with the first thing that goes on while the caller does something else. Requests
-/// alone do without: their caller drives the connection.
-void TransportClient::need_delivery(const Link::Lock& lock) {
-    if (!is_started) return;
-    delivery.start();
-    link.drive_on_a_thread(lock);
+/// Dispatch starts with the first thing that goes on while the caller does something else. Requests
+/// alone do without: their caller runs the connection's loop.
+void TransportClient::need_dispatch(const Step& step) {
+    if (!is_started) link.fail(Link::Kind::failed, step, "the client is not started");
+    dispatcher.start();
+    link.run_on_a_thread();
 }
 
 void TransportClient::disconnect() {
     auto lock = link.lock();
     std::exception_ptr failure;
     try {
-        publications.await_taken(lock);
-        if (is_shown && link.is_up(lock)) {
-            const Step step{"publish on", on_broker(presence->topic)};
-            link.queue(lock, step, [this](Connection& connection) {
-                publish_presence(connection, presence->absent);
-                return 0;
-            });
-        }
+        publications.wait_for_acks(lock);
     } catch (const TransportError&) {
         failure = std::current_exception();
     }
+    services.close(lock);
     link.disconnect(lock);
-    lock.unlock();
     if (failure) std::rethrow_exception(failure);
 }
 
 void TransportClient::stop() {
-    delivery.close();
+    dispatcher.close();
     link.stop();
-    delivery.stop();
+    dispatcher.stop();
 }
 
 void TransportClient::publish(const std::string& topic, const Message& message) {
     const Step step{"publish on", on_broker(topic)};
     const auto lock = link.lock();
-    need_delivery(lock);
-    const int qos = message.get_qos();
-    int proof = link.queue(lock, step, [&](Connection& connection) {
-        return connection.publish(step.topic, message, qos, {});
-    });
+    need_dispatch(step);
+    if (!dispatcher.is_current_thread()) return publications.publish(step, topic, message);
     // Who publishes from an observer or a service answers somebody, and is not to ask for answers.
-    if (delivery.is_current_thread()) return;
-    if (qos == 0) {
-        proof = link.queue(lock, step,
-                           [&](Connection& connection) { return announce(connection, topic); });
-    }
-    publications.add(lock, step.topic, message.payload.size(), proof, qos > 0);
+    link.queue(step, message.payload.size(), [&](Connection& connection) {
+        return connection.publish(step.topic, message, message.get_qos(), {});
+    });
 }
 
 void TransportClient::publish(const std::string& topic, const Message& message,
                               AckHandler handler) {
     const Step step{"publish on", on_broker(topic)};
     const auto lock = link.lock();
-    need_delivery(lock);
-    const int id = link.queue(lock, step, [&](Connection& connection) {
+    need_dispatch(step);
+    const auto send = [&](Connection& connection) {
         return connection.publish(step.topic, message, std::max(message.get_qos(), 1), {});
-    });
-    link.expect(lock, id, [this, handler = std::move(handler)](const Outcome& outcome) {
+    };
+    const auto tell = [this, handler = std::move(handler)](const Outcome& outcome) {
         const bool acknowledged = outcome && !outcome->is_refusal();
-        delivery.push_at_once([handler, acknowledged] { handler(acknowledged); });
-    });
-}
-
-/// Returns the packet's id.
-int TransportClient::announce(Connection& connection, const std::string& topic) const {
-    return connection.publish(on_broker(protocol::ANNOUNCEMENT_TOPIC), message_of(topic), 1, {});
-}
-
-void TransportClient::expect_listener(const Link::Lock& lock, int announcement) {
-    link.expect(lock, announcement, [this](const Outcome& outcome) {
-        if (!outcome) return;
-        if (outcome->says_nobody_listens()) {
-            logging::write(logging::NOTICE, "No unit listens on the broker at ", link.place());
-        } else if (outcome->is_refusal()) {
-            logging::write(logging::WARNING, "The broker at ", link.place(),
-                           " refuses announcements: ", outcome->text);
-        }
-    });
+        dispatcher.push_at_once([handler, acknowledged] { handler(acknowledged); });
+    };
+    link.queue(step, message.payload.size(), send, tell);
 }
 
 void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandle observer) {
     const Step step{"subscribe", on_broker(topic)};
-    const bool only_watches = (qos & com::WATCH_ONLY) != 0;
-    const auto retained = only_watches ? RetainHandling::send : RetainHandling::do_not_send;
+    const auto retained = retain::handling(qos);
     const int own_qos = qos & ~com::WATCH_ONLY;
     auto lock = link.lock();
-    need_delivery(lock);
-    const int id = link.queue(lock, step, [&](Connection& connection) {
+    need_dispatch(step);
+    const auto ack = link.queue_and_note(step, 0, [&](Connection& connection) {
         return connection.subscribe(step.topic, own_qos, retained);
     });
     // Before the grant: a retained message may come right behind it.
     subscriptions.add({topic, own_qos, retained, observer});
     try {
-        link.await_grant(lock, id, settings.request_timeout, step);
-        if (only_watches) return;
-        const int announcement = link.queue(
-            lock, step, [&](Connection& connection) { return announce(connection, topic); });
-        expect_listener(lock, announcement);
+        link.wait_for_grant(lock, *ack, settings.request_timeout, step);
+        if (retained == RetainHandling::do_not_send) announcements.announce(topic);
     } catch (const TransportError&) {
         subscriptions.remove(topic, observer);
         throw;
     }
 }
 
-/// Nobody waits for the broker's word: it may be behind a large message on a slow link.
+/// Nobody waits for UNSUBACK: it may be behind a large message on a slow link.
 void TransportClient::unsubscribe(const std::string& topic, ObserverHandle observer) {
     const Step step{"unsubscribe", on_broker(topic)};
     const auto lock = link.lock();
-    if (!subscriptions.remove(topic, observer) || !link.is_up(lock)) return;
-    link.queue(lock, step,
-               [&](Connection& connection) { return connection.unsubscribe(step.topic); });
+    if (!subscriptions.remove(topic, observer) || !link.is_up()) return;
+    link.queue(step, 0, [&](Connection& connection) { return connection.unsubscribe(step.topic); });
 }
 
 TransportClient::Message TransportClient::request(const std::string& topic,
                                                   const Message& message) {
-    return calls.request(on_broker(topic), message);
+    return requests.request(on_broker(topic), message);
 }
 
 void TransportClient::serve(const std::string& topic, RequestHandler handler) {
     const Step step{"serve", on_broker(topic)};
     auto lock = link.lock();
-    need_delivery(lock);
-    const int id = link.queue(lock, step, [&](Connection& connection) {
-        return connection.subscribe(step.topic, 1, RetainHandling::do_not_send);
-    });
-    services.add(topic, std::move(handler));
-    if (link.await_grant(lock, id, settings.request_timeout, step) == 0) {
-        link.fail(Kind::failed, step, "the broker grants QoS 0 only, requests need QoS 1");
-    }
+    need_dispatch(step);
+    services.add(lock, step, topic, std::move(handler), settings.request_timeout);
 }
 
 void TransportClient::show_presence() {
-    const Step step{"publish on", on_broker(presence->topic)};
     const auto lock = link.lock();
-    link.queue(lock, step, [this](Connection& connection) {
-        publish_presence(connection, presence->present);
-        return 0;
-    });
-    is_shown = true;
+    presence_keeper.show();
 }
 
-void TransportClient::publish_presence(Connection& connection, const std::string& payload) const {
-    Message message = message_of(payload);
-    message.retain = 1;
-    connection.publish(on_broker(presence->topic), message, 1, {});
+void TransportClient::post(std::function<void()> job) {
+    dispatcher.push_at_once(std::move(job));
+}
+
+com::Transfer TransportClient::transfer() const {
+    return link.transfer();
+}
+
+void TransportClient::on_message(Incoming incoming) {
+    if (incoming.topic == requests.reply_topic()) {
+        if (requests.accept(incoming)) return;
+        logging::write(logging::DEBUG, "Dropped a reply that nobody waits for");
+        const auto lock = link.lock();
+        return link.note_unrelated();
+    }
+    std::string lane;
+    {
+        const auto lock = link.lock();
+        link.note_unrelated();
+        if (presence_keeper.is_of(incoming.topic)) presence_keeper.on_message(incoming.message);
+        if (incoming.topic.rfind(settings.topic_prefix, 0) != 0) return;
+        incoming.topic.erase(0, settings.topic_prefix.size());
+        const bool is_request = services.serves(incoming.topic);
+        // What nobody asked for is dropped: there may be no thread to dispatch it.
+        if (!is_request && subscriptions.receivers(incoming.topic).empty()) return;
+        if (is_request) lane = incoming.properties.response_topic;
+    }
+    if (retain::is_ignored(incoming.message, is_service)) {
+        logging::write(logging::WARNING, "Dropped a retained message on ", incoming.topic);
+        return;
+    }
+    const std::size_t size = memory_of(incoming);
+    const auto shared = std::make_shared<Incoming>(std::move(incoming));
+    dispatcher.push(lane, size, [this, shared] {
+        services.answer(*shared);
+        observe(*shared);
+    });
+}
+
+void TransportClient::observe(const Incoming& incoming) {
+    std::vector<ObserverHandle> observers;
+    {
+        const auto lock = link.lock();
+        observers = subscriptions.receivers(incoming.topic);
+    }
+    for (const auto& observer : observers) {
+        try {
+            observer->message(incoming.topic, incoming.message);
+        } catch (const std::exception& error) {
+            logging::write(logging::ERROR, "An observer of ", incoming.topic,
+                           " failed: ", error.what());
+        }
+    }
 }
 
 /// What was published meanwhile is missed; the announcements bring the current values.
-void TransportClient::on_reconnected(Connection& connection) {
-    for (const auto& [topic, handler] : services.all()) {
-        connection.subscribe(on_broker(topic), 1, RetainHandling::do_not_send);
-    }
+void TransportClient::on_reconnected() {
+    services.on_reconnected();
     for (const auto& entry : subscriptions.all()) {
-        connection.subscribe(on_broker(entry.filter), entry.qos, entry.retained);
-        if (entry.is_announced()) announce(connection, entry.filter);
+        const Step step{"subscribe", on_broker(entry.filter)};
+        link.queue(step, 0, [&](Connection& connection) {
+            return connection.subscribe(step.topic, entry.qos, entry.retained);
+        });
+        if (entry.retained == RetainHandling::do_not_send) announcements.announce(entry.filter);
     }
-    if (is_shown) publish_presence(connection, presence->present);
+    presence_keeper.on_reconnected();
 }
 
 void TransportClient::on_lost() {
-    calls.connection_lost();
+    requests.on_lost();
 }
 
 std::string broker_name(const ecu::lapi::config::Configuration& config) {

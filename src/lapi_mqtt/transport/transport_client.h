@@ -1,6 +1,6 @@
 #pragma once
 
-#include <map>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,16 +11,19 @@
 #include "lapi_mqtt/mqtt/mosquitto_connection.h"
 #include "lapi_mqtt/requester.h"
 #include "lapi_mqtt/service_client.h"
-#include "lapi_mqtt/transport/calls.h"
-#include "lapi_mqtt/transport/delivery.h"
+#include "lapi_mqtt/transport/announcements.h"
+#include "lapi_mqtt/transport/dispatcher.h"
 #include "lapi_mqtt/transport/link.h"
+#include "lapi_mqtt/transport/presence.h"
 #include "lapi_mqtt/transport/publications.h"
+#include "lapi_mqtt/transport/requests.h"
 #include "lapi_mqtt/transport/services.h"
 #include "lapi_mqtt/transport/subscriptions.h"
 
 namespace lapi_mqtt {
 
-/// The transport client over MQTT 5: joins the link to the broker with who uses it.
+/// The transport client over MQTT 5: joins the link to the broker with who uses it, puts the prefix
+/// before topics and takes it off again.
 class TransportClient final : public IServiceClient,
                               public IRequester,
                               public ecu::lapi::com::ITransferProgress,
@@ -28,9 +31,10 @@ class TransportClient final : public IServiceClient,
 public:
     using Message = ecu::lapi::com::Message;
 
-    /// Makes its connections by `connections`; without one, over libmosquitto.
+    /// A service has a presence. Makes its connections by `connections`; without one, over
+    /// libmosquitto.
     explicit TransportClient(Settings checked_settings,
-                             std::optional<Presence> own_presence = std::nullopt,
+                             const std::optional<Presence>& presence = std::nullopt,
                              ConnectionFactory connections = {});
     ~TransportClient() override;
     TransportClient(const TransportClient&) = delete;
@@ -51,40 +55,32 @@ public:
     void stop() override;
 
 private:
-    using Kind = TransportError::Kind;
-
     std::string on_broker(const std::string& topic) const;
-    void need_delivery(const Link::Lock& lock);
-    int announce(Connection& connection, const std::string& topic) const;
-    void expect_listener(const Link::Lock& lock, int announcement);
-    void publish_presence(Connection& connection, const std::string& payload) const;
+    std::optional<Presence> on_broker(const std::optional<Presence>& presence) const;
+    void need_dispatch(const Step& step);
+    void observe(const Incoming& incoming);
 
     void on_message(Incoming incoming) override;
-    void on_reconnected(Connection& connection) override;
+    void on_reconnected() override;
     void on_lost() override;
-
-    void deliver(Incoming& incoming);
-    void answer(const Services::Handler& handler, const Incoming& request);
-    void send_reply(const Incoming& request, const Message& reply,
-                    const std::optional<std::string>& error);
 
     // Constant after construction.
     const Settings settings;
-    const ConnectionFactory factory;
     const std::string client_id;
-    const std::optional<Presence> presence;
+    const bool is_service;
     const std::optional<Will> will;
 
     Link link;
-    Calls calls;
+    Announcements announcements;
     Publications publications;
-    Delivery delivery;
+    Requests requests;
+    Services services;
+    PresenceKeeper presence_keeper;
+    Dispatcher dispatcher;
 
     // Guarded by the link's lock.
-    Services services;
     Subscriptions subscriptions;
     bool is_started = false;
-    bool is_shown = false;  ///< the presence
 };
 
 }  // namespace lapi_mqtt

@@ -86,10 +86,10 @@ TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
                 ThrowsMessage<TransportError>(HasSubstr("Not authorized (ask the admin)")));
     script("subscribe clients/", Reason{1, ""});
     const auto start = std::chrono::steady_clock::now();
-    std::thread foreign([&] {  // as many as there are, none of them stretches the wait
+    std::thread unrelated([&] {  // as many as there are, none of them stretches the wait
         for (int n = 0; n < 50; ++n, std::this_thread::sleep_for(milliseconds(10))) {
             std::unique_lock<std::mutex> lock(broker.mutex);
-            broker.traffic.received += 100'000;
+            broker.traffic.bytes_received += 100'000;
             lock.unlock();
             broker.send(reply_topic, "another's", {"", "other", "", {}, {}});
         }
@@ -98,7 +98,7 @@ TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
                 ThrowsMessage<TransportError>(
                     HasSubstr("request units/7/t on the broker at unit:1883: no reply within 300 ms")));
     EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(450));
-    foreign.join();
+    unrelated.join();
     EXPECT_EQ(broker.properties.back().content_type, "application/x-protobuf");
     EXPECT_EQ(broker.properties.back().timeout, milliseconds(300));
 }
@@ -162,36 +162,108 @@ TEST_F(Transport, StopsOnASilentConnection) {
     EXPECT_EQ(broker.sent().back(), "abort");
 }
 
-TEST(Delivery, HoldsUpWhoeverPushesTooMuch) {
-    lapi_mqtt::Delivery delivery;
-    std::promise<void> slow;
-    delivery.start();
-    delivery.push(64 << 20, [&] { slow.get_future().wait(); });
-    delivery.push_at_once([] {});
-    auto further = std::async(std::launch::async, [&] { delivery.push(0, [] {}); });
+TEST(Dispatcher, TakesTurnsBlocksWhoeverPushesTooMuchAndRunsWhatWaits) {
+    lapi_mqtt::Dispatcher dispatcher;
+    std::promise<void> slow, pushed;
+    std::string ran;
+    const auto note = [&](const char* name) { return [&ran, name] { ran += name; }; };
+    dispatcher.push("", 64 << 20, [&] { slow.get_future().wait(); });
+    for (const auto* name : {"a", "b", "c"}) dispatcher.push_at_once(note(name));
+    auto further = std::async(std::launch::async, [&] { dispatcher.push("", 0, note("d")); });
+    dispatcher.start();
     EXPECT_EQ(further.wait_for(milliseconds(50)), std::future_status::timeout);
     slow.set_value();
     further.get();
-    delivery.stop();
+    dispatcher.push_at_once([&] {
+        pushed.get_future().wait();
+        std::this_thread::sleep_for(milliseconds(20));  // until it is closed
+        dispatcher.push_at_once(note("f"));
+    });
+    for (const auto* name : {"1", "2"}) dispatcher.push("one", 1, note(name));
+    dispatcher.push("other", 1, note("e"));
+    pushed.set_value();
+    dispatcher.stop();
+    dispatcher.push_at_once(note("g"));
+    EXPECT_EQ(ran, "abcd1ef2");
 }
 
-TEST_F(Transport, ServesOnlyWhatCanBeAskedAndKeepsItsPresence) {
+TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     presence = {"here", "yes", "no"};
     connected();
     script("subscribe s", Reason{0, ""});
-    const auto serve = [this] { client->serve("s", [](const Message&) { return text("!"); }); };
-    EXPECT_THAT(serve, ThrowsMessage<TransportError>(HasSubstr("QoS 0")));
+    int runs = 0;
+    const auto serve = [&](std::promise<void>* leaving = nullptr) {
+        client->serve("s", [&runs, leaving](const Message&) {
+            ++runs;
+            if (leaving != nullptr) leaving->get_future().wait();
+            return text("!");
+        });
+    };
+    const lapi_mqtt::PublishProperties asked{"clients/7/reply", "c", "", milliseconds(900), {}};
+    EXPECT_THAT([&] { serve(); }, ThrowsMessage<TransportError>(HasSubstr("QoS 0")));
+    broker.send("s", "?", asked);
     script("subscribe s", Reason{1, ""});
-    serve();
+    std::promise<void> leaving;
+    serve(&leaving);
     client->show_presence();
-    broker.send("s", "?", {"clients/7/reply", "c", "", milliseconds(900), {}});
-    broker.send("s", "?", {"clients/7/reply", "c", "", milliseconds(900), {}}, true);
+    broker.send("here", "yes", {}, true);
+    broker.send("here", "no", {}, true);
+    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 5; }));
+    broker.send("s", "?", asked, true);
     broker.send("s", "?", {"elsewhere", "c", "", milliseconds(900), {}});
-    EXPECT_TRUE(await_sent("publish clients/7/reply ! q1"));
+    broker.send("s", "runs", asked);
+    broker.send("s", "comes while it leaves", asked);
+    while (runs == 0) std::this_thread::sleep_for(milliseconds(5));
+    std::this_thread::sleep_for(milliseconds(100));
     client->disconnect();
+    leaving.set_value();
     client->stop();
-    EXPECT_THAT(broker.sent(), ElementsAre("subscribe s q1", "subscribe s q1", "publish here yes kept q1",
-                                           "publish clients/7/reply ! q1", "publish here no kept q1", "disconnect"));
+    EXPECT_EQ(runs, 1);
+    EXPECT_THAT(broker.sent(), ElementsAre("subscribe s q1", "subscribe s q1", "subscribe here q1",
+                                           "publish here yes kept q1", "publish here yes kept q1", "disconnect"));
+}
+
+TEST_F(Transport, WaitsForItsRepliesBeforeItDisconnects) {
+    connected();
+    script("subscribe s", Reason{1, ""});
+    script("publish clients/", std::nullopt);
+    client->serve("s", [](const Message&) { return text("!"); });
+    broker.send("s", "?", {"clients/7/reply", "c", "", milliseconds(900), {}});
+    EXPECT_TRUE(await_sent("publish clients/7/reply ! q1"));
+    auto leaving = std::async(std::launch::async, [this] { client->disconnect(); });
+    EXPECT_EQ(leaving.wait_for(milliseconds(100)), std::future_status::timeout);
+    broker.acknowledge(2);
+    EXPECT_EQ(leaving.wait_for(milliseconds(1000)), std::future_status::ready);
+    EXPECT_EQ(broker.sent().back(), "disconnect");
+}
+
+/// What happens while the connection is being opened again, and the packets that this sends.
+TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
+    const std::pair<std::function<void()>, std::vector<std::string>> table[] = {
+        {[this] { client->disconnect(); }, {"disconnect"}},
+        {[this] { std::thread([this] { client->stop(); }).detach(); }, {}},
+        {[] { throw lapi_mqtt::MqttError("refused"); }, {"subscribe a q0", announced + "a q1"}},
+    };
+    for (const auto& [action, packets] : table) {
+        broker.on_open = nullptr;
+        connected();
+        client->subscribe("a", 0, std::make_shared<Noting>());
+        const auto before = broker.sent().size();
+        bool is_first = true;
+        broker.on_open = [&is_first, action = action] {
+            if (!std::exchange(is_first, false)) return;
+            action();
+            std::this_thread::sleep_for(milliseconds(50));
+        };
+        broker.cut();
+        const auto count = before + packets.size();
+        EXPECT_TRUE(broker.await([&] { return !is_first && broker.packets.size() >= count; }));
+        std::this_thread::sleep_for(milliseconds(100));
+        const auto sent = broker.sent();
+        EXPECT_THAT(std::vector(sent.begin() + static_cast<long>(before), sent.end()),
+                    testing::ElementsAreArray(packets));
+        client.reset();
+    }
 }
 
 TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
@@ -203,10 +275,10 @@ TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
     client->subscribe("b", 2 + ecu::lapi::com::WATCH_ONLY, std::make_shared<Noting>());
     client->show_presence();
     broker.cut();
-    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 10; }));
-    EXPECT_THAT(std::vector(broker.packets.begin() + 5, broker.packets.end()),
+    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 12; }));
+    EXPECT_THAT(std::vector(broker.packets.begin() + 6, broker.packets.end()),
                 ElementsAre("subscribe s q1", "subscribe a q1", announced + "a q1", "subscribe b kept q2",
-                            "publish here yes kept q1"));
+                            "subscribe here q1", "publish here yes kept q1"));
 }
 
 }  // namespace
