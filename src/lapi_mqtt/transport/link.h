@@ -149,7 +149,7 @@ private:
 template <typename Action>
 void Link::queue(const Step& step, std::size_t size, Action action,
                  Acknowledgements::Handler handler) {
-    if (!connection) fail(Kind::failed, step, why_down);
+    if (!connection) fail(Kind::not_connected, step, why_down);
     if (acknowledgements.is_full()) fail(Kind::failed, step, "too much is unacknowledged");
     try {
         const int id = action(*connection);

@@ -51,7 +51,7 @@ Requests::Message Requests::request(const std::string& topic, const Message& mes
     const std::size_t size = message.payload.size();
 
     auto lock = link.lock();
-    if (!is_subscribed) subscribe_replies(lock);
+    if (!is_subscribed) subscribe_replies(lock, step);
     Pending pending(*this, properties.correlation_data);
     const auto send_end = link.begin_transfer(size);
     const auto began = Clock::now();
@@ -67,12 +67,11 @@ Requests::Message Requests::request(const std::string& topic, const Message& mes
 
 /// The grant is waited for: a broker, a cluster above all, may apply a subscription late, and the
 /// reply would be lost.
-void Requests::subscribe_replies(Link::Lock& lock) {
-    const Step step{"subscribe", topic_of_replies};
-    const auto ack = link.queue_and_note(step, 0, [this](Connection& connection) {
+void Requests::subscribe_replies(Link::Lock& lock, const Step& request) {
+    const auto ack = link.queue_and_note(request, 0, [this](Connection& connection) {
         return connection.subscribe(topic_of_replies, 1, RetainHandling::do_not_send);
     });
-    link.wait_for_grant(lock, *ack, timeout, step);
+    link.wait_for_grant(lock, *ack, timeout, {"subscribe", topic_of_replies});
     is_subscribed = true;
 }
 

@@ -32,7 +32,7 @@ private:
     /// A pending request, for as long as it is waited for.
     class Pending;
 
-    void subscribe_replies(Link::Lock& lock);
+    void subscribe_replies(Link::Lock& lock, const Step& request);
     Message wait_for_reply(Link::Lock& lock, const Ack& ack, std::optional<Incoming>& reply,
                            std::uint64_t send_end, const Step& step);
     std::string missing_reply(Link::WaitEnd end, std::int64_t waited_ms) const;
