@@ -60,16 +60,10 @@ std::vector<Entry> read_parameters(Source source, const std::string& name) {
     }
 }
 
-std::vector<Entry> read_file(
-    const std::string& file,
-    const std::function<void(std::uint64_t done, std::uint64_t total)>& progress) {
+std::vector<Entry> read_file(const std::string& file) {
     program::Input input(file);
-    const std::uint64_t total = input.size();
-    std::uint64_t done = 0;
-    const auto source = [&](char* buffer, std::size_t size) {
-        const std::size_t count = input.read(buffer, size);
-        progress(done += count, total);
-        return count;
+    const auto source = [&input](char* buffer, std::size_t size) {
+        return input.read(buffer, size);
     };
     return read_parameters(source, program::input_name(file));
 }

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -16,10 +14,7 @@ namespace dump {
 std::vector<ecu::lapi::pb::SystemParameterEntry> read_parameters(Source source,
                                                                  const std::string& name);
 
-/// The same of a file, or of standard input for "-". `progress` gets the bytes read so far, and how
-/// many there are, or 0 where that is not known. Throws std::system_error, too.
-std::vector<ecu::lapi::pb::SystemParameterEntry> read_file(
-    const std::string& file,
-    const std::function<void(std::uint64_t done, std::uint64_t total)>& progress);
+/// The same of a file, or of standard input for "-". Throws std::system_error, too.
+std::vector<ecu::lapi::pb::SystemParameterEntry> read_file(const std::string& file);
 
 }  // namespace dump

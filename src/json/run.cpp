@@ -29,7 +29,7 @@ std::string parse_file(int argc, char** argv) {
 }
 
 /// One parameter after the other, as they arrive.
-bool convert(const std::string& file) {
+int convert(const std::string& file) {
     program::Input input(file);
     const auto source = [&input](char* buffer, std::size_t size) {
         program::flush_standard_output();  // reading may have to wait
@@ -49,7 +49,7 @@ bool convert(const std::string& file) {
         std::cout << json.line();
     }
     program::flush_standard_output();
-    return true;
+    return EXIT_SUCCESS;
 }
 
 }  // namespace
@@ -57,8 +57,7 @@ bool convert(const std::string& file) {
 int run(int argc, char** argv) {
     program::secure_standard_streams();
     std::ios::sync_with_stdio(false);
-    const auto work = [&] { return convert(parse_file(argc, argv)); };
-    return program::attempt(PROGRAM_NAME, work) ? EXIT_SUCCESS : EXIT_FAILURE;
+    return program::attempt(PROGRAM_NAME, [&] { return convert(parse_file(argc, argv)); });
 }
 
 }  // namespace json

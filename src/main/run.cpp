@@ -1,11 +1,12 @@
 #include "main/run.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,27 +30,6 @@ using commands::Arguments;
 /// later: time for both. Ours waits in `disconnect`.
 constexpr timespec PAUSE_BEFORE_DISCONNECT{0, 100'000'000};
 
-/// What a run holds of the platform, in order of creation.
-struct Connection {
-    std::unique_ptr<ecu::lapi::config::Configuration> configuration;
-    std::optional<program::ProgressLine> progress;
-    commands::Client client;
-    // Held for the whole run; commands create their own.
-    std::shared_ptr<ecu::lapi::var::ISystemParameterClient> sysparams;
-};
-
-bool open(Connection& connection) {
-    connection.configuration =
-        program::load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
-    connection.progress.emplace(PROGRAM_NAME);
-    connection.client = program::create_transport(connection.configuration);
-    connection.sysparams = program::create_sysparams(connection.client);
-    connection.progress->watch(connection.client);
-    connection.client->connect();
-    connection.client->start();
-    return true;
-}
-
 bool execute_command(commands::Client& client, Arguments& args) {
     if (args.empty()) return commands::GetCmd("get").execute(client, args);
     const std::string word = args.front();
@@ -63,6 +43,25 @@ bool execute_command(commands::Client& client, Arguments& args) {
     return false;
 }
 
+int run_over_connection(Arguments& args) {
+    auto configuration =
+        program::load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
+    auto client = program::create_transport(configuration);
+    // Held for the whole run; commands create their own.
+    std::shared_ptr<ecu::lapi::var::ISystemParameterClient> sysparams;
+    const program::ProgressLine progress(PROGRAM_NAME, client, isatty(STDOUT_FILENO) == 0);
+    return program::run_connected(PROGRAM_NAME, *client, [&] {
+        sysparams = program::create_sysparams(client);
+        client->connect();
+        client->start();
+        const int status = program::attempt(PROGRAM_NAME, [&] {
+            return execute_command(client, args) ? EXIT_SUCCESS : EXIT_FAILURE;
+        });
+        nanosleep(&PAUSE_BEFORE_DISCONNECT, nullptr);
+        return status;
+    });
+}
+
 }  // namespace
 
 int run(int argc, char** argv) {
@@ -72,18 +71,7 @@ int run(int argc, char** argv) {
         usage();
         std::exit(1);
     }
-
-    Connection connection;
-    bool succeeded = program::attempt(PROGRAM_NAME, [&] { return open(connection); });
-    if (succeeded) {
-        succeeded = program::attempt(PROGRAM_NAME,
-                                     [&] { return execute_command(connection.client, args); });
-        nanosleep(&PAUSE_BEFORE_DISCONNECT, nullptr);
-    }
-    if (connection.client) {
-        succeeded = program::close_connection(PROGRAM_NAME, *connection.client) && succeeded;
-    }
-    return succeeded ? 0 : 1;
+    return program::attempt(PROGRAM_NAME, [&args] { return run_over_connection(args); });
 }
 
 }  // namespace korvid

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <memory>
 
 #include "ecu/lapi/com.h"
@@ -23,7 +24,7 @@ constexpr int SUBSCRIPTION = 2 + com::WATCH_ONLY;
 /// Long enough for a broker, and a reader that has stopped reading is not waited for.
 constexpr std::chrono::seconds LEAVE_TIMEOUT{2};
 
-void print_messages(com::ITransportClient& client, const Options& options) {
+int print_messages(com::ITransportClient& client, const Options& options) {
     // One for all, so that a message that several filters match is printed once.
     const auto output = std::make_shared<Output>(options);
     client.connect();
@@ -35,17 +36,15 @@ void print_messages(com::ITransportClient& client, const Options& options) {
     // Also over when nobody reads standard output any more.
     const auto end = program::wait_for_termination(STDOUT_FILENO, 0, LEAVE_TIMEOUT, deadline);
     output->finish(end == program::WaitEnd::deadline);
+    return EXIT_SUCCESS;
 }
 
-bool watch(const Options& options) {
+int watch(const Options& options) {
     program::end_at_termination_signals();
     auto configuration = program::load_configuration(PROGRAM_NAME, options.common);
     const auto client = program::create_transport(configuration);
-    const bool watched = program::attempt(PROGRAM_NAME, [&] {
-        print_messages(*client, options);
-        return true;
-    });
-    return program::close_connection(PROGRAM_NAME, *client) && watched;
+    return program::run_connected(PROGRAM_NAME, *client,
+                                  [&] { return print_messages(*client, options); });
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 #include "program/input.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,12 +28,6 @@ std::string input_name(const std::string& argument) {
 
 Input::Input(const std::string& argument)
     : name(input_name(argument)), descriptor(open_input(argument)) {}
-
-std::uint64_t Input::size() const {
-    struct stat status {};
-    if (fstat(descriptor.get(), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
-    return static_cast<std::uint64_t>(status.st_size);
-}
 
 std::size_t Input::read(char* buffer, std::size_t size) {
     for (;;) {

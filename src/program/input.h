@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
 #include "program/descriptor.h"
@@ -16,9 +15,6 @@ class Input {
 public:
     /// Waits for the writer of a pipe that has a name. Throws std::system_error.
     explicit Input(const std::string& argument);
-
-    /// How many bytes a file holds; 0 where that is not known.
-    std::uint64_t size() const;
 
     /// Waits for what comes next, at most `size` bytes. Returns how many, 0 at the end. Throws
     /// std::system_error.

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <system_error>
@@ -28,7 +29,7 @@ void grow_heap_in_large_steps() {
 #endif
 }
 
-bool attempt(const std::string& program, const std::function<bool()>& step) {
+int attempt(const std::string& program, const std::function<int()>& step) {
     try {
         return step();
     } catch (const std::exception& error) {
@@ -36,7 +37,7 @@ bool attempt(const std::string& program, const std::function<bool()>& step) {
     } catch (...) {
         std::cerr << program << ": an error of an unknown kind" << std::endl;
     }
-    return false;
+    return EXIT_FAILURE;
 }
 
 void flush_standard_output() {

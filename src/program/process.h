@@ -15,9 +15,9 @@ void secure_standard_streams();
 /// in few large steps. It takes no memory before it is used.
 void grow_heap_in_large_steps();
 
-/// Runs a step of `program` and returns its result; an exception counts as false and becomes one
-/// line on standard error.
-bool attempt(const std::string& program, const std::function<bool()>& step);
+/// Runs a step of `program` and returns the exit status that it returns; an exception becomes one
+/// line on standard error, and EXIT_FAILURE.
+int attempt(const std::string& program, const std::function<int()>& step);
 
 /// Throws std::system_error unless all that was written to std::cout has been passed on.
 void flush_standard_output();

@@ -11,6 +11,7 @@
 namespace program {
 namespace {
 
+namespace com = ecu::lapi::com;
 namespace logging = ecu::lapi::logging;
 
 constexpr std::chrono::milliseconds FIRST_DRAW_DELAY{1000};
@@ -45,26 +46,13 @@ std::size_t columns() {
 
 }  // namespace
 
-ProgressLine::ProgressLine(std::string program_name) : program(std::move(program_name)) {
+ProgressLine::ProgressLine(std::string program_name,
+                           const std::shared_ptr<com::ITransportClient>& client,
+                           bool shows_received)
+    : name(std::move(program_name)),
+      transfers(std::dynamic_pointer_cast<com::ITransferProgress>(client)),
+      received_too(shows_received) {
     if (is_to_be_shown()) drawing = std::thread([this] { draw_until_the_end(); });
-}
-
-void ProgressLine::begin(const char* next_step) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    step = next_step;
-    done = total = 0;
-}
-
-std::function<void(std::uint64_t, std::uint64_t)> ProgressLine::hook() {
-    return [this](std::uint64_t bytes_done, std::uint64_t bytes_total) {
-        done.store(bytes_done, std::memory_order_relaxed);
-        total.store(bytes_total, std::memory_order_relaxed);
-    };
-}
-
-void ProgressLine::watch(const std::shared_ptr<ecu::lapi::com::ITransportClient>& client) {
-    const std::lock_guard<std::mutex> lock(mutex);
-    transfers = std::dynamic_pointer_cast<ecu::lapi::com::ITransferProgress>(client);
 }
 
 void ProgressLine::end() {
@@ -88,29 +76,19 @@ void ProgressLine::draw_until_the_end() {
 
 void ProgressLine::draw() {
     const auto watched = transfers.lock();
-    const ecu::lapi::com::Transfer transfer =
-        watched ? watched->transfer() : ecu::lapi::com::Transfer{done, total};
-    if (!is_in_the_foreground() || (step.empty() && transfer.done < MIN_BYTES)) return;
-    // What a command without steps receives it then prints, and a redrawn line would stand in it.
-    if (step.empty() && transfer.total == 0 && isatty(STDOUT_FILENO) != 0) return;
-    const std::string line = text(transfer).substr(0, columns());
-    // What has not moved may have been followed by the work's own output.
+    const auto [done, total] = watched ? watched->transfer() : com::Transfer{};
+    const bool is_received = total == 0;
+    if (done < MIN_BYTES || (is_received && !received_too) || !is_in_the_foreground()) return;
+    constexpr double MEGABYTE = 1e6;
+    char amount[64];
+    std::snprintf(amount, sizeof amount,
+                  is_received ? "receiving %.1f MB" : "sending %.1f of %.1f MB",
+                  static_cast<double>(done) / MEGABYTE, static_cast<double>(total) / MEGABYTE);
+    const std::string line = (name + ": " + amount).substr(0, columns());
+    // What has not moved may have been followed by the program's own output.
     if (line == drawn) return;
     drawn = line;
     write_to_terminal(ERASE + line + '\r');
-}
-
-std::string ProgressLine::text(const ecu::lapi::com::Transfer& transfer) const {
-    constexpr double MEGABYTE = 1e6;
-    const auto so_far = static_cast<double>(transfer.done) / MEGABYTE;
-    const auto all = static_cast<double>(transfer.total) / MEGABYTE;
-    char amount[64] = " ...";
-    if (all > 0) {
-        std::snprintf(amount, sizeof amount, " %.1f of %.1f MB", so_far, all);
-    } else if (so_far > 0) {
-        std::snprintf(amount, sizeof amount, " %.1f MB", so_far);
-    }
-    return program + ": " + (step.empty() ? all > 0 ? "sending" : "receiving" : step) + amount;
 }
 
 }  // namespace program

@@ -31,15 +31,18 @@ std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
     return client;
 }
 
-int run_program(const std::string& name, const std::function<bool()>& work) {
+int run_program(const std::string& name, const std::function<int()>& work) {
     secure_standard_streams();
     logging::set_log_mode(logging::LogMode::console);
-    return attempt(name, work) ? EXIT_SUCCESS : EXIT_FAILURE;
+    return attempt(name, work);
 }
 
-bool close_connection(const std::string& program, ecu::lapi::com::ITransportClient& client) {
-    const bool disconnected = attempt(program, [&client] { return client.disconnect(), true; });
-    return attempt(program, [&client] { return client.stop(), true; }) && disconnected;
+int run_connected(const std::string& program, ecu::lapi::com::ITransportClient& client,
+                  const std::function<int()>& work) {
+    const int status = attempt(program, work);
+    const int disconnected = attempt(program, [&client] { return client.disconnect(), 0; });
+    const int stopped = attempt(program, [&client] { return client.stop(), 0; });
+    return disconnected == EXIT_SUCCESS && stopped == EXIT_SUCCESS ? status : EXIT_FAILURE;
 }
 
 }  // namespace program

@@ -23,12 +23,13 @@ std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::
 std::shared_ptr<ecu::lapi::com::ITransportClient> create_transport(
     std::unique_ptr<ecu::lapi::config::Configuration>& configuration);
 
-/// Runs a program that logs to standard error: secures the standard streams and does `work`,
-/// guarded. Returns the process's status.
-int run_program(const std::string& name, const std::function<bool()>& work);
+/// Runs a program that logs to standard error: secures the standard streams and attempts `work`.
+/// Returns its exit status.
+int run_program(const std::string& name, const std::function<int()>& work);
 
-/// Disconnects and stops the client; returns whether both went well. A failure is reported as
-/// `attempt` does.
-bool close_connection(const std::string& program, ecu::lapi::com::ITransportClient& client);
+/// Attempts `work`, then disconnects and stops the client whatever came of it. Returns the exit
+/// status of `work`, or EXIT_FAILURE when a later step failed.
+int run_connected(const std::string& program, ecu::lapi::com::ITransportClient& client,
+                  const std::function<int()>& work);
 
 }  // namespace program

@@ -29,9 +29,8 @@ using Parameters = std::vector<ecu::lapi::pb::SystemParameterEntry>;
 /// What diff(1) ends with is 1, which is taken.
 constexpr int DIFFERENT = 3;
 
-Parameters read_parameters(const std::string& file, program::ProgressLine& progress) {
-    progress.begin("reading the file");
-    Parameters parameters = dump::read_file(file, progress.hook());
+Parameters read_parameters(const std::string& file) {
+    Parameters parameters = dump::read_file(file);
     // An empty file is what a `korvid get` that failed leaves behind.
     if (parameters.empty())
         throw std::runtime_error(program::input_name(file) + " holds no parameter");
@@ -72,12 +71,10 @@ void print_summary(const Options& options, const Differences& found, std::size_t
 /// Returns the exit status.
 int bring_back(const Options& options, Parameters parameters, ISystemParameterClient& sysparams,
                program::ProgressLine& progress) {
-    progress.begin("reading the unit");
     const ParameterMap unit = sysparams.get_parameters(0);
     Differences found = differences(unit, std::move(parameters));
     std::pair<bool, ParameterMap> outcome{true, {}};
     if (!options.only_show && !found.changes.empty()) {
-        progress.begin("writing the unit");
         sysparams.set_parameters(found.changes);
         outcome = sysparams.write_parameters();
     }
@@ -96,32 +93,22 @@ int bring_back(const Options& options, Parameters parameters, ISystemParameterCl
 
 int restore(const Options& options) {
     auto configuration = program::load_configuration(PROGRAM_NAME, options.common);
-    program::ProgressLine progress(PROGRAM_NAME);
-    Parameters parameters = read_parameters(options.file, progress);
+    Parameters parameters = read_parameters(options.file);
 
     const auto client = program::create_transport(configuration);
-    int status = EXIT_FAILURE;
-    program::attempt(PROGRAM_NAME, [&] {
+    return program::run_connected(PROGRAM_NAME, *client, [&] {
         const auto sysparams = program::create_sysparams(client);
-        progress.watch(client);
-        progress.begin("connecting");
+        program::ProgressLine progress(PROGRAM_NAME, client);
         client->connect();
         client->start();
-        status = bring_back(options, std::move(parameters), *sysparams, progress);
-        return true;
+        return bring_back(options, std::move(parameters), *sysparams, progress);
     });
-    return program::close_connection(PROGRAM_NAME, *client) ? status : EXIT_FAILURE;
 }
 
 }  // namespace
 
 int run(int argc, char** argv) {
-    int status = EXIT_FAILURE;
-    program::run_program(PROGRAM_NAME, [&] {
-        status = restore(parse_options(argc, argv));
-        return true;
-    });
-    return status;
+    return program::run_program(PROGRAM_NAME, [&] { return restore(parse_options(argc, argv)); });
 }
 
 }  // namespace restore

@@ -5,7 +5,6 @@
 
 #include "dump/read.h"
 #include "program/input.h"
-#include "program/progress_line.h"
 #include "unit/options.h"
 
 namespace unit {
@@ -13,9 +12,7 @@ namespace unit {
 using program::input_name;
 
 std::vector<Entry> read_import(const std::string& name) {
-    program::ProgressLine progress(PROGRAM_NAME);
-    progress.begin("reading the import");
-    return dump::read_file(name, progress.hook());
+    return dump::read_file(name);
 }
 
 void import_into(Store& store, const std::vector<Entry>& entries, const std::string& name,
@@ -24,8 +21,6 @@ void import_into(Store& store, const std::vector<Entry>& entries, const std::str
         throw std::runtime_error(input_name(name) +
                                  " holds no parameters: the store was not replaced");
     }
-    program::ProgressLine progress(PROGRAM_NAME);
-    progress.begin("storing the import");
     const ImportResult result = store.import(entries, replace);
     std::cerr << PROGRAM_NAME << ": imported " << entries.size() << " parameters from "
               << input_name(name) << ": " << result.added << " added, " << result.changed

@@ -61,7 +61,7 @@ void begin_to_serve(const Options& options, const std::optional<std::vector<Entr
     std::cout << "ready" << std::endl;
 }
 
-bool serve(const Options& options) {
+int serve(const Options& options) {
     program::end_at_termination_signals();
     auto configuration = configure(options);
     const std::string port = (*configuration)["port"];
@@ -77,12 +77,11 @@ bool serve(const Options& options) {
     if (options.broker) broker = std::make_unique<BrokerProcess>(std::stoi(port));
     client->connect();
     client->start();
-    const bool served = program::attempt(PROGRAM_NAME, [&] {
+    return program::run_connected(PROGRAM_NAME, *client, [&] {
         begin_to_serve(options, imported, store, parameters, *client);
         await_end(broker.get());
-        return true;
+        return EXIT_SUCCESS;
     });
-    return program::close_connection(PROGRAM_NAME, *client) && served;
 }
 
 }  // namespace
