@@ -49,7 +49,7 @@ def shipped(ending, tmp_path, certificates):
     return broker
 
 
-def test_every_role_does_its_work_and_no_more(shipped, new_unit, tmp_path):
+def test_every_role_does_its_work_and_no_more(ending, shipped, new_unit, tmp_path):
     def run(role, command, word=None):
         return run_korvid(*command.split(), **shipped.account(role, word))
 
@@ -66,6 +66,10 @@ def test_every_role_does_its_work_and_no_more(shipped, new_unit, tmp_path):
     for role in "engineer", "reader":
         assert run(role, "get 288").out == block(288, 255, 10, b"x")
         assert run(role, "getsec").out == b"SecStore blob size: 3\none\n"
+    watching, half_open = shipped.peer("reader", "watching", PRESENCE), shipped.peer("unit", "half-open", will=PRESENCE)
+    ending.callback(watching.close)
+    half_open.client.disconnect(ReasonCode(PacketTypes.DISCONNECT, identifier=4))  # with its will
+    await_that(lambda: [m.payload for m in watching.messages] == [b"online", b"will", b"online"], "it is corrected")
 
 
 @pytest.mark.parametrize("role", READABLE)
