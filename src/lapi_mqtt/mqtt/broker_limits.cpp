@@ -1,5 +1,7 @@
 #include "lapi_mqtt/mqtt/broker_limits.h"
 
+#include <cstdint>
+
 #include "lapi_mqtt/mqtt/libmosquitto.h"
 
 namespace lapi_mqtt {
