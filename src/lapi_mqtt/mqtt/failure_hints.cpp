@@ -26,25 +26,13 @@ std::string log_in_hint(const Failure& failure, const Settings& settings) {
     return "";
 }
 
-/// What a broker says that ends the handshake; "" when `error` is not an alert of its own.
-std::string alert_in(const std::string& error) {
-    constexpr char ALERT[] = " alert ";
-    const auto found = error.find(ALERT);
-    return found == std::string::npos ? "" : error.substr(found + sizeof ALERT - 1);
-}
-
-std::string tls_cause(const std::string& error, const Settings& settings) {
-    const std::string alert = alert_in(error);
-    const bool is_certificate = contains(alert, "certificate") || alert == "unknown ca";
-    if (is_certificate && settings.cert_file.empty()) {
+std::string alert_cause(const std::string& alert, const Settings& settings) {
+    const bool is_certificate = contains(alert, "certificate") || alert == "unknown CA";
+    if (!is_certificate) return "the broker refuses the connection: " + alert;
+    if (settings.cert_file.empty()) {
         return "the broker takes no client without a certificate (no cert_file is set): " + alert;
     }
-    if (is_certificate) {
-        return "the broker refuses the certificate '" + settings.cert_file + "': " + alert;
-    }
-    if (!alert.empty()) return "the broker refuses the connection: " + alert;
-    const bool is_plain = contains(error, "wrong version number");
-    return error + (is_plain ? ": the broker does not speak TLS here" : "");
+    return "the broker refuses the certificate '" + settings.cert_file + "': " + alert;
 }
 
 /// What OpenSSL says of a peer that is gone, and libmosquitto in its place.
@@ -63,8 +51,7 @@ bool is_closed(const Failure& failure, bool over_tls) {
     return failure.result == MOSQ_ERR_CONN_LOST || (failure.result == MOSQ_ERR_ERRNO && is_reset);
 }
 
-/// What a broker does that expects TLS and gets none, or the other way round; and one that refuses
-/// a certificate, when the reset of the connection overtakes its alert.
+/// What a broker does that expects TLS and gets none, or the other way round.
 std::string closed_early(const Settings& settings) {
     const std::string closed = "the connection was closed before it was accepted; does the broker ";
     if (settings.ca_file.empty()) return closed + "expect TLS on this port? (no ca_file is set)";
@@ -91,8 +78,11 @@ std::string cause_with_hint(const Failure& failure, const Settings& settings) {
         return "TLS: the broker's certificate " + failure.certificate_refusal;
     }
     if (failure.speaks_tls) return "TLS: the broker speaks TLS on this port, and no ca_file is set";
+    if (!failure.tls_alert.empty()) return "TLS: " + alert_cause(failure.tls_alert, settings);
     if (!failure.tls_error.empty() && !says_closed(failure.tls_error)) {
-        return "TLS: " + tls_cause(failure.tls_error, settings);
+        const bool is_plain = contains(failure.tls_error, "wrong version number");
+        return "TLS: " + failure.tls_error +
+               (is_plain ? ": the broker does not speak TLS here" : "");
     }
     const bool closed = is_closed(failure, !settings.ca_file.empty());
     if (closed && !failure.was_accepted) return closed_early(settings);

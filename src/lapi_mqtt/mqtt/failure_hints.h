@@ -14,6 +14,7 @@ struct Failure {
     int system_error = 0;             ///< errno, as that call left it
     Reason refusal;                   ///< of CONNACK or DISCONNECT, or why we ended it ourselves
     std::string certificate_refusal;  ///< why we refused the broker's certificate
+    std::string tls_alert;            ///< with which the broker ended the handshake
     std::string tls_error;            ///< from libmosquitto's log, which alone has it
     bool speaks_tls = false;          ///< the broker, to a client without
 };

@@ -66,6 +66,8 @@ void MosquittoConnection::open(const std::atomic<bool>& cancelled) {
         socket.emplace(mosquitto_socket(handle.get()));
         wait_for_connack(dialer, limit);
         if (failure.was_accepted) return;
+        handle.reset();
+        if (tls) tls->read_alert(socket->number());
         dialer.note_failure(address, end_cause());
     }
     throw MqttError(dialer.failures());
@@ -89,7 +91,7 @@ MosquittoHandle MosquittoConnection::begin(const std::string& to) {
 /// What one address did is not the cause of what another one does.
 void MosquittoConnection::forget_failure() {
     failure = {};
-    if (tls) tls->note_refusal("");
+    if (tls) tls->forget_findings();
 }
 
 /// Returns when the broker has answered or has gone.
@@ -123,7 +125,10 @@ bool MosquittoConnection::loop(milliseconds timeout) {
 
 std::string MosquittoConnection::end_cause() const {
     Failure end = failure;
-    if (tls) end.certificate_refusal = tls->refusal();
+    if (tls) {
+        end.certificate_refusal = tls->findings().refusal;
+        end.tls_alert = tls->findings().alert;
+    }
     return cause_with_hint(end, settings);
 }
 

@@ -20,6 +20,8 @@ public:
     TcpSocket(const TcpSocket&) = delete;
     TcpSocket& operator=(const TcpSocket&) = delete;
 
+    int number() const { return descriptor; }
+
     /// Makes the kernel end a connection whose peer takes no data, or does not answer, for so long.
     void set_dead_peer_timeout(std::chrono::milliseconds timeout);
 

@@ -39,12 +39,17 @@ int note_verification(int accepted, X509_STORE_CTX* store) {
 }
 
 /// libmosquitto is given an address, so the name that the broker is to show is set here.
-void follow_handshake(const SSL* connection, int where, int /*result*/) {
-    if ((where & SSL_CB_HANDSHAKE_START) != 0) {
-        const std::string& name = context_of(connection).server_name();
-        // OpenSSL hands out its own object as a constant.
-        auto* own = const_cast<SSL*>(connection);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
-        if (!name.empty()) static_cast<void>(SSL_set_tlsext_host_name(own, name.c_str()));
+void follow_handshake(const SSL* connection, int where, int result) {
+    TlsContext& context = context_of(connection);
+    // OpenSSL hands out its own object as a constant.
+    auto* own = const_cast<SSL*>(connection);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+    context.keep(own);
+    if ((where & SSL_CB_HANDSHAKE_START) != 0 && !context.server_name().empty()) {
+        static_cast<void>(SSL_set_tlsext_host_name(own, context.server_name().c_str()));
+    }
+    const bool is_fatal = (result >> 8) == SSL3_AL_FATAL;
+    if ((where & SSL_CB_READ_ALERT) == SSL_CB_READ_ALERT && is_fatal) {
+        context.note_alert(result & 0xff);
     }
     if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
         X509* const peer = SSL_get0_peer_certificate(connection);
@@ -94,6 +99,30 @@ void load_key(SSL_CTX* context, const Settings& settings) {
 
 void TlsContext::Free::operator()(ssl_ctx_st* context) const {
     SSL_CTX_free(context);
+}
+
+void TlsContext::Free::operator()(ssl_st* connection) const {
+    SSL_free(connection);
+}
+
+void TlsContext::keep(ssl_st* connection) {
+    if (kept.get() == connection) return;
+    SSL_up_ref(connection);
+    kept.reset(connection);
+}
+
+void TlsContext::note_alert(int alert) {
+    // OpenSSL has no text for this one.
+    const bool is_required = alert == SSL_AD_CERTIFICATE_REQUIRED;
+    found.alert = is_required ? "certificate required" : SSL_alert_desc_string_long(alert);
+}
+
+void TlsContext::read_alert(int socket) {
+    if (!kept) return;
+    char byte = 0;
+    SSL_set_fd(kept.get(), socket);
+    SSL_read(kept.get(), &byte, 1);
+    ERR_clear_error();
 }
 
 TlsContext::TlsContext(const Settings& settings) : context(SSL_CTX_new(TLS_client_method())) {

@@ -6,6 +6,7 @@
 #include "lapi_mqtt/config/settings.h"
 
 struct ssl_ctx_st;
+struct ssl_st;
 
 namespace lapi_mqtt {
 
@@ -21,22 +22,36 @@ public:
 
     ssl_ctx_st* get() const { return context.get(); }
 
-    /// Which certificate of the broker was refused and why; empty while none was.
-    const std::string& refusal() const { return certificate_refusal; }
+    /// What a handshake ended with, if it failed.
+    struct Findings {
+        std::string refusal;  ///< which certificate of the broker was refused, and why
+        std::string alert;    ///< the broker's
+    };
+    const Findings& findings() const { return found; }
+    void forget_findings() { found = {}; }
+
+    /// Reads the alert of a broker that has closed the connection, unless it was read: libmosquitto
+    /// does not read on when it cannot write any more. Call it when libmosquitto's handle is gone.
+    void read_alert(int socket);
 
     /// The host's name, which the handshake tells; empty when the host is an address.
     const std::string& server_name() const { return name; }
 
-    void note_refusal(const std::string& cause) { certificate_refusal = cause; }
+    // Called by OpenSSL.
+    void note_refusal(const std::string& cause) { found.refusal = cause; }
+    void note_alert(int alert);
+    void keep(ssl_st* connection);
 
 private:
     struct Free {
         void operator()(ssl_ctx_st* context) const;
+        void operator()(ssl_st* connection) const;
     };
 
     std::string name;
     std::unique_ptr<ssl_ctx_st, Free> context;
-    std::string certificate_refusal;
+    std::unique_ptr<ssl_st, Free> kept;  ///< the last connection
+    Findings found;
 };
 
 }  // namespace lapi_mqtt
