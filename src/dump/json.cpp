@@ -1,6 +1,6 @@
 #include "dump/json.h"
 
-// The parser's sizes have 32 bits unless it is told otherwise.
+// The library's own type of sizes has 32 bits.
 #define RAPIDJSON_NO_SIZETYPEDEFINE
 #include <cstddef>
 namespace rapidjson {

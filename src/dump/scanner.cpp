@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <stdexcept>
 
 namespace dump {
 namespace {
 
-constexpr std::size_t READ_SIZE = 256UL * 1024;
+constexpr std::size_t READ_SIZE = 64UL * 1024;
 
 /// What editors and mail programs do to a dump, which is exact to the byte; empty when it is
 /// neither.
@@ -32,12 +33,12 @@ void Scanner::fail_at(std::size_t line, const std::string& cause) const {
 }
 
 bool Scanner::read_more() {
-    buffer.erase(0, position);
+    end -= position;
+    std::memmove(buffer.data(), buffer.data() + position, end);
     position = 0;
-    const std::size_t known = buffer.size();
-    buffer.resize(known + READ_SIZE);
-    const std::size_t count = source(buffer.data() + known, READ_SIZE);
-    buffer.resize(known + count);
+    if (buffer.size() < end + READ_SIZE) buffer.resize(end + READ_SIZE);
+    const std::size_t count = source(buffer.data() + end, READ_SIZE);
+    end += count;
     return count > 0;
 }
 
@@ -73,11 +74,11 @@ void Scanner::expect(std::string_view literal) {
 std::uint32_t Scanner::number(int base, std::size_t max_digits) {
     for (std::size_t needed = 1;; ++needed) {
         const std::string_view digits = ahead(needed).substr(0, max_digits);
-        const char* const end = digits.data() + digits.size();
+        const char* const last = digits.data() + digits.size();
         std::uint32_t value = 0;
-        const auto [stopped, error] = std::from_chars(digits.data(), end, value, base);
+        const auto [stopped, error] = std::from_chars(digits.data(), last, value, base);
         // More digits may be on their way.
-        if (stopped == end && digits.size() < max_digits && digits.size() >= needed) continue;
+        if (stopped == last && digits.size() < max_digits && digits.size() >= needed) continue;
         if (error == std::errc()) {
             skip(static_cast<std::size_t>(stopped - digits.data()));
             return value;
@@ -100,14 +101,14 @@ std::string Scanner::bytes(std::size_t count) {
 }
 
 std::string_view Scanner::rest_of_line() {
-    std::size_t end = 0;
+    std::size_t length = 0;
     for (std::size_t from = 0; ahead(from + 1).size() > from; from = left().size()) {
-        end = left().find('\n', from);
-        if (end != std::string_view::npos) break;
-        end = left().size();
+        length = left().find('\n', from);
+        if (length != std::string_view::npos) break;
+        length = left().size();
     }
-    const std::string_view line = left().substr(0, end);
-    skip(end + 1);
+    const std::string_view line = left().substr(0, length);
+    skip(length + 1);
     return line;
 }
 

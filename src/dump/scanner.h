@@ -51,12 +51,13 @@ public:
 
 private:
     bool read_more();
-    std::string_view left() const { return std::string_view(buffer).substr(position); }
+    std::string_view left() const { return {buffer.data() + position, end - position}; }
 
     const Source source;
     const std::string name;
     std::string buffer;
     std::size_t position = 0;  ///< in `buffer`, of what comes next
+    std::size_t end = 0;       ///< in `buffer`, of what has been read
     std::size_t line_number = 1;
 };
 

@@ -11,8 +11,8 @@ namespace program {
 /// ending the process. Call it first.
 void secure_standard_streams();
 
-/// For programs that read a whole unit, which fills the heap with small pieces: room is asked for
-/// in few large steps. It takes no memory before it is used.
+/// For programs that read a whole unit, which fills the heap with small pieces: memory is requested
+/// in few large steps, and used only when it is needed.
 void grow_heap_in_large_steps();
 
 /// Runs a step of `program` and returns the exit status that it returns; an exception becomes one

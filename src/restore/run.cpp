@@ -26,7 +26,7 @@ using ecu::lapi::var::ISystemParameterClient;
 using ecu::lapi::var::ParameterMap;
 using Parameters = std::vector<ecu::lapi::pb::SystemParameterEntry>;
 
-/// What diff(1) ends with is 1, which is taken.
+/// diff(1) ends with 1, which stands for a failure here.
 constexpr int DIFFERENT = 3;
 
 Parameters read_parameters(const std::string& file) {
@@ -69,8 +69,8 @@ void print_summary(const Options& options, const Differences& found, std::size_t
 }
 
 /// Returns the exit status.
-int bring_back(const Options& options, Parameters parameters, ISystemParameterClient& sysparams,
-               program::ProgressLine& progress) {
+int compare_and_write(const Options& options, Parameters parameters,
+                      ISystemParameterClient& sysparams, program::ProgressLine& progress) {
     const ParameterMap unit = sysparams.get_parameters(0);
     Differences found = differences(unit, std::move(parameters));
     std::pair<bool, ParameterMap> outcome{true, {}};
@@ -101,7 +101,7 @@ int restore(const Options& options) {
         program::ProgressLine progress(PROGRAM_NAME, client);
         client->connect();
         client->start();
-        return bring_back(options, std::move(parameters), *sysparams, progress);
+        return compare_and_write(options, std::move(parameters), *sysparams, progress);
     });
 }
 

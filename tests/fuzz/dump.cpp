@@ -1,4 +1,4 @@
-// A dump that is taken says of its records what they say, and any value comes back from its dump.
+// A dump that is accepted says of its records what they say, and any value comes back from its dump.
 #include "fuzz/parameters.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {

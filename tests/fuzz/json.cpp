@@ -1,4 +1,4 @@
-// JSON Lines that are taken say of their records what they say; JSON of our own shows all fields.
+// JSON Lines that are accepted say of their records what they say; JSON of our own shows all fields.
 #include "fuzz/parameters.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
