@@ -43,11 +43,12 @@ def assert_prints(pairs, directory, before="", prefix=(), **settings):
 
 
 def test_what_is_installed_points_to_what_is_installed():
-    installed = set(re.findall(r"docs/([\w.]+\.\w+)", (PROJECT / "cmake/Install.cmake").read_text()))
+    rules = (PROJECT / "cmake/Install.cmake").read_text()
+    installed = set(re.findall(r"docs/([\w.]+\.\w+)", rules))
     texts = [*(DOCUMENTS / name for name in installed), *PAGES, *PROJECT.glob("share/**/*.*")]
     for text in texts:
-        named = re.findall(r"(?:\]\(|\bdocs/|/doc/korvid/)([\w.]+\.\w+)", text.read_text(errors="replace"))
-        assert {*named} <= installed, text
+        links = r"(?:\]\(|\bdocs/|/doc/korvid/)([\w.]+\.\w+)"
+        assert {*re.findall(links, text.read_text(errors="replace"))} <= installed, text
 
 
 @pytest.mark.parametrize("document", ["README.md", "docs/pipelines.md"])

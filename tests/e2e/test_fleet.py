@@ -15,22 +15,23 @@ ACCOUNTS = "left", "right", "direct", "fleet", "lefty"
 
 
 class Fleet:
-    """A central broker, and for each unit its own broker, a link from it to the central one, and a unit."""
+    """A central broker; for each unit a broker of its own, a link from that to it, and the unit."""
 
     def __init__(self, directory, ending, new_unit):
         (directory / "central.acl").write_text((SHARE / "central.acl").read_text())
         self.directory, self.links, self.units = directory, {}, {}
-        self.central = FileBroker(directory, SHARE / "central.conf", free_port(), ACCOUNTS, **{"/etc/mosquitto": directory})
+        self.central = FileBroker(directory, SHARE / "central.conf", free_port(), ACCOUNTS,
+                                  **{"/etc/mosquitto": directory})
         ending.callback(self.central.stop)
         for name in "left", "right":
             link = self.links[name] = Proxy(self.central.port)
-            own = FileBroker(directory, SHARE / "unit-bridge.conf", free_port(), UNIT=name, PASSWORD=f"word-of-{name}",
-                             CENTRAL=f"127.0.0.1:{link.port}")
+            own = FileBroker(directory, SHARE / "unit-bridge.conf", free_port(), UNIT=name,
+                             PASSWORD=f"word-of-{name}", CENTRAL=f"127.0.0.1:{link.port}")
             for close in link.close, own.stop:
                 ending.callback(close)
             self.units[name] = new_unit(own.port, "-i", DEMO_UNIT, "-d", directory / f"{name}.db")
-        self.watch = Peer(self.central.port, *map("units/+/".__add__, (BLOB_GET, PRESENCE, "bridge")),
-                          client=new_client("fleet", "word-of-fleet"))
+        topics = [f"units/+/{topic}" for topic in (BLOB_GET, PRESENCE, "bridge")]
+        self.watch = Peer(self.central.port, *topics, client=new_client("fleet", "word-of-fleet"))
         ending.callback(self.watch.close)
 
     def account(self, name, unit):
@@ -40,10 +41,12 @@ class Fleet:
         return {"username": name, "password_file": secret, "topic_prefix": f"units/{unit}/"}
 
     def run(self, account, unit, *command, program="korvid", **settings):
-        return run_korvid(*command, program=program, port=self.central.port, **self.account(account, unit), **settings)
+        settings |= self.account(account, unit)
+        return run_korvid(*command, program=program, port=self.central.port, **settings)
 
     def presence(self):
-        return {m.topic[6:]: m.payload for m in self.watch.messages if m.topic.endswith((PRESENCE, "/bridge"))}
+        return {m.topic[6:]: m.payload for m in self.watch.messages
+                if m.topic.endswith((PRESENCE, "/bridge"))}
 
     def is_up(self, name):
         return self.run("fleet", name, "get", "288", request_timeout_ms=500).status == 0
@@ -57,7 +60,8 @@ def fleet(tmp_path, ending, new_unit):
 
 
 def test_one_client_reaches_each_unit_and_no_other(fleet, new_unit, tmp_path):
-    direct = new_unit(fleet.central.port, "-i", DEMO_UNIT, "-d", tmp_path / "direct.db", **fleet.account("direct", "direct"))
+    direct = new_unit(fleet.central.port, "-i", DEMO_UNIT, "-d", tmp_path / "direct.db",
+                      **fleet.account("direct", "direct"))
     second = fleet.run("direct", "direct", "-d", tmp_path / "second.db", program="korvid-unit")
     assert second.status == 1 and "another unit already serves" in second.err, second
     for name in "left", "right", "direct":
@@ -67,11 +71,13 @@ def test_one_client_reaches_each_unit_and_no_other(fleet, new_unit, tmp_path):
         assert (got.status, got.err.replace(f"WARNING: {tmp_path}", "")) == (0, got.err), got
     for name in "left", "right", "direct":
         assert fleet.run("fleet", name, "get", "288").out == block(288, 255, 10, name.encode())
-        await_that(lambda: f"blob of {name}".encode() in fleet.run("fleet", name, "getsec").out, "the blob")
+        blob = f"blob of {name}".encode()
+        await_that(lambda: blob in fleet.run("fleet", name, "getsec").out, "the blob")
         got = fleet.run("fleet", name, DEMO_UNIT, program="korvid-restore")
         assert got.status == 0 and b"288 - 0x120" in got.out, got
         assert fleet.run("fleet", name, "get", "288").out == block(288, 255, 10, b"Hi")
-    assert {m.topic[6:].split("/")[0] for m in fleet.watch.messages if m.payload == b"blob of left"} == {"left"}
+        assert {m.topic for m in fleet.watch.messages
+                if m.payload == blob} == {f"units/{name}/{BLOB_GET}"}
     assert "WARNING" not in direct.log.read_text(), direct.log.read_text()  # no right is missing
 
 
