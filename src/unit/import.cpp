@@ -3,17 +3,12 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "dump/read.h"
 #include "program/input.h"
 #include "unit/options.h"
 
 namespace unit {
 
 using program::input_name;
-
-std::vector<Entry> read_import(const std::string& name) {
-    return dump::read_file(name);
-}
 
 void import_into(Store& store, const std::vector<Entry>& entries, const std::string& name,
                  bool replace) {

@@ -7,6 +7,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "dump/read.h"
 #include "ecu/lapi/logging.h"
 #include "lapi_mqtt/service_client.h"
 #include "program/startup.h"
@@ -66,7 +67,7 @@ int serve(const Options& options) {
     auto configuration = configure(options);
     const std::string port = (*configuration)["port"];
     std::optional<std::vector<Entry>> imported;
-    if (!options.import_from.empty()) imported = read_import(options.import_from);
+    if (!options.import_from.empty()) imported = dump::read_file(options.import_from);
 
     Store store(options.store);
     ParameterService parameters(store, options.read_only);

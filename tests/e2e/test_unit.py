@@ -81,10 +81,12 @@ def test_a_unit_that_leaves_ends_the_request_that_runs_begins_no_other_and_store
                            CorrelationData=b"x" * 16)
         for n in range(9):
             asking.publish(BLOB_SET, b"blob %d" % n)
+        asking.publish(PRESENCE, b"?")
+        await_that(lambda: [m.payload for m in watching.messages] == [b"online", b"?", b"online"], "all was received")
         await_that(lambda: "Request on" in unit.log.read_text(), "the first write runs")
         unit.process.send_signal(signal.SIGTERM)
         deadline = time.monotonic() + 1
-        while time.monotonic() < deadline and not watching.messages[1:]:
+        while time.monotonic() < deadline and not watching.messages[3:]:
             time.sleep(0.01)
         beside.execute("ROLLBACK")
         assert unit.process.wait(scaled(5)) == 0
