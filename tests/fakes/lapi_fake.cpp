@@ -163,7 +163,7 @@ LogStream::LogStream(Level level_of_stream) : std::ostream(nullptr), stream_leve
 
 void LogStream::do_flush() {
     const std::lock_guard<std::mutex> lock(fake::recording);
-    fake::lapi().records.push_back(fake::LEVELS.at(stream_level) + ": " + buffer.take());
+    fake::lapi().records.push_back(fake::LEVELS.at(static_cast<std::size_t>(stream_level)) + ": " + buffer.take());
 }
 
 }  // namespace logging::_internal

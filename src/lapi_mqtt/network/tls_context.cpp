@@ -97,8 +97,8 @@ void load_key(SSL_CTX* context, const Settings& settings) {
 
 }  // namespace
 
-void TlsContext::Free::operator()(ssl_ctx_st* context) const {
-    SSL_CTX_free(context);
+void TlsContext::Free::operator()(ssl_ctx_st* owned) const {
+    SSL_CTX_free(owned);
 }
 
 void TlsContext::Free::operator()(ssl_st* connection) const {
