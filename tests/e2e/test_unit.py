@@ -7,15 +7,16 @@ import pathlib
 import re
 import shutil
 import signal
+import socket
 import sqlite3
 import subprocess
 import time
 
 import pytest
 
-from harness import HI, HI_BLOCK, needs_root
+from harness import HI, HI_BLOCK, needs_root, new_client
 from packets import CONNECT, SUBSCRIBE
-from processes import BIN, Running, Unit, await_that, end, environment, free_port, run_korvid, scaled
+from processes import BIN, DEMO_UNIT, Running, Unit, await_that, end, environment, free_port, run_korvid, scaled
 from protocol import BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
 
 
@@ -199,10 +200,52 @@ def test_a_first_start_on_a_full_disk_leaves_nothing_that_a_later_one_refuses(br
     assert (got.returncode, got.stdout) == (0, b"") and b"full" in got.stderr, got
 
 
-def test_a_unit_comes_back_after_its_broker(unit, broker):
+def test_a_unit_comes_back_after_its_broker_and_says_once_why_it_cannot(unit, broker):
+    open_to_all = broker.config.read_text()
     broker.stop()
+    broker.config.write_text(open_to_all.replace("allow_anonymous true", "allow_anonymous false"))
     broker.start()
-    await_that(lambda: run_korvid("get", "288", port=broker.port).out == HI_BLOCK, "the unit is back", 20)
+    await_that(lambda: "Not authorized" in unit.log.read_text(), "a word of the refusal", 20)
+    time.sleep(1)
+    assert len(re.findall("^WARNING: .*Not authorized", unit.log.read_text(), re.M)) == 1
+    broker.stop()
+    broker.config.write_text(open_to_all)
+    broker.start()
+    await_that(lambda: run_korvid("get", "288", port=broker.port).out == HI_BLOCK, "the unit is back", 40)
+
+
+def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_unit, peer, proxy, tmp_path):
+    watching, asking = peer(broker.port, PRESENCE), peer(broker.port, "clients/test/reply")
+
+    def shown():
+        return watching.messages[-1].payload
+
+    earlier = new_client()  # a connection of the unit that the broker has not yet found dead
+    earlier.will_set(PRESENCE, b"offline", 1, True)
+    earlier.connect("127.0.0.1", broker.port)
+    earlier.loop_start()
+    link = proxy(broker.port, latency=0.1)
+    unit = new_unit(link.port, "-l", "DEBUG", "-i", DEMO_UNIT)
+    await_that(lambda: watching.messages, "the presence")
+    earlier.socket().shutdown(socket.SHUT_RDWR)
+    words = [b"online", b"offline", b"online"]
+    await_that(lambda: [m.payload for m in watching.messages] == words, "the correction")
+
+    for n in range(60):
+        asking.publish(READ_TOPIC, field(1, 288), wait=False, ResponseTopic="clients/test/reply", CorrelationData=b"%d" % n)
+    await_that(lambda: unit.log.read_text().count("Answered") == 60, "60 answers", 20)
+    unit.stop()
+    await_that(lambda: shown() == b"offline" and len(asking.messages) == 60, "what the unit had sent")
+
+    unit.start()
+    await_that(lambda: shown() == b"online", "the unit is back")
+    link.close()
+    await_that(lambda: shown() == b"offline", "the link is lost")
+    again = proxy(broker.port, latency=0.3, port=link.port)
+    await_that(lambda: again.upstream, "the unit connects again", 20)
+    unit.stop()
+    time.sleep(1)
+    assert shown() == b"offline"
 
 
 @pytest.mark.parametrize("arguments, words", [
