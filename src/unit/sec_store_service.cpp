@@ -25,11 +25,9 @@ void SecStoreService::message(const std::string& topic, const Message& msg) {
         if (subscribed == protocol::SECSTORE_GET_TOPIC) want(Wanted::yes);
         // Our own subscription, new or renewed: clients may have announced themselves before it.
         if (subscribed == protocol::ANNOUNCEMENT_TOPIC) want(Wanted::unless_empty);
-    } else if (msg.retain == 0) {
+    } else {
         if (!newest) client.post([self = shared_from_this()] { self->store_newest(); });
         newest = msg.payload;
-    } else {  // it would come again and again, and replace newer blobs
-        logging::write(logging::WARNING, "Dropped a retained message on ", topic);
     }
 }
 

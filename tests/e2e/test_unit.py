@@ -48,6 +48,7 @@ def test_bad_requests_are_answered_with_an_error_or_dropped_and_harm_nothing(uni
     for where, retain in ({"ResponseTopic": "elsewhere/reply"}, False), ({"ResponseTopic": BLOB_SET}, False), ({}, False), (
             {"ResponseTopic": "clients/test/reply"}, True):
         asking.publish(WRITE_TOPIC, write, retain=retain, CorrelationData=b"x" * 16, **where)
+    asking.publish(BLOB_SET, b"an older blob", retain=True)
     assert asking.request(READ_TOPIC, field(1, 288)).payload == read_reply(HI)
     assert len(asking.messages) == answered + 1
     assert run_korvid("getsec", port=broker.port).status == 1

@@ -70,7 +70,8 @@ void Services::on_reconnected() {
 
 void Services::close(Link::Lock& lock) {
     is_closed = true;
-    link.wait(lock, REPLY_TIMEOUTS, UINT64_MAX, [this] { return unacknowledged == 0; });
+    link.wait(lock, REPLY_TIMEOUTS, UINT64_MAX,
+              [this] { return !is_running && unacknowledged == 0; });
 }
 
 void Services::answer(const Incoming& request) {
@@ -80,7 +81,21 @@ void Services::answer(const Incoming& request) {
         const auto found = services.find(request.topic);
         if (is_closed || found == services.end()) return;  // nobody could be answered any more
         handler = found->second.handler;
+        is_running = true;
     }
+    struct Running {
+        ~Running() {
+            const auto lock = services.link.lock();
+            services.is_running = false;
+            services.link.notify();
+        }
+        Services& services;
+    };
+    const Running running{*this};
+    run(handler, request);
+}
+
+void Services::run(const RequestHandler& handler, const Incoming& request) {
     logging::write(logging::DEBUG, "Request on ", request.topic, ": ",
                    request.message.payload.size(), " bytes, reply to ",
                    request.properties.response_topic);

@@ -40,7 +40,8 @@ public:
     /// Subscribes again on a new connection. Throws TransportError.
     void on_reconnected();
 
-    /// Runs no more requests, and waits, bounded, until the broker has acknowledged the replies.
+    /// Begins no more requests, and waits, bounded, until the one that runs is answered and the
+    /// broker has acknowledged the replies.
     void close(Link::Lock& lock);
 
     /// Runs a request and sends its reply. On the dispatch thread, with no lock held.
@@ -52,6 +53,7 @@ private:
         std::string broker_topic;
     };
 
+    void run(const RequestHandler& handler, const Incoming& request);
     void reply(const Incoming& request, const ecu::lapi::com::Message& message,
                const std::optional<std::string>& error);
 
@@ -60,6 +62,7 @@ private:
     // Guarded by the link's lock.
     std::map<std::string, Service> services;  ///< by topic
     int unacknowledged = 0;                   ///< replies
+    bool is_running = false;                  ///< a request
     bool is_closed = false;
 };
 
