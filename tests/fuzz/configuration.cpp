@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const auto require_told = [&](const std::string& what) { require(errors.find(what) != std::string::npos); };
     for (const auto& [line, cause] : file.errors) require_told(':' + std::to_string(line) + ": " + cause);
     for (const auto& [key, value] : given) {
-        const bool is_known = lapi_mqtt::setting_keys().count(key) != 0;
+        const bool is_known = lapi_mqtt::is_setting(key);
         is_known ? require(reader.get(key) == value) : require_told("unknown key '" + key + "'");
     }
     const auto with_environment = load(texts);

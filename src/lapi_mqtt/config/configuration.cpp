@@ -42,8 +42,7 @@ Configuration::Configuration(std::map<std::string, std::string> settings)
     : values(std::move(settings)) {}
 
 std::string& Configuration::operator[](const std::string& key) {
-    origins.erase(key);
-    own.insert(key);  // from here on the value is the program's own
+    origins[key].clear();  // from here on the value is the program's own
     return values[key];
 }
 
@@ -78,7 +77,7 @@ void Configuration::load_environment() {
 
 void Configuration::take(const std::string& key, const std::string& value,
                          const std::string& origin) {
-    if (lapi_mqtt::setting_keys().count(key) == 0) {
+    if (!lapi_mqtt::is_setting(key)) {
         load_errors.push_back(origin + ": unknown key '" + key + "'");
         return;
     }
@@ -109,24 +108,20 @@ std::string ConfigurationReader::get(const std::string& key) const {
 }
 
 std::string ConfigurationReader::origin(const std::string& key) const {
-    const auto read = configuration.origins.find(key);
-    if (read != configuration.origins.end()) return read->second;
-    return configuration.own.count(key) != 0 ? "program or option" : "default";
+    const auto known = configuration.origins.find(key);
+    if (known == configuration.origins.end()) return "default";
+    return known->second.empty() ? "program or option" : known->second;
 }
 
 std::vector<std::string> ConfigurationReader::errors() const {
     std::vector<std::string> found = configuration.load_errors;
     const auto report = [&](const std::string& key, const std::string& cause) {
         const auto origin = configuration.origins.find(key);
-        found.push_back((origin == configuration.origins.end() ? "" : origin->second + ": ") + key +
-                        ": " + cause);
+        const bool was_read = origin != configuration.origins.end() && !origin->second.empty();
+        found.push_back((was_read ? origin->second + ": " : "") + key + ": " + cause);
     };
     for (const auto& [key, value] : configuration.values) {
-        if (setting_keys().count(key) == 0) {
-            report(key, "unknown key");
-        } else if (const auto error = setting_error(key, value)) {
-            report(key, *error);
-        }
+        if (const auto error = setting_error(key, value)) report(key, *error);
     }
     if (configuration.values.count("client_name") == 0) report("client_name", "missing value");
     // A setting that has no effect without another one is an oversight.

@@ -110,20 +110,27 @@ struct Key {
     Reader read;
 };
 
-// To add a key: a member of Settings, and a line here.
+// In alphabetical order. To add a key: a member of Settings, and a line here.
 constexpr Key KEYS[] = {
-    {"host", "127.0.0.1", host_name, read_host},
-    {"port", "1883", number_between<1, 65535>, read_port},
-    {"client_name", nullptr, client_name, read_text<&Settings::client_name>},
-    {"username", nullptr, text, read_text<&Settings::username>},
-    {"password_file", nullptr, readable_file, read_text<&Settings::password_file>},
     {"ca_file", nullptr, readable_file, read_text<&Settings::ca_file>},
     {"cert_file", nullptr, readable_file, read_text<&Settings::cert_file>},
-    {"key_file", nullptr, readable_file, read_text<&Settings::key_file>},
+    {"client_name", nullptr, client_name, read_text<&Settings::client_name>},
     {"connect_timeout_ms", "3000", MILLISECONDS, read_milliseconds<&Settings::connect_timeout>},
+    {"host", "127.0.0.1", host_name, read_host},
+    {"key_file", nullptr, readable_file, read_text<&Settings::key_file>},
+    {"password_file", nullptr, readable_file, read_text<&Settings::password_file>},
+    {"port", "1883", number_between<1, 65535>, read_port},
     {"request_timeout_ms", "5000", MILLISECONDS, read_milliseconds<&Settings::request_timeout>},
     {"topic_prefix", nullptr, topic_prefix, read_text<&Settings::topic_prefix>},
+    {"username", nullptr, text, read_text<&Settings::username>},
 };
+
+/// Null for an unknown name.
+const Key* find_key(const std::string& name) {
+    const auto* const found = std::find_if(std::begin(KEYS), std::end(KEYS),
+                                           [&name](const Key& key) { return key.name == name; });
+    return found == std::end(KEYS) ? nullptr : found;
+}
 
 }  // namespace
 
@@ -140,19 +147,14 @@ std::map<std::string, std::string> default_values() {
     return values;
 }
 
-const std::set<std::string>& setting_keys() {
-    static const std::set<std::string> keys = [] {
-        std::set<std::string> names;
-        for (const Key& key : KEYS) names.insert(key.name);
-        return names;
-    }();
-    return keys;
+bool is_setting(const std::string& key) {
+    return find_key(key) != nullptr;
 }
 
 std::optional<std::string> setting_error(const std::string& key, const std::string& value) {
+    const Key* const known = find_key(key);
+    if (known == nullptr) return "unknown key";
     if (value.empty() && key != "topic_prefix") return "missing value";
-    const auto* const known = std::find_if(std::begin(KEYS), std::end(KEYS),
-                                           [&key](const Key& any) { return any.name == key; });
     return known->check(value);
 }
 
@@ -169,11 +171,11 @@ Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
 void log_settings(const ecu::lapi::config::Configuration& loaded) {
     namespace logging = ecu::lapi::logging;
     const ConfigurationReader configuration(loaded);
-    for (const auto& key : setting_keys()) {
-        const std::string value = configuration.get(key);
+    for (const Key& key : KEYS) {
+        const std::string value = configuration.get(key.name);
         if (value.empty()) continue;
-        logging::write(logging::DEBUG, "Setting ", key, " = ", value, " (",
-                       configuration.origin(key), ")");
+        logging::write(logging::DEBUG, "Setting ", key.name, " = ", value, " (",
+                       configuration.origin(key.name), ")");
     }
 }
 

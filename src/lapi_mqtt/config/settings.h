@@ -3,7 +3,6 @@
 #include <chrono>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 
 #include "ecu/lapi/config.h"
@@ -31,10 +30,10 @@ struct Settings {
 /// The values that a configuration begins with.
 std::map<std::string, std::string> default_values();
 
-/// Every key that a configuration may hold.
-const std::set<std::string>& setting_keys();
+/// True for a key that a configuration may hold.
+bool is_setting(const std::string& key);
 
-/// What is wrong with `value` for the known key `key`, if anything. Files are tried for reading.
+/// What is wrong with `key` or its value, if anything. Files are tried for reading.
 std::optional<std::string> setting_error(const std::string& key, const std::string& value);
 
 /// The settings of a configuration that verifies.

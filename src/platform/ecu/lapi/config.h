@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -34,8 +33,8 @@ private:
     void take(const std::string& key, const std::string& value, const std::string& origin);
 
     std::map<std::string, std::string> values;
-    std::map<std::string, std::string> origins;  ///< of what was read: "FILE:LINE" or a variable
-    std::set<std::string> own;                   ///< keys of the program's values
+    /// Of what is no default: "FILE:LINE", a variable, or nothing for the program's own.
+    std::map<std::string, std::string> origins;
     std::vector<std::string> load_errors;
 };
 
