@@ -34,7 +34,8 @@ def set_blob(tmp_path, broker):
 
 @pytest.mark.parametrize("blob", [b"a\0b", bytes(range(256)) * 9, b"\r\n \n", b"\0",
                                   random.Random(3).randbytes(3_000_000)], ids=len)
-def test_a_blob_comes_back_byte_for_byte_also_after_the_unit_was_killed(broker, unit, set_blob, blob):
+def test_a_blob_comes_back_byte_for_byte_also_after_the_unit_was_killed(
+        broker, unit, set_blob, blob):
     for turn in b"an older and longer one" * 100, blob:
         got = set_blob(turn)
         assert (got.status, got.out, got.err) == (0, b"", "")
@@ -48,12 +49,15 @@ def test_a_blob_comes_back_byte_for_byte_also_after_the_unit_was_killed(broker, 
 def test_files_that_give_nothing_publish_nothing(broker, peer, tmp_path):
     published = peer(broker.port, "#")
     unreadable = "ERROR: Unable to read in file: "
-    for arguments, err in (([], NO_FILE), (["one", "two"], NO_FILE), ([tmp_path], f"{unreadable}{tmp_path}\n"),
+    for arguments, err in (([], NO_FILE), (["one", "two"], NO_FILE),
+                           ([tmp_path], f"{unreadable}{tmp_path}\n"),
                            (["/no/such file"], "INFO: The file /no/such file could not be open!\n"
                                                f"{unreadable}/no/such file\n"),
-                           (["/dev/null"], f"INFO: Read 0 bytes from file: /dev/null\n{unreadable}/dev/null\n")):
+                           (["/dev/null"], "INFO: Read 0 bytes from file: /dev/null\n"
+                                           f"{unreadable}/dev/null\n")):
         got = run_korvid("-l", "INFO", "setsec", *arguments, port=broker.port)
-        assert got.status == 1 and got.out == b"" and got.err.endswith(err) and not published.messages, got
+        assert got.status == 1 and got.out == b"" and got.err.endswith(err), got
+        assert not published.messages, got
 
 
 def test_a_pipe_is_read_to_its_end_and_published_once_and_not_retained(broker, peer):
@@ -82,7 +86,8 @@ def test_a_getsec_behind_a_setsec_never_gets_the_older_blob(broker, unit, set_bl
     unit.process.send_signal(signal.SIGSTOP)
 
     def announced(count):
-        await_that(lambda: sum(m.payload == BLOB_GET.encode() for m in heard.messages) == count, "getsec waits")
+        await_that(lambda: sum(m.payload == BLOB_GET.encode() for m in heard.messages) == count,
+                   "getsec waits")
     heard.messages.clear()
     waiting = [Running("getsec", port=broker.port) for _ in range(5)]
     announced(5)
@@ -102,7 +107,8 @@ def test_a_cut_link_is_an_error_and_leaves_the_old_blob(broker, unit, proxy, set
     end = begin + len(new)
     for cut_at in 1, begin - 30, begin, begin + 1, begin + 300_000, end - 1:
         got = set_blob(new, proxy(broker.port, cut_at=cut_at))
-        assert got.status == 1 and "\nkorvid: " in "\n" + got.err and got.seconds < scaled(6), (cut_at, got)
+        assert got.status == 1 and "\nkorvid: " in "\n" + got.err, (cut_at, got)
+        assert got.seconds < scaled(6), (cut_at, got)
         assert stored(broker) == printed(old), cut_at
 
 
@@ -119,7 +125,8 @@ def test_a_stalled_link_is_an_error_in_bounded_time(broker, unit, proxy, set_blo
 
 
 def test_getsec_gives_up_after_ten_seconds_and_at_once_for_an_empty_blob(broker, new_unit):
-    running = [Running("-l", level, "getsec", port=broker.port) for level in ("WARNING", "ERROR", "NOTICE")]
+    running = [Running("-l", level, "getsec", port=broker.port)
+               for level in ("WARNING", "ERROR", "NOTICE")]
     nobody = f"NOTICE: No unit listens on the broker at 127.0.0.1:{broker.port}\n"
     for korvid, err in zip(running, (TIMEOUT + NO_DATA, NO_DATA, nobody + TIMEOUT + NO_DATA)):
         got = korvid.result()

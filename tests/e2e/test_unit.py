@@ -1,6 +1,7 @@
 """The unit's side of the broker protocol, spoken by hand, and its ends."""
 
 import contextlib
+import functools
 import itertools
 import os
 import pathlib
@@ -16,8 +17,11 @@ import pytest
 
 from harness import HI, HI_BLOCK, needs_root, new_client
 from packets import CONNECT, SUBSCRIBE
-from processes import BIN, DEMO_UNIT, Running, Unit, await_that, end, environment, free_port, run_korvid, scaled
+from processes import (BIN, DEMO_UNIT, Running, Unit, await_that, end, environment, free_port,
+                       run_korvid, scaled)
 from protocol import BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
+
+run_unit = functools.partial(Running, program="korvid-unit")
 
 
 def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, peer):
@@ -30,11 +34,13 @@ def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, p
         assert reply.properties.ContentType == "application/x-protobuf"
     everything = asking.request(READ_TOPIC, b"").payload
     assert field(1, HI) in everything and everything.endswith(field(1, last) + field(2, 41))
-    versions = [record(77, n, None, b"made" if n == 39 else None) for n in range(40)]  # the last one counts
-    write = field(1, record(288, None, None, b"\0new")) + b"".join(field(1, version) for version in versions)
-    assert asking.request(WRITE_TOPIC, write).payload == field(2, 41)
+    writes = [record(288, None, None, b"\0new"), record(77, None, None, b"made")]
+    writes += [record(77, n) for n in range(40)]  # the last one counts
+    write = b"".join(field(1, written) for written in writes)
+    assert asking.request(WRITE_TOPIC, write).payload == field(2, 42)
     assert run_korvid("get", "288", port=broker.port).out == block(288, 255, 10, b"\0new")
-    assert asking.request(READ_TOPIC, field(1, 77)).payload == read_reply(record(77, 39, None, b"made"))
+    made = record(77, 39, None, b"made")
+    assert asking.request(READ_TOPIC, field(1, 77)).payload == read_reply(made)
 
 
 def test_bad_requests_are_answered_with_an_error_or_dropped_and_harm_nothing(unit, broker, peer):
@@ -43,19 +49,24 @@ def test_bad_requests_are_answered_with_an_error_or_dropped_and_harm_nothing(uni
            (WRITE_TOPIC, field(1, record(None, 1, 1, b"nameless")))]
     for topic, payload in bad:
         reply = asking.request(topic, payload)
-        assert reply.payload == b"" and dict(reply.properties.UserProperty)["error"], (topic, payload)
+        assert reply.payload == b"", (topic, payload)
+        assert dict(reply.properties.UserProperty)["error"], (topic, payload)
     write, answered = field(1, record(288, None, None, b"unasked")), len(asking.messages)
-    for where, retain in ({"ResponseTopic": "elsewhere/reply"}, False), ({"ResponseTopic": BLOB_SET}, False), ({}, False), (
-            {"ResponseTopic": "clients/test/reply"}, True):
-        asking.publish(WRITE_TOPIC, write, retain=retain, CorrelationData=b"x" * 16, **where)
+    for where in "elsewhere/reply", BLOB_SET, "clients/test/reply":
+        retain = where == "clients/test/reply"
+        asking.publish(WRITE_TOPIC, write, retain=retain, ResponseTopic=where,
+                       CorrelationData=b"x" * 16)
+    asking.publish(WRITE_TOPIC, write, CorrelationData=b"x" * 16)
     asking.publish(BLOB_SET, b"an older blob", retain=True)
     assert asking.request(READ_TOPIC, field(1, 288)).payload == read_reply(HI)
     assert len(asking.messages) == answered + 1
     assert run_korvid("getsec", port=broker.port).status == 1
 
 
-def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(broker, new_unit, peer, tmp_path):
-    (tmp_path / "many.txt").write_bytes(b"".join(block(n, 1, 1, b"value-%08d" % n) for n in range(3000)))
+def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(
+        broker, new_unit, peer, tmp_path):
+    blocks = [block(n, 1, 1, b"value-%08d" % n) for n in range(3000)]
+    (tmp_path / "many.txt").write_bytes(b"".join(blocks))
     new_unit(broker.port, "-i", tmp_path / "many.txt")
     expiry, ends = int(scaled(1)), time.monotonic() + scaled(2.5)
 
@@ -74,17 +85,20 @@ def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(bro
         assert client.messages and not late, (len(client.messages), len(late), late[0].properties)
 
 
-def test_a_unit_that_leaves_ends_the_request_that_runs_begins_no_other_and_stores_the_newest_blob(new_unit, broker, peer, tmp_path):
-    unit, asking, watching = new_unit(broker.port, "-l", "DEBUG"), peer(broker.port), peer(broker.port, PRESENCE)
+def test_a_unit_that_leaves_ends_the_request_that_runs_and_stores_the_newest_blob(
+        new_unit, broker, peer, tmp_path):
+    unit = new_unit(broker.port, "-l", "DEBUG")
+    asking, watching = peer(broker.port), peer(broker.port, PRESENCE)
     with contextlib.closing(sqlite3.connect(tmp_path / "unit.db", isolation_level=None)) as beside:
         beside.execute("BEGIN IMMEDIATE")  # the first write waits for it
         for otaid in 1000, 1001:
-            asking.publish(WRITE_TOPIC, field(1, record(otaid, 1, 1, b"x")), ResponseTopic="clients/test/reply",
-                           CorrelationData=b"x" * 16)
+            asking.publish(WRITE_TOPIC, field(1, record(otaid, 1, 1, b"x")),
+                           ResponseTopic="clients/test/reply", CorrelationData=b"x" * 16)
         for n in range(9):
             asking.publish(BLOB_SET, b"blob %d" % n)
         asking.publish(PRESENCE, b"?")
-        await_that(lambda: [m.payload for m in watching.messages] == [b"online", b"?", b"online"], "all was received")
+        await_that(lambda: [m.payload for m in watching.messages] == [b"online", b"?", b"online"],
+                   "all was received")
         await_that(lambda: "Request on" in unit.log.read_text(), "the first write runs")
         unit.process.send_signal(signal.SIGTERM)
         deadline = time.monotonic() + 1
@@ -92,18 +106,20 @@ def test_a_unit_that_leaves_ends_the_request_that_runs_begins_no_other_and_store
             time.sleep(0.01)
         beside.execute("ROLLBACK")
         assert unit.process.wait(scaled(5)) == 0
-        assert beside.execute("SELECT otaid, blob FROM parameter, secstore").fetchall() == [(1000, b"blob 8")]
+        stored = beside.execute("SELECT otaid, blob FROM parameter, secstore").fetchall()
+        assert stored == [(1000, b"blob 8")]
     assert unit.log.read_text().count("Stored a secure-store blob") == 1
 
 
 def own_broker(unit):
-    return int(pathlib.Path(f"/proc/{unit.process.pid}/task/{unit.process.pid}/children").read_text())
+    number = unit.process.pid
+    return int(pathlib.Path(f"/proc/{number}/task/{number}/children").read_text())
 
 
 @needs_root
 def test_the_units_own_broker_is_nobodys_else_and_ends_with_it(tmp_path, broker):
-    port, foreign = free_port(), {"host": "elsewhere.invalid", "ca_file": "/no/such", "username": "me"}
-    unit = Unit(tmp_path, port, "-b", **foreign)
+    port = free_port()
+    unit = Unit(tmp_path, port, "-b", host="elsewhere.invalid", ca_file="/no/such", username="me")
     for number in signal.SIGTERM, signal.SIGINT, signal.SIGKILL:
         assert run_korvid("get", port=port).err == ""  # an empty unit
         assert os.stat(f"/proc/{own_broker(unit)}").st_uid != 0
@@ -115,31 +131,35 @@ def test_the_units_own_broker_is_nobodys_else_and_ends_with_it(tmp_path, broker)
         unit.start()
     os.kill(own_broker(unit), signal.SIGKILL)
     assert unit.process.wait(scaled(5)) == 1 and "the broker ended" in unit.log.read_text()
-    taken = Running("-b", "-d", tmp_path / "x.db", program="korvid-unit", port=broker.port).result()
-    assert taken.status == 1 and f"127.0.0.1:{broker.port}: Address already in use" in taken.err, taken
+    second = run_unit("-b", "-d", tmp_path / "x.db", port=broker.port).result()
+    assert second.status == 1, second
+    assert f"127.0.0.1:{broker.port}: Address already in use" in second.err, second
 
 
-def test_a_second_unit_on_a_broker_says_so_and_a_listener_that_does_not_answer_is_none(broker, unit, peer, tmp_path,
-                                                                                       new_broker):
+def test_a_second_unit_says_so_and_a_listener_that_does_not_answer_is_none(
+        broker, unit, peer, tmp_path, new_broker):
     watching = peer(broker.port, PRESENCE, READ_TOPIC)
     unit.process.send_signal(signal.SIGSTOP)
-    killed = Running("-d", tmp_path / "2.db", program="korvid-unit", port=broker.port)
+    killed = run_unit("-d", tmp_path / "2.db", port=broker.port)
     await_that(lambda: len(watching.messages) == 2, "the second unit asks")
     killed.process.kill()
     unit.process.send_signal(signal.SIGCONT)
-    second = Running("-d", tmp_path / "2.db", program="korvid-unit", port=broker.port).result()
+    second = run_unit("-d", tmp_path / "2.db", port=broker.port).result()
     assert [m.payload for m in watching.messages if m.topic == PRESENCE] == [b"online"]
     assert second.status == 1 and second.out == b"", second
-    assert f"another unit already serves parameters on the broker at 127.0.0.1:{broker.port}\n" in second.err
+    serves = "another unit already serves parameters on the broker at"
+    assert f"{serves} 127.0.0.1:{broker.port}\n" in second.err
     (tmp_path / "acl").write_text("topic read #\n")
-    for lines, warning in ((), "Somebody listens .* no reply within 300 ms"), (
-            (f"acl_file {tmp_path / 'acl'}",), "Not authorized.* Without the right to publish there, a second unit"):
+    for lines, warning in (
+            ((), "Somebody listens .* no reply within 300 ms"),
+            ((f"acl_file {tmp_path / 'acl'}",), "Not authorized.* Without the right to publish")):
         elsewhere = new_broker(*lines)
         peer(elsewhere.port, "#")
         (tmp_path / "else").mkdir(exist_ok=True)
         listened_to = Unit(tmp_path / "else", elsewhere.port, request_timeout_ms=300)
         listened_to.stop()
-        assert re.search(f"^WARNING: .*{warning}", listened_to.log.read_text(), re.M), listened_to.log.read_text()
+        log = listened_to.log.read_text()
+        assert re.search(f"^WARNING: .*{warning}", log, re.M), log
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
@@ -147,11 +167,11 @@ def test_a_signal_ends_the_start_at_any_moment(broker, scripted, peer, tmp_path,
     """While it reads an import, connects, waits for a grant, or for a reply of another unit."""
     os.mkfifo(tmp_path / "fifo")
     peer(broker.port, "#")
-    ports = broker.port, broker.port, broker.port, scripted({CONNECT: b""}).port, scripted({SUBSCRIBE: b""}).port
-    arguments = ("-i", tmp_path / "fifo"), ("-i", "-"), (), (), ()
-    starts = [Running("-d", tmp_path / f"{n}.db", *more, program="korvid-unit", port=port, stdin=subprocess.PIPE,
-                      connect_timeout_ms=20000, request_timeout_ms=20000)
-              for n, (port, more) in enumerate(zip(ports, arguments))]
+    cases = ((broker.port, "-i", tmp_path / "fifo"), (broker.port, "-i", "-"), (broker.port,),
+             (scripted({CONNECT: b""}).port,), (scripted({SUBSCRIBE: b""}).port,))
+    starts = [run_unit("-d", tmp_path / f"{n}.db", *more, port=port, stdin=subprocess.PIPE,
+                       connect_timeout_ms=20000, request_timeout_ms=20000)
+              for n, (port, *more) in enumerate(cases)]
     with open(tmp_path / "fifo", "wb") as feed:
         feed.write(HI_BLOCK)
         feed.flush()
@@ -164,25 +184,31 @@ def test_a_signal_ends_the_start_at_any_moment(broker, scripted, peer, tmp_path,
 
 
 def test_an_import_tells_what_it_did_and_can_replace_the_store(broker, tmp_path):
-    dump, told = tmp_path / "dump", "korvid-unit: imported {} parameters from " + str(tmp_path / "dump") + ": {}\n"
-    for blocks, option, words in (([HI_BLOCK, block(7, 0, 0, b"")], "-b", "2 added, 0 changed, 0 unchanged; the store holds 0"),
-                                  ([HI_BLOCK, block(9, 0, 0, b"")], "-b", "1 added, 0 changed, 1 unchanged; the store holds 1"),
-                                  ([b'{"otaid": "0x120", "text": "Ho"}\n'], "--replace", "0 added, 1 changed, 0 unchanged; removed 2")):
+    dump = tmp_path / "dump"
+    for blocks, option, words in (
+            ([HI_BLOCK, block(7, 0, 0, b"")], "-b",
+             "2 added, 0 changed, 0 unchanged; the store holds 0"),
+            ([HI_BLOCK, block(9, 0, 0, b"")], "-b",
+             "1 added, 0 changed, 1 unchanged; the store holds 1"),
+            ([b'{"otaid": "0x120", "text": "Ho"}\n'], "--replace",
+             "0 added, 1 changed, 0 unchanged; removed 2")):
         dump.write_bytes(b"".join(blocks))
         unit = Unit(tmp_path, broker.port if option != "-b" else free_port(), "-i", dump, option)
         got = run_korvid("get", port=unit.command[2])
         unit.stop()
-        assert unit.log.read_text().endswith(told.format(len(blocks), words + " others")), unit.log.read_text()
+        printed = f"korvid-unit: imported {len(blocks)} parameters from {dump}: {words} others\n"
+        assert unit.log.read_text().endswith(printed), unit.log.read_text()
     assert got.out == block(288, 255, 10, b"Ho")
 
 
 @needs_root
-def test_a_store_that_cannot_be_written_is_read_unless_a_log_stands_beside_it(broker, unit, new_unit, peer, tmp_path):
+def test_a_store_that_cannot_be_written_is_read_unless_a_log_stands_beside_it(
+        broker, unit, new_unit, tmp_path):
     shielded = ["unshare", "-m", "sh", "-c", f'mount --bind {tmp_path} {tmp_path}; '
                 f'mount -o remount,ro,bind {tmp_path}; exec "$@"', "-"]
     assert run_korvid("set", "288", "str", "logged", port=broker.port).status == 0
     unit.kill()
-    refused = Running("-d", tmp_path / "unit.db", program="korvid-unit", port=broker.port, prefix=shielded).result()
+    refused = run_unit("-d", tmp_path / "unit.db", port=broker.port, prefix=shielded).result()
     assert refused.status == 1 and str(tmp_path / "unit.db") in refused.err, refused
     unit.start()
     unit.stop()
@@ -193,11 +219,13 @@ def test_a_store_that_cannot_be_written_is_read_unless_a_log_stands_beside_it(br
 
 @needs_root
 def test_a_first_start_on_a_full_disk_leaves_nothing_that_a_later_one_refuses(broker, tmp_path):
-    script = ('mount -t tmpfs -o size=64k none "$1"; cd "$1"; for left in 0 4 8 12 16 20 24 28 32 36 40 44 48 52; do '
-              'rm -f *; head -c $((65536 - left * 1024)) /dev/zero >fill; timeout 0.5 "$2" -p 1 -d unit.db; rm fill; '
+    script = ('mount -t tmpfs -o size=64k none "$1"; cd "$1"; '
+              'for left in 0 4 8 12 16 20 24 28 32 36 40 44 48 52; do rm -f *; '
+              'head -c $((65536 - left * 1024)) /dev/zero >fill; '
+              'timeout 0.5 "$2" -p 1 -d unit.db; rm fill; '
               '"$2" -p 1 -d unit.db 2>&1 | grep -q "store" && echo "$left"; done; exit 0')
-    got = subprocess.run(["unshare", "-m", "bash", "-c", script, "-", tmp_path, BIN / "korvid-unit"], env=environment(),
-                         capture_output=True)
+    command = ["unshare", "-m", "bash", "-c", script, "-", tmp_path, BIN / "korvid-unit"]
+    got = subprocess.run(command, env=environment(), capture_output=True)
     assert (got.returncode, got.stdout) == (0, b"") and b"full" in got.stderr, got
 
 
@@ -212,10 +240,10 @@ def test_a_unit_comes_back_after_its_broker_and_says_once_why_it_cannot(unit, br
     broker.stop()
     broker.config.write_text(open_to_all)
     broker.start()
-    await_that(lambda: run_korvid("get", "288", port=broker.port).out == HI_BLOCK, "the unit is back", 40)
+    await_that(lambda: run_korvid("get", "288", port=broker.port).out == HI_BLOCK, "it is back", 40)
 
 
-def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_unit, peer, proxy, tmp_path):
+def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_unit, peer, proxy):
     watching, asking = peer(broker.port, PRESENCE), peer(broker.port, "clients/test/reply")
 
     def shown():
@@ -233,10 +261,11 @@ def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_uni
     await_that(lambda: [m.payload for m in watching.messages] == words, "the correction")
 
     for n in range(60):
-        asking.publish(READ_TOPIC, field(1, 288), wait=False, ResponseTopic="clients/test/reply", CorrelationData=b"%d" % n)
+        asking.publish(READ_TOPIC, field(1, 288), wait=False, ResponseTopic="clients/test/reply",
+                       CorrelationData=b"%d" % n)
     await_that(lambda: unit.log.read_text().count("Answered") == 60, "60 answers", 20)
     unit.stop()
-    await_that(lambda: shown() == b"offline" and len(asking.messages) == 60, "what the unit had sent")
+    await_that(lambda: shown() == b"offline" and len(asking.messages) == 60, "all replies")
 
     unit.start()
     await_that(lambda: shown() == b"online", "the unit is back")
@@ -250,27 +279,33 @@ def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_uni
 
 
 @pytest.mark.parametrize("arguments, words", [
-    (["-x"], "x"), (["-i"], "i"), (["-i", "/no/such/file"], "/no/such/file"), (["-r", "abc"], "abc"),
-    (["-d", "/no/such/dir/unit.db"], "/no/such/dir/unit.db"), (["stray"], "stray"), (["-p", "1"], "refused"),
-    (["-b", "-H", "elsewhere"], "elsewhere"), (["--replace"], "--import"), (["-i", "/dev/null", "--replace"], "/dev/null"),
-    (["-i", "cut"], "cut:12: expected"), (["-d", ""], "--db needs a value; try -h"), (["-d", ":memory:"], ":memory:"),
+    (["-x"], "x"), (["-i"], "i"), (["-i", "/no/file"], "/no/file"), (["-r", "abc"], "abc"),
+    (["-d", "/no/dir/unit.db"], "/no/dir/unit.db"), (["stray"], "stray"), (["-p", "1"], "refused"),
+    (["-b", "-H", "elsewhere"], "elsewhere"), (["--replace"], "--import"),
+    (["-i", "/dev/null", "--replace"], "/dev/null"), (["-i", "cut"], "cut:12: expected"),
+    (["-d", ""], "--db needs a value; try -h"), (["-d", ":memory:"], ":memory:"),
     (["-b", "-p", "x"], "port"),
 ])
 def test_a_unit_that_cannot_start_says_why(broker, tmp_path, arguments, words):
     (tmp_path / "cut").write_bytes((HI_BLOCK + HI_BLOCK)[:-10])
-    refused = Running("-d", tmp_path / "unit.db", *arguments, program="korvid-unit", port=broker.port,
-                      prefix=["env", "-C", tmp_path]).result()
+    refused = run_unit("-d", tmp_path / "unit.db", *arguments, port=broker.port,
+                       prefix=["env", "-C", tmp_path]).result()
     assert refused.status == 1 and refused.out == b"" and words in refused.err, refused
     assert refused.err.count("Cannot connect") <= 1, refused
     assert "cut" not in arguments or not (tmp_path / "unit.db").exists()
 
 
-@pytest.mark.parametrize("data", sorted(pathlib.Path(__file__).parents[1].glob("data/*")), ids=lambda path: path.name)
+DATA = sorted(pathlib.Path(__file__).parents[1].glob("data/*"))
+
+
+@pytest.mark.parametrize("data", DATA, ids=lambda path: path.name)
 def test_what_an_earlier_version_has_stored_or_printed_is_read(broker, new_unit, tmp_path, data):
     shutil.copy(data / "unit.db", tmp_path)
-    unit, dump, blob = new_unit(broker.port), (data / "dump").read_bytes(), (data / "blob").read_bytes()
+    unit = new_unit(broker.port)
+    dump, blob = (data / "dump").read_bytes(), (data / "blob").read_bytes()
     assert run_korvid("get", port=broker.port).out == dump
-    assert run_korvid("getsec", port=broker.port).out == b"SecStore blob size: %d\n%s\n" % (len(blob), blob)
+    shown = b"SecStore blob size: %d\n%s\n" % (len(blob), blob)
+    assert run_korvid("getsec", port=broker.port).out == shown
     unit.stop()
     new_unit(broker.port, "--replace", "-i", data / "dump")
     assert run_korvid("get", port=broker.port).out == dump
