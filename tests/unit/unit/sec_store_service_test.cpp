@@ -58,8 +58,7 @@ TEST_P(Orders, SendEveryWaitingClientTheNewestBlobOnce) {
     const std::string get = protocol::SECSTORE_GET_TOPIC, set = protocol::SECSTORE_SET_TOPIC;
     const std::string announced = protocol::ANNOUNCEMENT_TOPIC;
     const std::map<char, std::pair<std::string, std::string>> messages{
-        {'a', {announced, get}}, {'o', {announced, announced}},
-        {'x', {announced, "x"}}, {'s', {set, "new"}},
+        {'a', {announced, get}}, {'o', {announced, announced}}, {'x', {announced, "x"}}, {'s', {set, "new"}},
         {'e', {set, ""}},        {'b', {set, "larger"}}};
     for (const char event : std::string(events)) {
         if (const auto sent = messages.find(event); sent != messages.end()) {
@@ -80,10 +79,10 @@ TEST_P(Orders, SendEveryWaitingClientTheNewestBlobOnce) {
 INSTANTIATE_TEST_SUITE_P(SecStoreService, Orders,
                          testing::Values(std::pair("aaattt", "-=old"), std::pair("asat", "-=new"),
                                          std::pair("ataattt", "-=old-=old"), std::pair("atstt", "-=old"),
-                                         std::pair("atp", "-=old[old]"), std::pair("eat", "-="),
-                                         std::pair("bat", "-="), std::pair("xt", ""), std::pair("ot", "-=old"),
-                                         std::pair("eottat", "--="), std::pair("ealot", "--="),
-                                         std::pair("eatlot", "-=-="), std::pair("bespa", "[new]-"),
-                                         std::pair("sepsp", "[][new]"), std::pair("satpt", "-=new[new]")));
+                                         std::pair("atp", "-=old[old]"), std::pair("eat", "-="), std::pair("bat", "-="),
+                                         std::pair("xt", ""), std::pair("ot", "-=old"), std::pair("eottat", "--="),
+                                         std::pair("ealot", "--="), std::pair("eatlot", "-=-="),
+                                         std::pair("bespa", "[new]-"), std::pair("sepsp", "[][new]"),
+                                         std::pair("satpt", "-=new[new]")));
 
 }  // namespace

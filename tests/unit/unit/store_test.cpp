@@ -121,12 +121,12 @@ TEST_F(UnitStore, BoundsWhatOneRequestMayHold) {
         for (; count > 0; --count) all.insert(all.end(), unit.begin(), unit.end());
         return Message(all);
     };
-    const std::size_t most = 262'144, packed = most + 1;
+    const std::size_t max = 262'144, packed = max + 1;
     const Bytes head{0x0a, 0x81, 0x80, 0x10};  // a field of so many bytes
-    EXPECT_EQ(service.write(repeated({0x0a, 2, 8, 5}, most)).payload, (Bytes{0x10, 0x80, 0x80, 0x10}));
-    EXPECT_EQ(service.read(repeated({8, 5}, most)).payload, (Bytes{0x0a, 2, 8, 5, 0x10, 1}));
-    EXPECT_THROW(service.write(repeated({0x0a, 2, 8, 5}, most + 1)), std::runtime_error);
-    EXPECT_THROW(service.read(repeated({8, 5}, most + 1)), std::runtime_error);
+    EXPECT_EQ(service.write(repeated({0x0a, 2, 8, 5}, max)).payload, (Bytes{0x10, 0x80, 0x80, 0x10}));
+    EXPECT_EQ(service.read(repeated({8, 5}, max)).payload, (Bytes{0x0a, 2, 8, 5, 0x10, 1}));
+    EXPECT_THROW(service.write(repeated({0x0a, 2, 8, 5}, max + 1)), std::runtime_error);
+    EXPECT_THROW(service.read(repeated({8, 5}, max + 1)), std::runtime_error);
     EXPECT_THROW(service.read(repeated({5}, packed, head)), std::runtime_error);
 }
 
