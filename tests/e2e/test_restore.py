@@ -6,6 +6,7 @@ import os
 import pty
 import random
 import re
+import select
 import signal
 import subprocess
 import threading
@@ -134,6 +135,9 @@ def test_a_random_unit_comes_through_dump_and_json_and_is_changed_field_by_field
     assert objects == [{"otaid": otaid, **fields(*named)} for otaid, named in sorted(model.items())]
     same = restore(text, "-n", "--exit-code")
     assert (same.status, same.out, same.err) == (0, b"", ""), same
+    fewer = restore(text[:text.rindex(b"\n", 0, -1) + 1], "-n", "--exit-code")
+    assert (fewer.status, fewer.err, fewer.out.count(b"\n")) == (3, "", 1), fewer
+    assert fewer.out.startswith(b"4294967295 - 0xffffffff: not in the file, DID "), fewer
 
     before, expected, lines = dump(), [], []
     for otaid in [*rng.sample(sorted(model)[1:], 30), 0, *rng.sample(range(2**32), 5)]:
@@ -163,6 +167,7 @@ def test_json_appears_while_its_dump_still_comes_and_a_fault_ends_it(tmp_path):
     running = Running(program="korvid-json", stdin=subprocess.PIPE)
     running.process.stdin.write(good + good[:-1])
     running.process.stdin.flush()
+    assert select.select([running.process.stdout], [], [], scaled(10))[0], "nothing appears"
     first = os.read(running.process.stdout.fileno(), 4096)
     got = running.result()
     assert json.loads(first)["otaid"] == 1 and (got.status, got.out) == (1, b""), got
