@@ -22,8 +22,15 @@ endfunction()
 function(korvid_program component name)
     install(TARGETS ${name} RUNTIME COMPONENT ${component})
     korvid_manual(${component} ${name}.1)
-    install(FILES ${CMAKE_SOURCE_DIR}/share/completions/korvid RENAME ${name}
+    set(completions ${CMAKE_SOURCE_DIR}/share/completions)
+    install(PROGRAMS ${completions}/complete
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/${name} COMPONENT ${component})
+    install(FILES ${completions}/korvid.bash RENAME ${name}
         DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT ${component})
+    install(FILES ${completions}/korvid.zsh RENAME _${name}
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions COMPONENT ${component})
+    install(FILES ${completions}/korvid.fish RENAME ${name}.fish
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d COMPONENT ${component})
 endfunction()
 
 korvid_program(korvid korvid)
