@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "lapi_mqtt/transport/link.h"
+#include "lapi_mqtt/link/link.h"
 
 namespace lapi_mqtt {
 

@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
+#include "lapi_mqtt/link/link.h"
 #include "lapi_mqtt/transport/announcements.h"
-#include "lapi_mqtt/transport/link.h"
 
 namespace lapi_mqtt {
 

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "lapi_mqtt/transport/link.h"
+#include "lapi_mqtt/link/link.h"
 
 namespace lapi_mqtt {
 

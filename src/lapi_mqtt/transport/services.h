@@ -6,9 +6,9 @@
 #include <string>
 
 #include "ecu/lapi/com.h"
+#include "lapi_mqtt/link/link.h"
 #include "lapi_mqtt/mqtt/connection.h"
 #include "lapi_mqtt/service_client.h"
-#include "lapi_mqtt/transport/link.h"
 
 namespace lapi_mqtt {
 

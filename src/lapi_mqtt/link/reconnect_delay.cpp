@@ -1,4 +1,4 @@
-#include "lapi_mqtt/transport/reconnect_delay.h"
+#include "lapi_mqtt/link/reconnect_delay.h"
 
 #include <algorithm>
 #include <memory>

@@ -1,8 +1,8 @@
-#include "lapi_mqtt/transport/deadline.h"
+#include "lapi_mqtt/link/deadline.h"
 
 #include <gmock/gmock.h>
 
-#include "lapi_mqtt/transport/reconnect_delay.h"
+#include "lapi_mqtt/link/reconnect_delay.h"
 
 namespace {
 

@@ -10,10 +10,10 @@
 #include <thread>
 
 #include "ecu/lapi/progress.h"
+#include "lapi_mqtt/link/acknowledgements.h"
+#include "lapi_mqtt/link/deadline.h"
+#include "lapi_mqtt/link/reconnect_delay.h"
 #include "lapi_mqtt/mqtt/connection.h"
-#include "lapi_mqtt/transport/acknowledgements.h"
-#include "lapi_mqtt/transport/deadline.h"
-#include "lapi_mqtt/transport/reconnect_delay.h"
 #include "lapi_mqtt/transport_error.h"
 
 namespace lapi_mqtt {

@@ -1,4 +1,4 @@
-#include "lapi_mqtt/transport/deadline.h"
+#include "lapi_mqtt/link/deadline.h"
 
 #include <algorithm>
 

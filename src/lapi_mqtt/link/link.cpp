@@ -1,4 +1,4 @@
-#include "lapi_mqtt/transport/link.h"
+#include "lapi_mqtt/link/link.h"
 
 #include <algorithm>
 #include <exception>

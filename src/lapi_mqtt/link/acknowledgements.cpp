@@ -1,4 +1,4 @@
-#include "lapi_mqtt/transport/acknowledgements.h"
+#include "lapi_mqtt/link/acknowledgements.h"
 
 #include <algorithm>
 #include <utility>
