@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -10,6 +9,7 @@
 #include "ecu/lapi/com.h"
 #include "lapi_mqtt/mqtt/error.h"
 #include "lapi_mqtt/mqtt/properties.h"
+#include "lapi_mqtt/network/tcp_socket.h"
 
 namespace lapi_mqtt {
 
@@ -21,8 +21,8 @@ struct Incoming {
     std::chrono::steady_clock::time_point sent_after;  ///< the broker sent it no earlier
 };
 
-/// What a connection tells its owner. Called inside `loop`, under libmosquitto's callback lock:
-/// take note and return.
+/// What a connection reports to its owner, inside `loop` and under libmosquitto's callback lock.
+/// While a call blocks nothing more is read, so that the broker buffers what comes.
 class ConnectionEvents {
 public:
     virtual ~ConnectionEvents() = default;
@@ -31,12 +31,6 @@ public:
     /// PUBACK, PUBCOMP, SUBACK (its code is the QoS granted) or UNSUBACK of the packet `id`; also
     /// called for a QoS 0 PUBLISH when it has been written.
     virtual void on_acknowledged(int id, const Reason& reason) = 0;
-};
-
-/// Bytes since the connection began.
-struct Traffic {
-    std::uint64_t bytes_acked = 0;  ///< sent, and acknowledged by the peer's system
-    std::uint64_t bytes_received = 0;
 };
 
 /// Whether the broker sends the retained messages of a new subscription.

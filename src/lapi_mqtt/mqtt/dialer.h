@@ -11,8 +11,8 @@
 namespace lapi_mqtt {
 
 /// Reaches one of several addresses of a host over TCP. They are tried in order: the next one
-/// starts when the one before it has failed or kept silent for 250 ms, and the first that accepts
-/// is taken.
+/// starts when the one before it has failed or kept silent for 250 ms, and the first
+/// that accepts wins.
 class Dialer {
 public:
     struct Attempt {

@@ -42,8 +42,8 @@ Reason reason_of(int code, const mqtt5__property* properties) {
     Reason reason{code, code == MQTT_RC_QOS_NOT_SUPPORTED
                             ? cause_of_result(MOSQ_ERR_QOS_NOT_SUPPORTED, 0)
                             : mosquitto_reason_string(code)};
-    const std::string own_words = read_text(properties, MQTT_PROP_REASON_STRING);
-    if (!own_words.empty()) reason.text += " (" + own_words + ")";
+    const std::string reason_string = read_text(properties, MQTT_PROP_REASON_STRING);
+    if (!reason_string.empty()) reason.text += " (" + reason_string + ")";
     const std::string server = read_text(properties, MQTT_PROP_SERVER_REFERENCE);
     if (!server.empty()) reason.text += ", use " + server + " instead";
     return reason;

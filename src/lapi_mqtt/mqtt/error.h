@@ -25,7 +25,7 @@ public:
 /// The cause behind a result code of libmosquitto. `system_error` is errno as the call left it.
 std::string cause_of_result(int result, int system_error);
 
-/// The reason behind a code, in the words of MQTT and, where the packet's properties have them, the
+/// The reason behind a code: MQTT's text for it and, where the packet's properties have them, the
 /// broker's own: its reason string and the server that it refers to.
 Reason reason_of(int code, const mqtt5__property* properties);
 

@@ -41,9 +41,8 @@ bool says_closed(const std::string& tls_error) {
            tls_error == std::strerror(EPIPE);
 }
 
-/// True when the peer has gone without a word. One that closes with bytes unread resets the
-/// connection, and its last words may be lost; within TLS libmosquitto tells that, as any system
-/// error, as EPROTO.
+/// True when the peer has closed or reset the connection without a reason. Within TLS libmosquitto
+/// reports a reset, as any system error, as EPROTO.
 bool is_closed(const Failure& failure, bool over_tls) {
     if (over_tls && (!failure.tls_error.empty() || failure.system_error == EPROTO)) return true;
     const int error = failure.system_error;

@@ -22,7 +22,7 @@ struct Failure {
 /// Takes the cause of a failed TLS handshake out of a record of libmosquitto's log.
 std::string tls_error_in(const std::string& record);
 
-/// Why a connection ended, and what to look at where a setting may be the reason.
+/// Why a connection ended, and which setting may be the reason.
 std::string cause_with_hint(const Failure& failure, const Settings& settings);
 
 }  // namespace lapi_mqtt

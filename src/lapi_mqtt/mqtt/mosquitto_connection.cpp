@@ -23,9 +23,9 @@ using std::chrono::milliseconds;
 constexpr int KEEPALIVE_S = 7200;
 constexpr int KEEPALIVE_WITH_WILL_S = 300;
 
-/// How many messages above QoS 0 the broker may send ahead of our acknowledgements. A service tells
-/// the age of a request by it. libmosquitto 2.0.11 counts messages of QoS 2 wrongly, so everybody
-/// else names the most that there is.
+/// How many messages above QoS 0 the broker may send ahead of our acknowledgements. A service
+/// derives the age of a request from it. libmosquitto 2.0.11 counts messages of QoS 2 wrongly, so
+/// everybody else names the most that there is.
 constexpr int RECEIVE_MAXIMUM = 65'535;
 constexpr int RECEIVE_MAXIMUM_OF_SERVICE = 20;
 
@@ -113,7 +113,7 @@ void MosquittoConnection::wait_for_connack(const Dialer& dialer, const ConnectLi
 }
 
 bool MosquittoConnection::loop(milliseconds timeout) {
-    // The time from before the look: a process is put to sleep at the end of a system call.
+    // The time before the check: a process is put to sleep at the end of a system call.
     const auto now = Clock::now();
     if (!socket->is_readable()) last_found_empty = now;
     socket->acknowledge_at_once();
@@ -175,11 +175,10 @@ void MosquittoConnection::abort() {
 }
 
 Traffic MosquittoConnection::traffic() const {
-    const auto counts = socket->byte_counts();
-    return {counts.acked, counts.received};
+    return socket->traffic();
 }
 
-/// No exception leaves a callback: the frames above it are C. A message that cannot be taken
+/// No exception leaves a callback: the frames above it are C. A message that cannot be stored
 /// ends the connection, so that whoever waits for it learns of it.
 template <typename Action>
 void MosquittoConnection::guarded(Action action) noexcept {
@@ -269,7 +268,7 @@ MosquittoConnection::Clock::time_point MosquittoConnection::earliest_sending(int
     return earliest;
 }
 
-/// Of several errors the first one tells most.
+/// Of several errors the first one is the most specific.
 void MosquittoConnection::on_log(int level, const char* text) {
     if (level != MOSQ_LOG_ERR || !tls || !failure.tls_error.empty()) return;
     failure.tls_error = tls_error_in(text);

@@ -45,8 +45,7 @@ std::string read_binary(const mqtt5__property* list, int identifier) {
     return {static_cast<const char*>(bytes), size};
 }
 
-std::optional<std::string> read_user_property(const mqtt5__property* list,
-                                              const std::string& wanted) {
+std::optional<std::string> read_user_property(const mqtt5__property* list, const std::string& key) {
     bool skip_first = false;
     for (;;) {
         char* name = nullptr;
@@ -56,7 +55,7 @@ std::optional<std::string> read_user_property(const mqtt5__property* list,
         if (list == nullptr) return std::nullopt;
         const CPointer<char> owned_name(name);
         const CPointer<char> owned_value(value);
-        if (wanted == text_of(name)) return text_of(value);
+        if (key == text_of(name)) return text_of(value);
         skip_first = true;
     }
 }
@@ -70,10 +69,10 @@ std::optional<milliseconds> read_timeout(const mqtt5__property* list) {
     const auto text = read_user_property(list, protocol::TIMEOUT_PROPERTY).value_or("");
     std::uint32_t timeout_ms = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), timeout_ms);
-    const bool is_told = error == std::errc() && end == text.data() + text.size();
-    if (is_told && expires)
+    const bool has_timeout = error == std::errc() && end == text.data() + text.size();
+    if (has_timeout && expires)
         return std::min<milliseconds>(milliseconds(timeout_ms), seconds(expiry_s));
-    if (is_told) return milliseconds(timeout_ms);
+    if (has_timeout) return milliseconds(timeout_ms);
     if (expires) return seconds(expiry_s);
     return std::nullopt;
 }

@@ -14,7 +14,7 @@
 namespace lapi_mqtt {
 namespace {
 
-/// How soon a look-up that is cancelled is left.
+/// How soon a cancelled look-up ends.
 constexpr std::chrono::milliseconds POLL_INTERVAL{20};
 
 /// What a look-up found, or why it found nothing.
@@ -31,13 +31,13 @@ std::string literal_of(const addrinfo& entry) {
 }
 
 Found look_up(const std::string& host, int flags) {
-    addrinfo wanted{};
-    wanted.ai_family = AF_UNSPEC;
-    wanted.ai_socktype = SOCK_STREAM;
-    wanted.ai_flags = flags;
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = flags;
     addrinfo* list = nullptr;
     errno = 0;
-    const int failure = getaddrinfo(host.c_str(), nullptr, &wanted, &list);
+    const int failure = getaddrinfo(host.c_str(), nullptr, &hints, &list);
     const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owned(list, freeaddrinfo);
     Found found;
     if (failure != 0) {

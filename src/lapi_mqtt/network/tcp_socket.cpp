@@ -31,7 +31,7 @@ std::optional<int> TcpSocket::connection_state(int socket) {
     socklen_t size = sizeof error;
     if (getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) != 0) error = errno;
     if (error != 0) return error;
-    // Over TLS libmosquitto may have written, and with that have taken the error away.
+    // Over TLS libmosquitto has written already, which consumed the error.
     constexpr int CLOSED = 7;  // TCP_CLOSE of <netinet/tcp.h>
     const tcp_info info = info_of(socket);
     if (info.tcpi_state != CLOSED) return 0;
@@ -64,7 +64,7 @@ void TcpSocket::acknowledge_at_once() {
     set_option(IPPROTO_TCP, TCP_QUICKACK, 1);
 }
 
-TcpSocket::ByteCounts TcpSocket::byte_counts() const {
+Traffic TcpSocket::traffic() const {
     const tcp_info info = info_of(descriptor);
     return {info.tcpi_bytes_acked, info.tcpi_bytes_received};
 }

@@ -6,6 +6,12 @@
 
 namespace lapi_mqtt {
 
+/// Bytes since the connection began.
+struct Traffic {
+    std::uint64_t bytes_acked = 0;  ///< sent, and acknowledged by the peer's system
+    std::uint64_t bytes_received = 0;
+};
+
 /// The TCP socket of a connection, and what libmosquitto leaves to the owner of it. Holds a
 /// descriptor of its own: libmosquitto may close its own at any time, and the number may be another
 /// file's by then. Every function may be called by any thread.
@@ -30,12 +36,7 @@ public:
     /// delayed ones by itself, so this is said again before each wait.
     void acknowledge_at_once();
 
-    /// Bytes since the connection began: sent and acknowledged by the peer's system, and received.
-    struct ByteCounts {
-        std::uint64_t acked;
-        std::uint64_t received;
-    };
-    ByteCounts byte_counts() const;
+    Traffic traffic() const;
 
     /// True when there is something to read.
     bool is_readable() const;

@@ -43,7 +43,7 @@ void follow_handshake(const SSL* connection, int where, int result) {
     TlsContext& context = context_of(connection);
     // OpenSSL hands out its own object as a constant.
     auto* own = const_cast<SSL*>(connection);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
-    context.keep(own);
+    context.hold(own);
     if ((where & SSL_CB_HANDSHAKE_START) != 0 && !context.server_name().empty()) {
         static_cast<void>(SSL_set_tlsext_host_name(own, context.server_name().c_str()));
     }
@@ -64,14 +64,14 @@ int refuse_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* as
     return -1;
 }
 
-[[noreturn]] void fail_with(const std::string& file, const char* wanted) {
+[[noreturn]] void fail_with(const std::string& file, const char* content) {
     const auto error = ERR_peek_error();
     const char* const reason = ERR_reason_error_string(error);
     ERR_clear_error();
     const int code = ERR_GET_REASON(error);
     const bool is_other = code == PEM_R_NO_START_LINE || code == ERR_R_UNSUPPORTED ||
                           code == X509_R_NO_CERTIFICATE_OR_CRL_FOUND;
-    if (is_other) throw NetworkError("TLS: '" + file + "' holds no " + wanted + " in PEM format");
+    if (is_other) throw NetworkError("TLS: '" + file + "' holds no " + content + " in PEM format");
     throw NetworkError("TLS: cannot use '" + file + "': " + (reason == nullptr ? "error" : reason));
 }
 
@@ -105,10 +105,10 @@ void TlsContext::Free::operator()(ssl_st* connection) const {
     SSL_free(connection);
 }
 
-void TlsContext::keep(ssl_st* connection) {
-    if (kept.get() == connection) return;
+void TlsContext::hold(ssl_st* connection) {
+    if (last_connection.get() == connection) return;
     SSL_up_ref(connection);
-    kept.reset(connection);
+    last_connection.reset(connection);
 }
 
 void TlsContext::note_alert(int alert) {
@@ -118,10 +118,10 @@ void TlsContext::note_alert(int alert) {
 }
 
 void TlsContext::read_alert(int socket) {
-    if (!kept) return;
+    if (!last_connection) return;
     char byte = 0;
-    SSL_set_fd(kept.get(), socket);
-    SSL_read(kept.get(), &byte, 1);
+    SSL_set_fd(last_connection.get(), socket);
+    SSL_read(last_connection.get(), &byte, 1);
     ERR_clear_error();
 }
 

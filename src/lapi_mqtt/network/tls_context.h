@@ -12,7 +12,7 @@ namespace lapi_mqtt {
 
 /// The TLS side of a connection: the broker's certificate is checked against the configured CA and
 /// the name that was asked for, whichever address answers; TLS 1.2 at least. libmosquitto carries
-/// it, but would look at one address only and stop at a NUL byte in a name.
+/// it, but would check one address only and stop at a NUL byte in a name.
 class TlsContext {
 public:
     /// Throws NetworkError that names the file which cannot be used. Never asks for a pass phrase.
@@ -34,13 +34,13 @@ public:
     /// does not read on when it cannot write any more. Call it when libmosquitto's handle is gone.
     void read_alert(int socket);
 
-    /// The host's name, which the handshake tells; empty when the host is an address.
+    /// The host's name for the handshake (SNI); empty when the host is an address.
     const std::string& server_name() const { return name; }
 
     // Called by OpenSSL.
     void note_refusal(const std::string& cause) { found.refusal = cause; }
     void note_alert(int alert);
-    void keep(ssl_st* connection);
+    void hold(ssl_st* connection);
 
 private:
     struct Free {
@@ -50,7 +50,7 @@ private:
 
     std::string name;
     std::unique_ptr<ssl_ctx_st, Free> context;
-    std::unique_ptr<ssl_st, Free> kept;  ///< the last connection
+    std::unique_ptr<ssl_st, Free> last_connection;
     Findings found;
 };
 
