@@ -42,7 +42,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     MosquittoHandle begin(const std::string& to);
-    void set_callbacks(mosquitto* client);
+    static void set_callbacks(mosquitto* client);
     void forget_failure();
     void wait_for_connack(const Dialer& dialer, const ConnectLimit& limit);
     template <typename Action>

@@ -47,11 +47,11 @@ TcpSocket::~TcpSocket() {
 }
 
 /// A refused option only costs time, so results are not looked at.
-void TcpSocket::set_option(int level, int option, int value) {
+void TcpSocket::set_option(int level, int option, int value) const {
     static_cast<void>(setsockopt(descriptor, level, option, &value, sizeof value));
 }
 
-void TcpSocket::set_dead_peer_timeout(std::chrono::milliseconds timeout) {
+void TcpSocket::set_dead_peer_timeout(std::chrono::milliseconds timeout) const {
     constexpr int PROBE_AFTER_S = 30;
     constexpr int PROBE_INTERVAL_S = 10;
     set_option(IPPROTO_TCP, TCP_USER_TIMEOUT, static_cast<int>(timeout.count()));
@@ -60,7 +60,7 @@ void TcpSocket::set_dead_peer_timeout(std::chrono::milliseconds timeout) {
     set_option(IPPROTO_TCP, TCP_KEEPINTVL, PROBE_INTERVAL_S);
 }
 
-void TcpSocket::acknowledge_at_once() {
+void TcpSocket::acknowledge_at_once() const {
     set_option(IPPROTO_TCP, TCP_QUICKACK, 1);
 }
 
@@ -81,7 +81,7 @@ int TcpSocket::next_byte() const {
     return count == 1 ? byte : NOTHING;
 }
 
-void TcpSocket::shut_down() {
+void TcpSocket::shut_down() const {
     static_cast<void>(shutdown(descriptor, SHUT_RDWR));
 }
 

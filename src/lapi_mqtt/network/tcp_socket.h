@@ -29,12 +29,12 @@ public:
     int number() const { return descriptor; }
 
     /// Makes the kernel end a connection whose peer takes no data, or does not answer, for so long.
-    void set_dead_peer_timeout(std::chrono::milliseconds timeout);
+    void set_dead_peer_timeout(std::chrono::milliseconds timeout) const;
 
     /// Sends the next acknowledgements at once. A broker with Nagle's algorithm on holds its next
     /// packet until the last one is acknowledged, 40 ms later otherwise. The kernel falls back to
     /// delayed ones by itself, so this is said again before each wait.
-    void acknowledge_at_once();
+    void acknowledge_at_once() const;
 
     Traffic traffic() const;
 
@@ -48,10 +48,10 @@ public:
     static constexpr int END = -2;
 
     /// Ends the connection: whoever reads or writes it next gets an error at once.
-    void shut_down();
+    void shut_down() const;
 
 private:
-    void set_option(int level, int option, int value);
+    void set_option(int level, int option, int value) const;
 
     const int descriptor;
 };
