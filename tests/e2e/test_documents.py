@@ -16,7 +16,6 @@ DOCUMENTS = PROJECT / "docs"
 PROGRAMS = [program.name for program in sorted(BIN.glob("korvid*"))]
 PAGES = [*(DOCUMENTS / f"man/{program}.1.scd" for program in PROGRAMS),
          DOCUMENTS / "man/lapi.conf.5.scd"]
-OPTION = re.compile(r"(?<![\w-])--[a-z][a-z-]+")
 EXAMPLE = re.compile(r"^\$ (.*\n(?:> .*\n)*)((?:(?!\$ ).*\n)*)", re.M)
 SHELL = {"PATH": f"{BIN}:{os.environ['PATH']}"}
 SERVES = {"korvid-unit": b"ready\n", "korvid-monitor": b"secstore"}  # until it is interrupted
@@ -101,10 +100,6 @@ def rendered(page, directory):
 def test_the_examples_of_the_manual(ending, broker, unit, tmp_path, page):
     text, exports, said = rendered(page, tmp_path), "", (tmp_path / "out").read_bytes
     assert "__" not in text
-    if page.suffixes[0] == ".1":
-        told = run_korvid("-h", program=page.name.split(".")[0])
-        listed = "".join(re.findall(r"^ {7}(-.*\n)", text, re.M))
-        assert {*OPTION.findall(told.out.decode() + told.err)} <= {*OPTION.findall(listed)}
     shown = re.search(r"\nEXAMPLES\n(.*)\nSEE ALSO\n", text, re.S)[1]
     for theirs, ours in (("192.0.2.7", "127.0.0.1"),
                          ("/usr/share/doc/korvid-unit/examples", str(DEMO_UNIT.parent))):
