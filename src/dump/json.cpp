@@ -78,15 +78,15 @@ class ObjectHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, Obj
 public:
     /// The record, once the object is complete.
     Entry take() {
-        if (!entry.has_otaid()) fail("\"otaid\" is missing");
+        if (!entry.has_otaid()) fail(R"("otaid" is missing)");
         if (!has[TEXT]) return std::move(entry);
-        if (has[DATA] && text != entry.data()) fail("\"data\" and \"text\" differ");
+        if (has[DATA] && text != entry.data()) fail(R"("data" and "text" differ)");
         entry.set_data(std::move(text));
         return std::move(entry);
     }
 
     bool StartObject() { return is_open ? refuse() : (is_open = true); }
-    bool EndObject(std::size_t /*members*/) { return true; }
+    static bool EndObject(std::size_t /*members*/) { return true; }
     bool StartArray() { return refuse(); }
     bool Default() { return refuse(); }  // true, false, null
 

@@ -125,6 +125,7 @@ std::pair<bool, ParameterMap> SysparamClient::write_parameters() {
 namespace ecu::lapi::var {
 
 std::shared_ptr<ISystemParameterClient> create_sysparams_client(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): as the interface has it
     std::shared_ptr<com::ITransportClient> transport) {
     auto requester = std::dynamic_pointer_cast<lapi_mqtt::IRequester>(transport);
     if (!requester) throw std::invalid_argument("the transport client is another library's");
