@@ -128,7 +128,7 @@ std::vector<std::string> parse_command_line(int argc, char** argv, const Help& h
         if (is_empty || index == options.size()) refuse(options, tables, argv[optind - 1]);
         options[index].take(value);
     }
-    return std::vector<std::string>(argv + optind, argv + argc);
+    return {argv + optind, argv + argc};
 }
 
 }  // namespace program
