@@ -29,18 +29,28 @@ class Listening:
 
 
 class Proxy(Listening):
-    """A link to a port: slow, or cut or stalled after so many bytes from the client."""
+    """A link to a port: slow, cut or stalled after so many bytes from the client, or at any moment."""
 
     def __init__(self, target, latency=0.0, bandwidth=1e9, cut_at=None, stall_at=None, port=0):
         self.target, self.latency, self.bandwidth = target, latency, bandwidth
         self.cut_at, self.stall_at, self.upstream = cut_at, stall_at, bytearray()
+        self.passing = threading.Event()
+        self.passing.set()
         super().__init__(port)
 
     def serve(self, link):
-        broker = socket.create_connection(("127.0.0.1", self.target))
-        self.links.append(broker)
-        threading.Thread(target=self.pump, args=(broker, link, bytearray(), None, None), daemon=True).start()
-        self.pump(link, broker, self.upstream, self.cut_at, self.stall_at)
+        self.upstream.clear()
+        ends = [link]
+        with contextlib.suppress(OSError):
+            ends.append(socket.create_connection(("127.0.0.1", self.target)))
+            self.links.append(ends[1])
+            back = threading.Thread(target=self.pump, args=(*ends[::-1], bytearray(), None, None), daemon=True)
+            back.start()
+            self.pump(*ends, self.upstream, self.cut_at, self.stall_at)
+            back.join()
+        for end in ends:
+            end.close()
+            self.links.remove(end)
 
     def pump(self, source, sink, passed, cut_at, stall_at):
         """Up to a limit to the byte; behind a stall nothing is read any more."""
@@ -48,8 +58,21 @@ class Proxy(Listening):
             limit = min(x for x in (cut_at, stall_at, 1 << 62) if x is not None)
             while len(passed) < limit and (data := source.recv(min(16384, limit - len(passed)))):
                 time.sleep(self.latency + len(data) / self.bandwidth)
+                self.passing.wait()
                 sink.sendall(data)
                 passed += data
-            if stall_at is None or len(passed) < stall_at:
-                for link in source, sink:
-                    link.shutdown(socket.SHUT_RDWR)
+        if stall_at is None or len(passed) < stall_at:
+            self.cut(source, sink)
+
+    def cut(self, *links):
+        for link in links or list(self.links):
+            with contextlib.suppress(OSError):
+                link.shutdown(socket.SHUT_RDWR)
+
+    @contextlib.contextmanager
+    def stalled(self):
+        self.passing.clear()
+        try:
+            yield
+        finally:
+            self.passing.set()

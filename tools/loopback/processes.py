@@ -123,6 +123,9 @@ class Broker:
         with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.port)):
             return True
 
+    def kill(self):
+        end(self.process, signal.SIGKILL)
+
     def stop(self):
         if self.process.poll() is None:
             end(self.process)
