@@ -4,6 +4,7 @@ import collections
 import concurrent.futures
 import contextlib
 import os
+import pathlib
 import random
 import re
 import signal
@@ -14,11 +15,11 @@ import tempfile
 import threading
 import time
 
-from broker_script import BrokerScript
-from links import Listening
-from processes import BIN, DEMO_UNIT, TIME_FACTOR, environment, scaled
-from packets import read_packet
+from links import Proxy
 from mutation import Mutator
+from packets import CONTENT_TYPE, CORRELATION_DATA, RESPONSE_TOPIC, SUBACK, parsed, publish, read_packet, text_property
+from processes import BIN, DEMO_UNIT, TIME_FACTOR, Broker, Unit, environment, scaled
+from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, field, record
 
 CONNECT_S = REQUEST_S = 0.4
 POURED_S = 30        # how long a peer keeps a program busy that waits
@@ -37,19 +38,41 @@ SUMMARY = re.compile(rb"==\d+==ERROR: LeakSanitizer: detected memory leaks|SUMMA
 RAW = re.compile(rb"[\0-\x08\x0b-\x1f\x7f]|\xe2\x80\xae")  # moves, colours or reorders a terminal's text
 
 
-class HostilePeer(Listening):
-    """Every connection has its own, repeatable, choice of mutations."""
+def messages(rng, program, prefix):
+    """What others send to a program that has just subscribed."""
+    correlation = text_property(CORRELATION_DATA, rng.randbytes(16))
+    request = [text_property(RESPONSE_TOPIC, b"clients/hostile/reply"), correlation, b"\x02" + struct.pack(">I", 5)]
+    sent = {
+        "unit": [(READ_TOPIC, b"", request), (READ_TOPIC, field(1, b"\xa0\x02\x07"), request),
+                 (WRITE_TOPIC, field(1, record(288, 1, 1, b"x")), request), (WRITE_TOPIC, b"", request),
+                 (BLOB_SET, rng.randbytes(rng.choice((1, 500, 100_000))), []),
+                 *((ANNOUNCEMENT, topic.encode(), []) for topic in (BLOB_GET, ANNOUNCEMENT))],
+        "monitor": [("a/x", rng.randbytes(n), [text_property(CONTENT_TYPE, b"text")] * (n % 2)) for n in (0, 9, 5000)],
+    }.get(program, [])
+    return [publish((prefix + topic).encode(), payload, *properties, qos=rng.choice((0, 1, 1, 2)), packet_id=1000 + n)
+            for n, (topic, payload, properties) in enumerate(sent)]
 
-    def __init__(self, seed):
-        self.seed, self.connections = seed, []
-        super().__init__()
+
+class HostilePeer(Proxy):
+    """Every connection has its own, repeatable, choice of mutations of what the broker says."""
+
+    def __init__(self, target, session):
+        self.session, self.connections = session, []
+        super().__init__(target)
 
     def serve(self, link):
-        rng = random.Random(f"{self.seed} {len(self.connections)}")
-        connection = HostileConnection(link, rng)
+        rng = random.Random(f"{self.session.name} {len(self.connections)}")
+        connection = HostileConnection(link, rng, self.passing)
         self.connections.append(connection)
-        with contextlib.suppress(OSError, IndexError, KeyError, UnicodeDecodeError):
-            connection.serve()
+        with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.target)) as broker:
+            self.links.append(broker)
+            threading.Thread(target=self.pump, args=(link, broker, bytearray(), None, None), daemon=True).start()
+            connection.serve(broker, lambda: messages(rng, self.session.program, self.session.prefix))
+        self.cut(link)
+
+    def close(self):
+        self.passing.set()
+        super().close()
 
     def story(self):
         return "; ".join(f"packet {c.mutator.at} at rate {c.mutator.rate}: {', '.join(c.mutator.done)}"
@@ -57,15 +80,16 @@ class HostilePeer(Listening):
 
 
 class HostileConnection:
-    def __init__(self, link, rng):
-        self.link, self.script, self.mutator = link, BrokerScript(rng), Mutator(rng)
+    def __init__(self, link, rng, passing):
+        self.link, self.mutator, self.passing = link, Mutator(rng), passing
         self.held, self.silent = b"", False
 
-    def serve(self):
-        with self.link.makefile("rb") as stream:
+    def serve(self, broker, messages_now):
+        with broker.makefile("rb") as stream:
             while (packet := read_packet(stream)) is not None:
-                for answer in self.script.answers(*packet):
-                    self.say(self.mutator.sent(answer))
+                answer = parsed(*packet)
+                for sent in [answer, *(messages_now() if answer.kind == SUBACK else [])]:
+                    self.say(self.mutator.sent(sent))
 
     def say(self, parts):
         held, self.held = self.held, b""
@@ -90,7 +114,7 @@ class HostileConnection:
     def stall(self, deaf=False):
         self.silent = True
         if deaf:
-            time.sleep(60)
+            self.passing.clear()
 
     def close_link(self):
         self.link.shutdown(socket.SHUT_RDWR)
@@ -124,14 +148,16 @@ class Session:
     """One program against one peer; `run` fills in what came of it."""
 
     def __init__(self, seed, number):
-        self.name = f"{seed}/{number}"
+        self.name, self.prefix = f"{seed}/{number}", ""
         rng = random.Random(self.name)
         self.program = rng.choices(list(PROGRAMS), [share for share, *_ in PROGRAMS.values()])[0]
         _, self.words, self.end_after, allowed = PROGRAMS[self.program]
+        if self.program == "unit":  # a broker serves one unit a prefix
+            self.prefix = f"{number}/"
         self.bound = scaled(CONNECT_S + allowed + STRETCH_S + MARGIN_S) + (self.end_after or 0)
 
-    def run(self):
-        self.peer = HostilePeer(self.name)
+    def run(self, broker):
+        self.peer = HostilePeer(broker.port, self)
         with tempfile.TemporaryDirectory(prefix="korvid-hostile-") as scratch, \
                 tempfile.TemporaryFile() as err, contextlib.closing(self.peer):
             words = [*self.words, *([f"{scratch}/unit.db"] if self.program == "unit" else [])]
@@ -145,11 +171,10 @@ class Session:
             self.err = err.read()
         return self
 
-    @staticmethod
-    def surroundings():
+    def surroundings(self):
         options = "exitcode=99:detect_leaks=1:fast_unwind_on_malloc=0:quarantine_size_mb=8:" + os.environ.get("ASAN_OPTIONS", "")
-        return {**environment(connect_timeout_ms=int(CONNECT_S * 1000), request_timeout_ms=int(REQUEST_S * 1000)),
-                "ASAN_OPTIONS": options}
+        return {**environment(connect_timeout_ms=int(CONNECT_S * 1000), request_timeout_ms=int(REQUEST_S * 1000),
+                              topic_prefix=self.prefix), "ASAN_OPTIONS": options}
 
     def end_of(self, process):
         """(status, peak in MB, whether it had to be killed)."""
@@ -201,7 +226,7 @@ def run(sessions, seed, lanes=12, only=None):
 
     def one(number):
         nonlocal slowest, peak
-        session = Session(seed, number).run()
+        session = Session(seed, number).run(broker)
         verdict = session.verdict()
         with lock:
             verdicts[verdict] += 1
@@ -210,8 +235,12 @@ def run(sessions, seed, lanes=12, only=None):
             peak = max(peak, session.peak_mb)
             if verdict in BAD or only is not None:
                 print(session, flush=True)
-    with concurrent.futures.ThreadPoolExecutor(lanes) as pool:
-        list(pool.map(one, numbers))
+    with tempfile.TemporaryDirectory(prefix="korvid-hostile-") as directory, contextlib.ExitStack() as stack:
+        broker = Broker(pathlib.Path(directory))
+        stack.callback(broker.stop)
+        stack.callback(Unit(pathlib.Path(directory), broker.port, "-i", DEMO_UNIT).stop)
+        with concurrent.futures.ThreadPoolExecutor(lanes) as pool:
+            list(pool.map(one, numbers))
     print(f"seed {seed}: {len(numbers)} sessions, {verdicts['fine']} fine, "
           f"of libmosquitto: {verdicts['known abort']} known aborts, {verdicts['known leak']} known leaks, "
           + ", ".join(f"{kind}: {verdicts[kind]}" for kind in BAD)

@@ -7,15 +7,23 @@ import dataclasses
 import random
 import struct
 
-from broker_script import told
 from protocol import varint
 from packets import (AUTH, CONNACK, CONNECT, DISCONNECT, PAIR, BYTE, FOUR, PINGRESP, PROPERTY_KINDS, PUBACK,
-                  PUBREL, SUBACK, TWO, UNSUBACK, VARIABLE, Packet, counted, publish)
+                  PUBREL, REASON_STRING, SUBACK, TWO, UNSUBACK, USER_PROPERTY, VARIABLE, Packet, counted, publish,
+                  text_property)
 
 HUGE = b"\xff\xff\xff\x7f"  # the largest remaining length
 TOPICS = (b"", b"+", b"#", b"a/\0/b", b"clients/korvid-0000000000000000/reply", b"system/vard/secstore/get",
           b"system/vard/sysparam/read", b"\xff\xfe", b"x" * 65535)
 STRINGS = (b"", b"\0", b"\xed\xa0\x80", b"\xff", b"clients/#", b"\x1b[2J\xe2\x80\xae", b"s" * 65535, b"plain")
+
+
+ERROR_TEXT = bytes([USER_PROPERTY]) + counted(b"error") + counted(b"the store is \xe2\x80\xaeon fire")
+
+
+def told(reason):
+    """A reason string as a hostile broker writes it: it reorders the terminal's text."""
+    return text_property(REASON_STRING, b"it says \xe2\x80\xae" + reason)
 
 
 def odd_property(rng):
@@ -85,6 +93,7 @@ MUTATIONS = {
     "huge length": lambda rng, p: [lengthened(p, rng.choice((HUGE, b"\xff\xff\xff\xff\x7f", b"\x80\x80\x80\x80")))],
     "wrong length inside": lambda rng, p: [with_a_wrong_length_inside(rng, p)],
     "odd properties": lambda rng, p: [with_odd_properties(rng, p).encoded()],
+    "error text": lambda rng, p: [dataclasses.replace(p, properties=[*(p.properties or []), ERROR_TEXT]).encoded()],
     "no properties": lambda rng, p: [dataclasses.replace(p, properties=None).encoded()],
     "other kind": lambda rng, p: [dataclasses.replace(p, kind=rng.randrange(16)).encoded()],
     "other flags": lambda rng, p: [dataclasses.replace(p, flags=rng.randrange(16)).encoded()],

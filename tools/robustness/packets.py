@@ -1,19 +1,18 @@
-"""MQTT 5 packets as parts, so that a single part can be spoilt, and the other side's packets read."""
+"""MQTT 5 packets as parts, so that a single part can be spoilt."""
 
 import dataclasses
 import struct
+
+from paho.mqtt.packettypes import PacketTypes
+from paho.mqtt.properties import Properties, VariableByteIntegers
 
 from protocol import varint
 
 CONNECT, CONNACK, PUBLISH, PUBACK, PUBREC, PUBREL, PUBCOMP = range(1, 8)
 SUBSCRIBE, SUBACK, UNSUBSCRIBE, UNSUBACK, PINGREQ, PINGRESP, DISCONNECT, AUTH = range(8, 16)
 
-BYTE, TWO, FOUR, VARIABLE, STRING, BINARY, PAIR = range(7)
-PROPERTY_KINDS = {
-    **dict.fromkeys((0x01, 0x17, 0x19, 0x24, 0x25, 0x28, 0x29, 0x2a), BYTE),
-    **dict.fromkeys((0x13, 0x21, 0x22, 0x23), TWO), **dict.fromkeys((0x02, 0x11, 0x18, 0x27), FOUR),
-    0x0b: VARIABLE, **dict.fromkeys((0x03, 0x08, 0x12, 0x15, 0x1a, 0x1c, 0x1f), STRING),
-    **dict.fromkeys((0x09, 0x16), BINARY), 0x26: PAIR}
+BYTE, TWO, FOUR, VARIABLE, BINARY, STRING, PAIR = range(7)  # paho's numbers
+PROPERTY_KINDS = {number: kind for number, (kind, _) in Properties(PacketTypes.CONNECT).properties.items()}
 RESPONSE_TOPIC, CORRELATION_DATA, CONTENT_TYPE, REASON_STRING, USER_PROPERTY = 0x08, 0x09, 0x03, 0x1f, 0x26
 
 
@@ -65,35 +64,14 @@ def read_packet(stream):
     return None
 
 
-class Fields:
-    """Reads a packet's body from its begin."""
-
-    def __init__(self, body):
-        self.body, self.at = body, 0
-
-    def take(self, count):
-        self.at += count
-        return self.body[self.at - count:self.at]
-
-    def number(self, size):
-        return int.from_bytes(self.take(size), "big")
-
-    def variable(self):
-        value = shift = 0
-        while (byte := self.number(1)) > 127:
-            value, shift = value | (byte & 127) << shift, shift + 7
-        return value | byte << shift
-
-    def counted(self):
-        return self.take(self.number(2))
-
-    def properties(self):
-        """Number -> last value, strings and data as bytes."""
-        found, end = {}, self.variable() + self.at
-        read = {BYTE: lambda: self.number(1), TWO: lambda: self.number(2), FOUR: lambda: self.number(4),
-                VARIABLE: self.variable, STRING: self.counted, BINARY: self.counted,
-                PAIR: lambda: (self.counted(), self.counted())}
-        while self.at < end:
-            number = self.number(1)
-            found[number] = read[PROPERTY_KINDS[number]]()
-        return found
+def parsed(first, body):
+    """A broker's packet."""
+    kind, flags = first >> 4, first & 15
+    head = {CONNACK: 2, SUBACK: 2, UNSUBACK: 2, DISCONNECT: 1}.get(kind, 3)
+    if kind == PUBLISH:
+        head = 2 + int.from_bytes(body[:2], "big") + (2 if flags & 6 else 0)
+    if len(body) <= head:
+        return Packet(kind, flags, body)
+    length, size = VariableByteIntegers.decode(body[head:head + 4])
+    begin, end = head + size, head + size + length
+    return Packet(kind, flags, body[:head], [body[begin:end]], body[end:])
