@@ -1,7 +1,6 @@
 // What is typed: OTAIDs, values, topic filters; and what of any text a terminal gets to see.
 #include <mosquitto.h>
 
-#include <algorithm>
 #include <stdexcept>
 
 #include "commands/interpretation.h"
@@ -13,22 +12,16 @@
 
 namespace {
 
-using commands::Interpretation;
-
-std::string bytes_of(Interpretation interpretation, std::vector<std::string> values) {
-    values.insert(values.begin(), commands::FIRST_VALUE, "");
-    return commands::interpret_value(interpretation, values);
-}
-
-/// An OTAID is whole or may have more behind it; values have the bytes that their notation calls for.
-void check_typed(const std::vector<std::string>& texts) try {
-    const std::string& text = texts.front();
-    require(bytes_of(Interpretation::STRING, texts) == text && bytes_of(Interpretation::DEC, texts).size() <= 8);
-    require(bytes_of(Interpretation::HEX, texts).size() == std::min<std::size_t>(8, (text.size() + 1) / 2));
-    require(bytes_of(Interpretation::BYTES, texts).size() == texts.size());
+void check_typed(std::vector<std::string> values) try {
+    const std::string text = values.front();
     const auto whole = program::parse_whole_otaid(text);
     const auto first = whole ? commands::otaid_of_argument(text) : std::nullopt;
     require(!first || *whole == static_cast<std::uint32_t>(*first));
+    values.insert(values.begin(), commands::FIRST_VALUE, "");
+    using commands::Interpretation;
+    for (const auto as : {Interpretation::BYTES, Interpretation::DEC, Interpretation::HEX}) {
+        commands::interpret_value(as, values);
+    }
 } catch (const std::logic_error&) {
     return;  // refused
 }
@@ -39,12 +32,14 @@ void check_filter(const std::string& filter, const std::string& topic) {
     require(topic_matches("$share/g/" + filter, topic) == topic_matches(filter, topic));
 }
 
+bool is_utf8(const std::string& text) {
+    return mosquitto_validate_utf8(text.data(), static_cast<int>(text.size())) == MOSQ_ERR_SUCCESS;
+}
+
 void check_shown(const std::string& text) {
     const std::string shown = lapi_mqtt::printable(text);
-    require(lapi_mqtt::printable(shown) == shown && shown.size() >= text.size());
-    require(mosquitto_validate_utf8(shown.data(), static_cast<int>(shown.size())) == MOSQ_ERR_SUCCESS);
-    const bool is_utf8 = mosquitto_validate_utf8(text.data(), static_cast<int>(text.size())) == MOSQ_ERR_SUCCESS;
-    require(lapi_mqtt::is_text(text) == is_utf8);
+    require(lapi_mqtt::printable(shown) == shown && is_utf8(shown));
+    require(lapi_mqtt::is_text(text) == is_utf8(text));
 }
 
 }  // namespace
