@@ -10,7 +10,8 @@ namespace {
 using ecu::lapi::pb::SystemParameterEntry;
 using ecu::lapi::var::ParameterMap;
 
-const std::vector<std::string> LEVELS{"EMERG", "ALERT", "CRITICAL", "ERROR", "WARNING", "NOTICE", "INFO", "DEBUG"};
+const std::vector<std::string> LEVELS{"EMERG",   "ALERT",  "CRITICAL", "ERROR",
+                                      "WARNING", "NOTICE", "INFO",     "DEBUG"};
 std::mutex recording;
 
 class TransportClient : public ecu::lapi::com::ITransportClient {
@@ -24,7 +25,9 @@ public:
     void start() override { lapi().record("start"); }
     void stop() override { lapi().record("stop"); }
 
-    void publish(const std::string& topic, const Message&) override { lapi().record("publish " + topic); }
+    void publish(const std::string& topic, const Message&) override {
+        lapi().record("publish " + topic);
+    }
     void subscribe(const std::string& topic, int qos, Observer observer) override {
         lapi().record("subscribe " + topic + " " + std::to_string(qos));
         lapi().subscribed.emplace_back(topic, observer);
@@ -40,7 +43,8 @@ class SystemParameterClient : public ecu::lapi::var::ISystemParameterClient {
 public:
     ~SystemParameterClient() override { lapi().record("release sysparams"); }
 
-    std::pair<bool, SystemParameterEntry> get_parameter(std::uint32_t otaid, int reserved) override {
+    std::pair<bool, SystemParameterEntry> get_parameter(std::uint32_t otaid,
+                                                        int reserved) override {
         lapi().record("get_parameter " + std::to_string(otaid) + " " + std::to_string(reserved));
         const bool found = lapi().parameters.count(otaid) != 0;
         return {found, found ? lapi().parameters[otaid] : SystemParameterEntry()};
@@ -72,7 +76,8 @@ Lapi& lapi() {
     return the_one;
 }
 
-SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did, std::uint32_t xcpid, const std::string& data) {
+SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did, std::uint32_t xcpid,
+                           const std::string& data) {
     SystemParameterEntry record;
     record.set_otaid(otaid);
     record.set_did(did);
@@ -103,8 +108,8 @@ bool config::Configuration::verify() const {
     return true;
 }
 
-std::shared_ptr<com::ITransportClient> com::create_client(std::unique_ptr<config::Configuration>& config,
-                                                          TransportType type) {
+std::shared_ptr<com::ITransportClient> com::create_client(
+    std::unique_ptr<config::Configuration>& config, TransportType type) {
     fake::lapi().record("create_client " + std::to_string(static_cast<int>(type)));
     config.reset();
     return fake::lapi().creates_client ? fake::transport() : nullptr;
@@ -113,7 +118,8 @@ std::shared_ptr<com::ITransportClient> com::create_client(std::unique_ptr<config
 std::shared_ptr<var::ISystemParameterClient> var::create_sysparams_client(
     std::shared_ptr<com::ITransportClient> /*transport*/) {
     fake::lapi().record("create_sysparams_client");
-    return fake::lapi().creates_sysparams ? std::make_shared<fake::SystemParameterClient>() : nullptr;
+    return fake::lapi().creates_sysparams ? std::make_shared<fake::SystemParameterClient>()
+                                          : nullptr;
 }
 
 void logging::set_log_mode(LogMode mode) {
@@ -130,8 +136,8 @@ int logging::get_log_level() {
 
 namespace logging {
 
-_internal::LogStream ERROR(LEVEL_ERROR), WARNING(LEVEL_WARNING), NOTICE(LEVEL_NOTICE), INFO(LEVEL_INFO),
-    DEBUG(LEVEL_DEBUG);
+_internal::LogStream ERROR(LEVEL_ERROR), WARNING(LEVEL_WARNING), NOTICE(LEVEL_NOTICE),
+    INFO(LEVEL_INFO), DEBUG(LEVEL_DEBUG);
 
 }
 
@@ -163,7 +169,8 @@ LogStream::LogStream(Level level_of_stream) : std::ostream(nullptr), stream_leve
 
 void LogStream::do_flush() {
     const std::lock_guard<std::mutex> lock(fake::recording);
-    fake::lapi().records.push_back(fake::LEVELS.at(static_cast<std::size_t>(stream_level)) + ": " + buffer.take());
+    fake::lapi().records.push_back(fake::LEVELS.at(static_cast<std::size_t>(stream_level)) + ": " +
+                                   buffer.take());
 }
 
 }  // namespace logging::_internal

@@ -16,8 +16,8 @@ namespace fake {
 using Observer = std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>;
 
 /// A parameter record.
-ecu::lapi::pb::SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did, std::uint32_t xcpid,
-                                          const std::string& data);
+ecu::lapi::pb::SystemParameterEntry entry(std::uint32_t otaid, std::uint32_t did,
+                                          std::uint32_t xcpid, const std::string& data);
 
 /// What the library is told, and what was asked of it. Only `record` and the log are safe to use
 /// from several threads.

@@ -1,6 +1,5 @@
 #include <fcntl.h>
 
-#include "command_line.h"
 #include "monitor/run.h"
 #include "over_fake_lapi.h"
 
@@ -11,7 +10,9 @@ using Monitor = OverFakeLapi;
 /// Ends with the status of a monitor whose standard output is `output`, and whose one topic gets a
 /// message at once.
 [[noreturn]] void print_to(int output) {
-    fake::lapi().on_subscribe = [](const auto& topic, const auto& observer) { observer->message(topic, {}); };
+    fake::lapi().on_subscribe = [](const auto& topic, const auto& observer) {
+        observer->message(topic, {});
+    };
     dup2(output, STDOUT_FILENO);
     close(output);
     _exit(10 + invoke(monitor::run, {"a"}));

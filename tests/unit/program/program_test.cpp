@@ -4,7 +4,7 @@
 #include <csignal>
 #include <thread>
 
-#include "command_line.h"
+#include "over_fake_lapi.h"
 #include "program/options.h"
 #include "program/otaid.h"
 #include "program/termination.h"
@@ -27,8 +27,9 @@ std::string parsed(const Strings& words) {
     bool flag = false;
     std::string text = "none";
     const auto parse = [&](int argc, char** argv) {
-        return parse_command_line(argc, argv, {"p", "", "", ""},
-                                  {flag_option('f', "flag", "", flag), text_option(0, "text", "T", "", text)}, {});
+        return parse_command_line(
+            argc, argv, {"p", "", "", ""},
+            {flag_option('f', "flag", "", flag), text_option(0, "text", "T", "", text)}, {});
     };
     try {
         std::string shown;
@@ -57,7 +58,8 @@ constexpr std::chrono::seconds LEAVE_TIMEOUT{1};
 constexpr int LEFT = 7;
 
 /// Waits in a process of its own, then leaves as `leave` does.
-void wait_and(void (*leave)(), WaitEnd expected, steady_clock::duration deadline = std::chrono::hours(1)) {
+void wait_and(void (*leave)(), WaitEnd expected,
+              steady_clock::duration deadline = std::chrono::hours(1)) {
     end_at_termination_signals();
     std::thread ending([expected] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -87,7 +89,8 @@ TEST(Termination, EndsTheStartTheWaitAndTheLeaving) {
     EXPECT_EXIT(wait_and(at_once, WaitEnd::signal), with(LEFT), "");
     EXPECT_EXIT(signal_ahead_of_the_wait(), with(LEFT), "");
     EXPECT_EXIT(wait_and(at_once, WaitEnd::event), with(LEFT), "");
-    EXPECT_EXIT(wait_and(at_once, WaitEnd::deadline, std::chrono::milliseconds(100)), with(LEFT), "");
+    EXPECT_EXIT(wait_and(at_once, WaitEnd::deadline, std::chrono::milliseconds(100)), with(LEFT),
+                "");
     EXPECT_EXIT(wait_and(signalled_again, WaitEnd::signal), with(0), "");
     EXPECT_EXIT(wait_and(never, WaitEnd::signal), with(0), "");
     EXPECT_EXIT(wait_and(never, WaitEnd::event), with(1), "");

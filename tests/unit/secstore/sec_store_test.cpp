@@ -8,7 +8,6 @@
 namespace {
 
 using ecu::lapi::com::Message;
-using std::chrono::steady_clock;
 
 const Strings BOTH{"subscribe system/vard/secstore/get 0", "unsubscribe system/vard/secstore/get"};
 
@@ -20,10 +19,10 @@ class SecureStore : public OverFakeLapi {
 protected:
     SecureStore() { lapi.log_level = ecu::lapi::logging::LEVEL_DEBUG; }
 
-    /// Delivers inside the subscription.
-    void deliver(const std::string& topic, const Message& message) {
-        lapi.on_subscribe = [topic, message](const std::string&, const auto& observer) {
-            observer->message(topic, message);
+    /// Inside the subscription.
+    void deliver(const std::string& bytes) {
+        lapi.on_subscribe = [bytes](const std::string& topic, const auto& observer) {
+            observer->message(topic, blob(bytes));
         };
     }
     /// The observer that the library still holds no longer reaches the store.
@@ -38,10 +37,8 @@ protected:
 
 TEST_F(SecureStore, TakesABlobThatArrivesInsideTheSubscriptionAndOnlyOnce) {
     const std::string bytes("\0\xff z\0", 5);
-    deliver(protocol::SECSTORE_GET_TOPIC, blob(bytes));
-    const auto start = steady_clock::now();
+    deliver(bytes);
     EXPECT_EQ(store->get_data(), bytes);
-    EXPECT_LT(steady_clock::now() - start, std::chrono::seconds(5));
     EXPECT_EQ(lapi.calls, BOTH);
     EXPECT_EQ(lapi.subscribed, lapi.unsubscribed);
     EXPECT_EQ(lapi.records, Strings{"DEBUG: Message on GET_TOPIC, payload: 5"});
@@ -63,9 +60,9 @@ TEST_F(SecureStore, TakesTheFirstBlobOfItsOwnTopicOnly) {
 }
 
 TEST_F(SecureStore, LeavesNothingBehindWhenTheLibraryThrows) {
-    deliver(protocol::SECSTORE_GET_TOPIC, blob("kept"));
+    deliver("first");
     lapi.errors[BOTH.back()] = "gone";
-    EXPECT_EQ(store->get_data(), "kept");
+    EXPECT_EQ(store->get_data(), "first");
     expect_no_forwarding();
     lapi.on_subscribe = [](const auto&, const auto&) { throw std::bad_alloc(); };
     EXPECT_THROW(store.emplace(client).get_data(), std::bad_alloc);
@@ -74,8 +71,7 @@ TEST_F(SecureStore, LeavesNothingBehindWhenTheLibraryThrows) {
 }
 
 TEST_F(SecureStore, LoadsEveryByteOfAFileWithoutWastingMemory) {
-    std::string bytes(" \r\n\0\xff", 5);
-    for (int i = 0; bytes.size() < 1'000'000; ++i) bytes += std::to_string(i);
+    const std::string bytes = std::string(1'000'000, 'x') + std::string(" \r\n\0\xff", 5);
     const std::string content = SecStore::read_file_to_str(write_file(bytes));
     EXPECT_TRUE(content == bytes);
     EXPECT_EQ(content.capacity(), bytes.size());

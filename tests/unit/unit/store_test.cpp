@@ -20,13 +20,11 @@ using Bytes = std::vector<std::uint8_t>;
 struct UnitStore : testing::Test {
     UnitStore() { std::filesystem::create_directories(folder); }
     ~UnitStore() override { std::filesystem::remove_all(folder); }
-    bool opens() const {
-        try {
-            Store store(path);
-            return true;
-        } catch (const SqliteError&) {
-            return false;
-        }
+    bool opens() const try { return Store(path), true; } catch (const SqliteError&) {
+        return false;
+    }
+    void execute(const std::string& sql) const {
+        unit::Database(path, unit::Database::Access::read_write).execute(sql.c_str());
     }
     const std::string folder = testing::TempDir() + "korvid-store-" + std::to_string(getpid());
     const std::string path = folder + "/unit?1%.db";
@@ -53,25 +51,26 @@ TEST_F(UnitStore, TakesNewFilesAndRefusesThoseThatAreNotItsOwn) {
     const auto opens_after = [&](const std::string& sql, bool on_own) {
         std::filesystem::remove(path);
         if (on_own) Store store(path);
-        unit::Database(path, unit::Database::Access::read_write).execute(sql.c_str());
+        execute(sql);
         return opens();
     };
     EXPECT_TRUE(opens_after("", false)) << "nothing in it";
     EXPECT_TRUE(opens_after("CREATE TABLE t (x); DROP TABLE t; VACUUM", false));
     EXPECT_TRUE(opens_after("ANALYZE", true));
-    for (const std::string other : {"CREATE TABLE parameter (otaid)", "PRAGMA application_id = 7"}) {
+    for (const std::string other :
+         {"CREATE TABLE parameter (otaid)", "PRAGMA application_id = 7"}) {
         EXPECT_FALSE(opens_after(other, false)) << other;
         EXPECT_FALSE(opens_after(other + ";" + mark, false)) << other;
     }
-    EXPECT_FALSE(opens_after("CREATE TRIGGER t AFTER INSERT ON secstore BEGIN SELECT 1; END", true));
+    EXPECT_FALSE(
+        opens_after("CREATE TRIGGER t AFTER INSERT ON secstore BEGIN SELECT 1; END", true));
     std::ofstream(path) << "not a database, but long enough to be taken for the header of one ...";
     EXPECT_FALSE(opens());
 }
 
 TEST_F(UnitStore, RunsNoTriggerThatWasAddedWhileItIsOpen) {
     Store store(path);
-    unit::Database(path, unit::Database::Access::read_write)
-        .execute("CREATE TRIGGER t AFTER INSERT ON secstore BEGIN DELETE FROM secstore; END");
+    execute("CREATE TRIGGER t AFTER INSERT ON secstore BEGIN DELETE FROM secstore; END");
     store.replace_blob({7});
     EXPECT_EQ(store.blob(), Bytes{7});
 }
@@ -81,7 +80,8 @@ TEST_F(UnitStore, IsItsOwnersAndTakesNothingOnceAFileOfItIsGone) {
         Store store(path);
         store.replace_blob({1});
         const std::string file = path + suffix;
-        EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600)) << file;
+        EXPECT_EQ(std::filesystem::status(file).permissions(), std::filesystem::perms(0600))
+            << file;
         std::filesystem::rename(file, folder + "/moved");
         std::ofstream(file) << "replacement";
         EXPECT_THROW(store.replace_blob({2}), std::runtime_error) << file;
@@ -89,29 +89,25 @@ TEST_F(UnitStore, IsItsOwnersAndTakesNothingOnceAFileOfItIsGone) {
         EXPECT_EQ(store.blob(), Bytes{1}) << file;
         for (const char* gone : {"", "-wal", "-shm"}) std::filesystem::remove(path + gone);
         EXPECT_THROW(store.replace_blob({2}), std::runtime_error) << file;
-        EXPECT_EQ(Store(file == path ? folder + "/moved" : path).blob(), file == path ? Bytes{1} : Bytes());
+        EXPECT_EQ(Store(file == path ? folder + "/moved" : path).blob(),
+                  file == path ? Bytes{1} : Bytes());
     }
 }
 
-std::function<void()> at_commit = [] {};
+std::string removed_at_commit;
 
-/// For every database that is opened from now on.
-void hook_commits() {
+TEST_F(UnitStore, AcknowledgesNothingThatWentIntoAFileDeletedDuringTheCommit) {
+    const auto remove_file = [](void*) { return std::filesystem::remove(removed_at_commit), 0; };
+    static const auto hook = +remove_file;
     const auto add_hook = [](sqlite3* database, char**, const sqlite3_api_routines*) {
-        sqlite3_commit_hook(
-            database, [](void*) { return at_commit(), 0; }, nullptr);
+        sqlite3_commit_hook(database, hook, nullptr);
         return SQLITE_OK;
     };
     sqlite3_auto_extension(reinterpret_cast<void (*)()>(+add_hook));
-}
-
-TEST_F(UnitStore, AcknowledgesNothingThatWentIntoAFileDeletedDuringTheCommit) {
-    hook_commits();
     Store store(path);
-    at_commit = [this] { std::filesystem::remove(path); };
-    EXPECT_THROW(store.replace_blob({1}), std::runtime_error);
-    at_commit = [] {};
     sqlite3_reset_auto_extension();
+    removed_at_commit = path;
+    EXPECT_THROW(store.replace_blob({1}), std::runtime_error);
 }
 
 TEST_F(UnitStore, BoundsWhatOneRequestMayHold) {
@@ -123,7 +119,8 @@ TEST_F(UnitStore, BoundsWhatOneRequestMayHold) {
     };
     const std::size_t max = 262'144, packed = max + 1;
     const Bytes head{0x0a, 0x81, 0x80, 0x10};  // a field of so many bytes
-    EXPECT_EQ(service.write(repeated({0x0a, 2, 8, 5}, max)).payload, (Bytes{0x10, 0x80, 0x80, 0x10}));
+    EXPECT_EQ(service.write(repeated({0x0a, 2, 8, 5}, max)).payload,
+              (Bytes{0x10, 0x80, 0x80, 0x10}));
     EXPECT_EQ(service.read(repeated({8, 5}, max)).payload, (Bytes{0x0a, 2, 8, 5, 0x10, 1}));
     EXPECT_THROW(service.write(repeated({0x0a, 2, 8, 5}, max + 1)), std::runtime_error);
     EXPECT_THROW(service.read(repeated({8, 5}, max + 1)), std::runtime_error);

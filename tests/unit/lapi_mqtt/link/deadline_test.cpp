@@ -19,18 +19,29 @@ struct Update {
 
 void expect(const char* what, std::uint64_t send_end, std::initializer_list<Update> updates) {
     const Deadline::Clock::time_point begin{};
-    Deadline deadline({milliseconds(1000), milliseconds(5000)}, begin, {{500, 700}, 0}, send_end);
+    Deadline::Timeouts timeouts{};
+    timeouts.idle = milliseconds(1000);
+    timeouts.total = milliseconds(5000);
+    lapi_mqtt::Movement movement;
+    movement.traffic.bytes_acked = 500;
+    movement.traffic.bytes_received = 700;
+    Deadline deadline(timeouts, begin, movement, send_end);
     EXPECT_EQ(deadline.time(), begin + milliseconds(1000));
-    for (const auto& [at, acked, received, unrelated_end, end] : updates) {
-        deadline.update(begin + milliseconds(at), {{acked, received}, unrelated_end});
-        EXPECT_EQ(deadline.time() - begin, milliseconds(end)) << what << " at " << at;
+    for (const auto& update : updates) {
+        movement.traffic.bytes_acked = update.acked;
+        movement.traffic.bytes_received = update.received;
+        movement.unrelated_end = update.unrelated_end;
+        deadline.update(begin + milliseconds(update.at), movement);
+        EXPECT_EQ(deadline.time() - begin, milliseconds(update.end)) << what << " at " << update.at;
     }
 }
 
 TEST(Deadline, IsMovedByItsOwnTrafficAlone) {
-    expect("its own request goes out", 90'000, {{400, 50'000, 700, 0, 1400}, {900, 90'000, 700, 0, 1900}});
+    expect("its own request goes out", 90'000,
+           {{400, 50'000, 700, 0, 1400}, {900, 90'000, 700, 0, 1900}});
     expect("what others send goes out", 600, {{400, 50'000, 700, 0, 1000}});
-    expect("a large packet comes in", 0, {{500, 500, 9'000, 0, 1500}, {1400, 500, 20'000, 0, 2400}});
+    expect("a large packet comes in", 0,
+           {{500, 500, 9'000, 0, 1500}, {1400, 500, 20'000, 0, 2400}});
     expect("it was unrelated", 0, {{500, 500, 9'000, 0, 1500}, {900, 500, 20'000, 20'000, 1000}});
     expect("the next one may be its own", 0, {{900, 500, 20'000, 15'000, 1900}});
     expect("a trickle", 0, {{500, 1'000, 1'000, 0, 1000}, {900, 1'500, 1'700, 0, 1000}});
@@ -52,7 +63,8 @@ TEST(ReconnectDelay, GrowsUntilAConnectionHasLasted) {
     for (const int ms : {10'000, 10, 4'999}) lost_after(ms);
     for (int n = 0; n < 7; ++n) delay.next();
     lost_after(5'000);
-    EXPECT_THAT(limits, testing::ElementsAre(100, 200, 400, 800, 1600, 3200, 6400, 12800, 25600, 30000, 100));
+    EXPECT_THAT(limits, testing::ElementsAre(100, 200, 400, 800, 1600, 3200, 6400, 12800, 25600,
+                                             30000, 100));
     ReconnectDelay random;
     std::set<long> drawn;
     for (int n = 0; n < 30; ++n) drawn.insert(random.next().count());

@@ -50,17 +50,20 @@ TEST(FailureHints, AreTheSameWithEveryVersionOfTheTlsLibraries) {
         {"", MOSQ_ERR_CONN_LOST, ECONNRESET, "ac", with},
         {"", MOSQ_ERR_TLS, EPROTO, "ac", with},
         {"", MOSQ_ERR_ERRNO, EPROTO, "ac", with},
-        {"", MOSQ_ERR_ERRNO, ECONNRESET, "", closed + "expect TLS on this port? (no ca_file is set)"},
+        {"", MOSQ_ERR_ERRNO, ECONNRESET, "",
+         closed + "expect TLS on this port? (no ca_file is set)"},
     };
     for (const auto& [reason, result, system_error, files, text] : table) {
         Failure failure;
-        failure.tls_error = lapi_mqtt::tls_error_in(std::string("OpenSSL Error[0]: error:0A0:SSL routines::") + reason);
+        failure.tls_error = lapi_mqtt::tls_error_in(
+            std::string("OpenSSL Error[0]: error:0A0:SSL routines::") + reason);
         if (failure.tls_error.find("alert") != std::string::npos) failure.tls_alert = "unknown CA";
         failure.result = result;
         failure.system_error = system_error;
         expect(failure, files, text);
         failure.was_accepted = true;
-        if (text.find(closed) != std::string::npos) expect(failure, files, "the connection was closed");
+        if (text.find(closed) != std::string::npos)
+            expect(failure, files, "the connection was closed");
     }
 }
 

@@ -8,9 +8,6 @@ namespace {
 
 using ecu::lapi::com::Message;
 using lapi_mqtt::TransportError;
-using testing::HasSubstr;
-using testing::Pair;
-using testing::ThrowsMessage;
 
 std::vector<std::uint8_t> bytes(const std::string& hex) {
     std::vector<std::uint8_t> out;
@@ -33,6 +30,10 @@ struct ScriptedService : lapi_mqtt::IRequester {
     TransportError::Kind failure = TransportError::Kind::outcome_unknown;
     std::vector<std::pair<std::string, std::vector<std::uint8_t>>> requests;
 };
+
+auto fails(const std::string& pattern) {
+    return testing::ThrowsMessage<TransportError>(testing::MatchesRegex(pattern));
+}
 
 // Encoded by hand: the record 288 with DID 255, XCPID 10 and the data "Hi"; the record
 // 4294967295 with nothing but its OTAID.
@@ -60,10 +61,9 @@ TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
     };
     for (const auto& reply : malformed) {
         service->replies = {reply, reply};
-        const auto malformed_reply = ThrowsMessage<TransportError>(HasSubstr("malformed"));
-        EXPECT_THAT([this] { client.get_parameter(288, 0); }, malformed_reply) << reply;
+        EXPECT_THAT([&] { client.get_parameter(288, 0); }, fails(".*malformed.*")) << reply;
         if (reply.find(LAST) != std::string::npos) continue;
-        EXPECT_THAT([this] { client.get_parameters(0); }, malformed_reply) << reply;
+        EXPECT_THAT([&] { client.get_parameters(0); }, fails(".*malformed.*")) << reply;
     }
 }
 
@@ -74,8 +74,9 @@ TEST_F(ParameterClient, SendsOnlyTheFieldsThatDiffer) {
     parameters[5].set_otaid(5);
     client.set_parameters(parameters);
     EXPECT_TRUE(client.write_parameters().first);
-    EXPECT_THAT(service->requests.back(),
-                Pair("system/vard/sysparam/write", bytes("0a 02 08 05 0a 06 08 a0 02 22 01 78")));
+    EXPECT_THAT(
+        service->requests.back(),
+        testing::Pair("system/vard/sysparam/write", bytes("0a 02 08 05 0a 06 08 a0 02 22 01 78")));
     parameters = client.get_parameters(0);
     client.set_parameters(parameters);
     EXPECT_TRUE(client.write_parameters().first);
@@ -90,19 +91,17 @@ TEST_F(ParameterClient, TellsRefusedUnknownAndFailedWritesApart) {
     const auto [written, refused] = client.write_parameters();
     EXPECT_FALSE(written);
     EXPECT_EQ(refused.count(7), 1U);
-    const auto expect_failure = [this](const std::string& pattern) {
-        EXPECT_THAT([this] { client.write_parameters(); },
-                    ThrowsMessage<TransportError>(testing::MatchesRegex(pattern)));
-    };
+    const auto write = [this] { client.write_parameters(); };
     for (const auto* reply : {"", "10 02", "0a 02 07 08 10 00", "0a 01 07 10 01", "ff"}) {
         service->replies = {reply};
-        expect_failure("malformed.*may or may not.*");
+        EXPECT_THAT(write, fails("malformed.*may or may not.*"));
     }
-    expect_failure("cause; the parameter may or may not have been written, check with get");
+    EXPECT_THAT(write,
+                fails("cause; the parameter may or may not have been written, check with get"));
     service->failure = TransportError::Kind::failed;
-    expect_failure("cause");
+    EXPECT_THAT(write, fails("cause"));
     service->failure = TransportError::Kind::no_matching_subscribers;
-    expect_failure("no parameter service is listening: cause");
+    EXPECT_THAT(write, fails("no parameter service is listening: cause"));
 }
 
 }  // namespace

@@ -27,7 +27,10 @@ TEST(Subscriptions, GiveAMessageOnceToAnObserver) {
     const auto one = std::make_shared<Silent>(), other = std::make_shared<Silent>();
     lapi_mqtt::Subscriptions subscriptions;
     for (const auto& [filter, observer] : {std::pair("a/#", one), {"a/b", one}, {"a/b", other}}) {
-        subscriptions.add({filter, 0, lapi_mqtt::RetainHandling::do_not_send, observer});
+        lapi_mqtt::Subscriptions::Entry entry{};
+        entry.filter = filter;
+        entry.observer = observer;
+        subscriptions.add(entry);
     }
     EXPECT_THAT(subscriptions.receivers("a/b"), ElementsAre(one, other));
     EXPECT_THAT(subscriptions.receivers("a/c"), ElementsAre(one));

@@ -23,18 +23,29 @@ Message text(const std::string& bytes, char qos = '\0') {
     return message;
 }
 
-struct Noting : ecu::lapi::com::ISubscriptionObserver {
-    void message(const std::string& topic, const Message&) override {
-        const std::lock_guard<std::mutex> lock(mutex);
-        topics.push_back(topic);
-    }
-    std::vector<std::string> seen() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return topics;
-    }
-    std::mutex mutex;
-    std::vector<std::string> topics;
+struct Silent : ecu::lapi::com::ISubscriptionObserver {
+    void message(const std::string&, const Message&) override {}
 };
+
+/// A request's properties.
+lapi_mqtt::PublishProperties asked(const char* response_topic, const char* correlation = "c") {
+    lapi_mqtt::PublishProperties properties;
+    properties.response_topic = response_topic;
+    properties.correlation_data = correlation;
+    properties.timeout = milliseconds(900);
+    return properties;
+}
+
+Reason reason(int code, const char* text = "") {
+    Reason made;
+    made.code = code;
+    made.text = text;
+    return made;
+}
+
+auto fails(const char* words) {
+    return ThrowsMessage<TransportError>(HasSubstr(words));
+}
 
 struct Transport : testing::Test {
     Transport() {
@@ -45,22 +56,30 @@ struct Transport : testing::Test {
     }
     ~Transport() override { client.reset(); }
 
-    lapi_mqtt::TransportClient& connected() {
-        client = std::make_unique<lapi_mqtt::TransportClient>(settings, presence, [this](auto& events) {
+    void connected(bool has_presence = false) {
+        if (has_presence) {
+            presence.emplace();
+            presence->topic = "here";
+            presence->present = "yes";
+            presence->absent = "no";
+        }
+        const auto make = [this](auto& events) {
             return std::make_unique<fake::ScriptedConnection>(broker, events);
-        });
+        };
+        client = std::make_unique<lapi_mqtt::TransportClient>(settings, presence, make);
         client->connect();
         client->start();
-        return *client;
     }
     bool await_sent(const std::string& packet) {
-        return broker.await(
-            [&] { return std::find(broker.packets.begin(), broker.packets.end(), packet) != broker.packets.end(); });
+        return broker.await([&] { return testing::Value(broker.packets, Contains(packet)); });
+    }
+    void serve(std::function<void()> action = [] {}) {
+        client->serve("s", [action](const Message&) { return action(), text("!"); });
     }
     /// Answers packets that begin so with a reason, or not at all.
-    void script(const std::string& begin, std::optional<Reason> reason) {
-        broker.answer = [begin, reason, usual = broker.answer](const auto& packet) {
-            return packet.rfind(begin, 0) == 0 ? reason : usual(packet);
+    void script(const std::string& begin, std::optional<Reason> given) {
+        broker.answer = [begin, given, usual = broker.answer](const auto& packet) {
+            return packet.rfind(begin, 0) == 0 ? given : usual(packet);
         };
     }
 
@@ -76,27 +95,24 @@ TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
     connected();
     script("publish units/7/t", std::nullopt);
     script("subscribe clients/", std::nullopt);
-    EXPECT_THAT(
-        [this] { client->request("t", text("?")); },
-        ThrowsMessage<TransportError>(HasSubstr("/reply on the broker at unit:1883: the broker does not answer")));
+    const auto request = [this] { client->request("t", text("?")); };
+    EXPECT_THAT(request, fails("/reply on the broker at unit:1883: the broker does not answer"));
     ASSERT_EQ(broker.sent().size(), 1U);
     const std::string reply_topic = broker.sent().front().substr(10, 35);
-    script("subscribe clients/", Reason{0x87, "Not authorized (ask the admin)"});
-    EXPECT_THAT([this] { client->request("t", text("?")); },
-                ThrowsMessage<TransportError>(HasSubstr("Not authorized (ask the admin)")));
-    script("subscribe clients/", Reason{1, ""});
+    script("subscribe clients/", reason(0x87, "Not authorized (ask the admin)"));
+    EXPECT_THAT(request, fails("Not authorized (ask the admin)"));
+    script("subscribe clients/", reason(1));
     const auto start = std::chrono::steady_clock::now();
     std::thread unrelated([&] {  // as many as there are, none of them stretches the wait
         for (int n = 0; n < 50; ++n, std::this_thread::sleep_for(milliseconds(10))) {
             std::unique_lock<std::mutex> lock(broker.mutex);
             broker.traffic.bytes_received += 100'000;
             lock.unlock();
-            broker.send(reply_topic, "another's", {"", "other", "", {}, {}});
+            broker.send(reply_topic, "another's", asked("", "other"));
         }
     });
-    EXPECT_THAT([this] { client->request("t", text("?")); },
-                ThrowsMessage<TransportError>(
-                    HasSubstr("request units/7/t on the broker at unit:1883: no reply within 300 ms")));
+    EXPECT_THAT(request,
+                fails("request units/7/t on the broker at unit:1883: no reply within 300 ms"));
     EXPECT_LT(std::chrono::steady_clock::now() - start, milliseconds(450));
     unrelated.join();
     EXPECT_EQ(broker.properties.back().content_type, "application/x-protobuf");
@@ -105,11 +121,11 @@ TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
 
 TEST_F(Transport, ForgetsAnObserverWhoseSubscriptionFails) {
     connected();
-    auto observer = std::make_shared<Noting>();
-    script("subscribe a", Reason{0x8f, "Topic filter invalid"});
-    EXPECT_THAT([&] { client->subscribe("a", 0, observer); }, ThrowsMessage<TransportError>(HasSubstr("Topic filter")));
-    script("subscribe b", Reason{0, ""});
-    script(announced, Reason{0x10, ""});
+    const auto observer = std::make_shared<Silent>();
+    script("subscribe a", reason(0x8f, "Topic filter invalid"));
+    EXPECT_THAT([&] { client->subscribe("a", 0, observer); }, fails("Topic filter"));
+    script("subscribe b", reason(0));
+    script(announced, reason(0x10));
     client->subscribe("b", 1, observer);
     EXPECT_TRUE(await_sent(announced + "b q1"));
     EXPECT_EQ(observer.use_count(), 2);
@@ -126,29 +142,30 @@ TEST_F(Transport, RemembersALostPublicationWhateverFollows) {
     client->publish("lost", text("1"));
     broker.cut();
     EXPECT_TRUE(broker.await([this] { return broker.connections_made == 2; }));
-    while (true) {  // until the link is there again
+    const auto publishes = [this] {
         try {
-            client->publish("later", text("2"));
-            break;
+            return client->publish("later", text("2")), true;
         } catch (const TransportError&) {
-            std::this_thread::sleep_for(milliseconds(5));
+            return false;
         }
-    }
-    EXPECT_THAT([this] { client->disconnect(); }, ThrowsMessage<TransportError>(HasSubstr("publish on lost")));
-    EXPECT_THAT(broker.sent(), ElementsAre("publish x sure q2", "publish lost 1 q0", announced + "lost q1",
-                                           "publish later 2 q0", announced + "later q1", "disconnect"));
+    };
+    while (!publishes()) std::this_thread::sleep_for(milliseconds(5));
+    EXPECT_THAT([this] { client->disconnect(); }, fails("publish on lost"));
+    EXPECT_THAT(broker.sent(),
+                ElementsAre("publish x sure q2", "publish lost 1 q0", announced + "lost q1",
+                            "publish later 2 q0", announced + "later q1", "disconnect"));
 }
 
 TEST_F(Transport, TellsWhatBecameOfAMessage) {
     connected();
-    std::promise<bool> taken, refused, lost;
-    const auto tell = [](auto& promise) { return [&](bool is_taken) { promise.set_value(is_taken); }; };
-    script("publish b", Reason{0x87, ""});
+    std::promise<bool> acknowledged, refused, lost;
+    const auto set = [](auto& promise) { return [&](bool ack) { promise.set_value(ack); }; };
+    script("publish b", reason(0x87));
     script("publish c", std::nullopt);
-    client->publish("a", text("1"), tell(taken));
-    client->publish("b", text("2"), tell(refused));
-    client->publish("c", text("3"), tell(lost));
-    EXPECT_TRUE(taken.get_future().get());
+    client->publish("a", text("1"), set(acknowledged));
+    client->publish("b", text("2"), set(refused));
+    client->publish("c", text("3"), set(lost));
+    EXPECT_TRUE(acknowledged.get_future().get());
     EXPECT_FALSE(refused.get_future().get());
     broker.cut();
     EXPECT_FALSE(lost.get_future().get());
@@ -157,7 +174,7 @@ TEST_F(Transport, TellsWhatBecameOfAMessage) {
 
 TEST_F(Transport, StopsOnASilentConnection) {
     connected();
-    client->subscribe("a", 0, std::make_shared<Noting>());
+    client->subscribe("a", 0, std::make_shared<Silent>());
     client->stop();
     EXPECT_EQ(broker.sent().back(), "abort");
 }
@@ -169,7 +186,8 @@ TEST(Dispatcher, TakesTurnsBlocksWhoeverPushesTooMuchAndRunsWhatWaits) {
     const auto note = [&](const char* name) { return [&ran, name] { ran += name; }; };
     dispatcher.push("", 64 << 20, [&] { slow.get_future().wait(); });
     for (const auto* name : {"a", "b", "c"}) dispatcher.push_at_once(note(name));
-    auto further = std::async(std::launch::async, [&] { dispatcher.push("", 0, [&] { unblocked.set_value(); }); });
+    auto further = std::async(std::launch::async,
+                              [&] { dispatcher.push("", 0, [&] { unblocked.set_value(); }); });
     dispatcher.start();
     EXPECT_EQ(further.wait_for(milliseconds(50)), std::future_status::timeout);
     slow.set_value();
@@ -189,31 +207,23 @@ TEST(Dispatcher, TakesTurnsBlocksWhoeverPushesTooMuchAndRunsWhatWaits) {
 }
 
 TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
-    presence = {"here", "yes", "no"};
-    connected();
-    script("subscribe s", Reason{0, ""});
-    int runs = 0;
-    const auto serve = [&](std::promise<void>* leaving = nullptr) {
-        client->serve("s", [&runs, leaving](const Message&) {
-            ++runs;
-            if (leaving != nullptr) leaving->get_future().wait();
-            return text("!");
-        });
-    };
-    const lapi_mqtt::PublishProperties asked{"clients/7/reply", "c", "", milliseconds(900), {}};
-    EXPECT_THAT([&] { serve(); }, ThrowsMessage<TransportError>(HasSubstr("QoS 0")));
-    broker.send("s", "?", asked);
-    script("subscribe s", Reason{1, ""});
+    connected(true);
+    script("subscribe s", reason(0));
+    std::atomic<int> runs = 0;
     std::promise<void> leaving;
-    serve(&leaving);
+    const auto run = [&] { serve([&] { ++runs, leaving.get_future().wait(); }); };
+    EXPECT_THAT(run, fails("QoS 0"));
+    broker.send("s", "?", asked("clients/7/reply"));
+    script("subscribe s", reason(1));
+    run();
     client->show_presence();
     broker.send("here", "yes", {}, true);
     broker.send("here", "no", {}, true);
     EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 5; }));
-    broker.send("s", "?", asked, true);
-    broker.send("s", "?", {"elsewhere", "c", "", milliseconds(900), {}});
-    broker.send("s", "runs", asked);
-    broker.send("s", "comes while it leaves", asked);
+    broker.send("s", "?", asked("clients/7/reply"), true);
+    broker.send("s", "?", asked("elsewhere"));
+    broker.send("s", "runs", asked("clients/7/reply"));
+    broker.send("s", "comes while it leaves", asked("clients/7/reply"));
     while (runs == 0) std::this_thread::sleep_for(milliseconds(5));
     std::this_thread::sleep_for(milliseconds(100));
     auto left = std::async(std::launch::async, [this] { client->disconnect(); });
@@ -223,16 +233,17 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     client->stop();
     EXPECT_EQ(runs, 1);
     EXPECT_THAT(broker.sent(),
-                ElementsAre("subscribe s q1", "subscribe s q1", "subscribe here q1", "publish here yes kept q1",
-                            "publish here yes kept q1", "publish clients/7/reply ! q1", "disconnect"));
+                ElementsAre("subscribe s q1", "subscribe s q1", "subscribe here q1",
+                            "publish here yes retained q1", "publish here yes retained q1",
+                            "publish clients/7/reply ! q1", "disconnect"));
 }
 
 TEST_F(Transport, WaitsForItsRepliesBeforeItDisconnects) {
     connected();
-    script("subscribe s", Reason{1, ""});
+    script("subscribe s", reason(1));
     script("publish clients/", std::nullopt);
-    client->serve("s", [](const Message&) { return text("!"); });
-    broker.send("s", "?", {"clients/7/reply", "c", "", milliseconds(900), {}});
+    serve();
+    broker.send("s", "?", asked("clients/7/reply"));
     EXPECT_TRUE(await_sent("publish clients/7/reply ! q1"));
     auto leaving = std::async(std::launch::async, [this] { client->disconnect(); });
     EXPECT_EQ(leaving.wait_for(milliseconds(100)), std::future_status::timeout);
@@ -251,7 +262,7 @@ TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
     for (const auto& [action, packets] : table) {
         broker.on_open = nullptr;
         connected();
-        client->subscribe("a", 0, std::make_shared<Noting>());
+        client->subscribe("a", 0, std::make_shared<Silent>());
         const auto before = broker.sent().size();
         bool is_first = true;
         broker.on_open = [&is_first, action = action] {
@@ -271,18 +282,18 @@ TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
 }
 
 TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
-    presence = {"here", "yes", "no"};
-    connected();
-    script("subscribe", Reason{1, ""});
-    client->serve("s", [](const Message&) { return text("!"); });
-    client->subscribe("a", 1, std::make_shared<Noting>());
-    client->subscribe("b", 2 + ecu::lapi::com::WATCH_ONLY, std::make_shared<Noting>());
+    connected(true);
+    script("subscribe", reason(1));
+    serve();
+    client->subscribe("a", 1, std::make_shared<Silent>());
+    client->subscribe("b", 2 + ecu::lapi::com::WATCH_ONLY, std::make_shared<Silent>());
     client->show_presence();
     broker.cut();
     EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 12; }));
     EXPECT_THAT(std::vector(broker.packets.begin() + 6, broker.packets.end()),
-                ElementsAre("subscribe s q1", "subscribe a q1", announced + "a q1", "subscribe b kept q2",
-                            "subscribe here q1", "publish here yes kept q1"));
+                ElementsAre("subscribe s q1", "subscribe a q1", announced + "a q1",
+                            "subscribe b retained q2", "subscribe here q1",
+                            "publish here yes retained q1"));
 }
 
 }  // namespace
