@@ -129,11 +129,8 @@ public:
     }
     int subscribe(const std::string& filter, int qos, lapi_mqtt::RetainHandling retained) override {
         const bool wanted = retained == lapi_mqtt::RetainHandling::send;
-        {
-            const std::lock_guard<std::mutex> lock(broker.mutex);
-            link.filters.push_back(filter);
-        }
-        return take("subscribe " + filter + (wanted ? " retained q" : " q") + std::to_string(qos));
+        const std::string flags = (wanted ? " retained q" : " q") + std::to_string(qos);
+        return take("subscribe " + filter + flags, nullptr, &filter);
     }
     int unsubscribe(const std::string& filter) override { return take("unsubscribe " + filter); }
     void disconnect() override { end("disconnect"); }
@@ -150,10 +147,12 @@ private:
         link.is_cut = true;
         broker.changed.notify_all();
     }
-    int take(const Broker::Packet& packet, const lapi_mqtt::PublishProperties* fields = nullptr) {
+    int take(const Broker::Packet& packet, const lapi_mqtt::PublishProperties* fields = nullptr,
+             const std::string* filter = nullptr) {
         const std::lock_guard<std::mutex> lock(broker.mutex);
         broker.packets.push_back(packet);
         if (fields != nullptr) broker.properties.push_back(*fields);
+        if (filter != nullptr) link.filters.push_back(*filter);
         const int id = static_cast<int>(broker.packets.size());
         if (const auto reason = broker.answer(packet)) {
             link.waiting.push_back(

@@ -19,12 +19,6 @@ class SecureStore : public OverFakeLapi {
 protected:
     SecureStore() { lapi.log_level = ecu::lapi::logging::LEVEL_DEBUG; }
 
-    /// Inside the subscription.
-    void deliver(const std::string& bytes) {
-        lapi.on_subscribe = [bytes](const std::string& topic, const auto& observer) {
-            observer->message(topic, blob(bytes));
-        };
-    }
     /// The observer that the library still holds no longer reaches the store.
     void expect_no_forwarding() {
         lapi.records.clear();
@@ -35,32 +29,29 @@ protected:
     std::optional<SecStore> store{client};
 };
 
-TEST_F(SecureStore, TakesABlobThatArrivesInsideTheSubscriptionAndOnlyOnce) {
+TEST_F(SecureStore, TakesTheFirstBlobOfItsOwnTopicInsideTheSubscriptionAndOnlyOnce) {
     const std::string bytes("\0\xff z\0", 5);
-    deliver(bytes);
+    lapi.on_subscribe = [&](const std::string& topic, const auto& observer) {
+        observer->message(protocol::SECSTORE_SET_TOPIC, blob("not for us"));
+        observer->message("system/vard/secstore", blob("above"));
+        observer->message(topic + "/more", blob("below"));
+        observer->message(topic, blob(bytes));
+        EXPECT_NO_THROW(observer->message(topic, blob("second")));
+    };
     EXPECT_EQ(store->get_data(), bytes);
     EXPECT_EQ(lapi.calls, BOTH);
     EXPECT_EQ(lapi.subscribed, lapi.unsubscribed);
-    EXPECT_EQ(lapi.records, Strings{"DEBUG: Message on GET_TOPIC, payload: 5"});
+    EXPECT_EQ(lapi.records.front(), "DEBUG: Message on SET_TOPIC");
+    EXPECT_EQ(lapi.records.at(1), "DEBUG: Message on GET_TOPIC, payload: 5");
     expect_no_forwarding();
     EXPECT_THROW(store->get_data(), std::future_error);
     EXPECT_EQ(lapi.calls.back(), BOTH.back());
 }
 
-TEST_F(SecureStore, TakesTheFirstBlobOfItsOwnTopicOnly) {
-    lapi.on_subscribe = [](const std::string& topic, const auto& observer) {
-        observer->message(protocol::SECSTORE_SET_TOPIC, blob("not for us"));
-        observer->message("system/vard/secstore", blob("above"));
-        observer->message(topic + "/more", blob("below"));
-        observer->message(topic, blob("first"));
-        EXPECT_NO_THROW(observer->message(topic, blob("second")));
-    };
-    EXPECT_EQ(store->get_data(), "first");
-    EXPECT_EQ(lapi.records.front(), "DEBUG: Message on SET_TOPIC");
-}
-
 TEST_F(SecureStore, LeavesNothingBehindWhenTheLibraryThrows) {
-    deliver("first");
+    lapi.on_subscribe = [](const std::string& topic, const auto& observer) {
+        observer->message(topic, blob("first"));
+    };
     lapi.errors[BOTH.back()] = "gone";
     EXPECT_EQ(store->get_data(), "first");
     expect_no_forwarding();

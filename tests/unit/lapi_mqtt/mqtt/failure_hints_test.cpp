@@ -12,14 +12,14 @@ using lapi_mqtt::Settings;
 
 /// Causes of a connection that was not accepted; which settings there are, by a letter each.
 void expect(const Failure& failure, const std::string& files, const std::string& text) {
-    const auto if_set = [&](char letter) {
-        return std::string(files.find(letter) == std::string::npos ? 0 : 1, letter);
-    };
     Settings settings;
-    settings.ca_file = if_set('a');
-    settings.cert_file = if_set('c');
-    settings.username = if_set('u');
-    settings.password_file = if_set('p');
+    for (const char letter : files) {
+        auto& setting = letter == 'a'   ? settings.ca_file
+                        : letter == 'c' ? settings.cert_file
+                        : letter == 'u' ? settings.username
+                                        : settings.password_file;
+        setting = letter;
+    }
     EXPECT_EQ(lapi_mqtt::cause_with_hint(failure, settings), text);
 }
 
@@ -40,8 +40,6 @@ TEST(FailureHints, AreTheSameWithEveryVersionOfTheTlsLibraries) {
     const std::string with = question + "with the certificate 'c'?";
     const std::tuple<const char*, int, int, const char*, std::string> table[] = {
         // OpenSSL's reason in the log, libmosquitto's result, errno
-        {"tlsv1 alert unknown ca", MOSQ_ERR_TLS, EPROTO, "ac",
-         "TLS: the broker refuses the certificate 'c': unknown CA"},
         {"wrong version number", MOSQ_ERR_TLS, EPROTO, "a",
          "TLS: wrong version number: the broker does not speak TLS here"},
         {"unexpected eof while reading", MOSQ_ERR_TLS, EPIPE, "a",
@@ -57,7 +55,6 @@ TEST(FailureHints, AreTheSameWithEveryVersionOfTheTlsLibraries) {
         Failure failure;
         failure.tls_error = lapi_mqtt::tls_error_in(
             std::string("OpenSSL Error[0]: error:0A0:SSL routines::") + reason);
-        if (failure.tls_error.find("alert") != std::string::npos) failure.tls_alert = "unknown CA";
         failure.result = result;
         failure.system_error = system_error;
         expect(failure, files, text);

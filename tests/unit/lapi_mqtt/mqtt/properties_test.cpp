@@ -10,12 +10,18 @@ namespace {
 
 using std::chrono::milliseconds;
 
-TEST(Properties, CarryARequestAndTheShorterOfItsTimes) {
+TEST(Properties, CarryARequestsFieldsAndTheShorterOfItsTimes) {
     lapi_mqtt::PublishProperties sent;
     sent.response_topic = "clients/7/reply";
+    sent.correlation_data = {"\0c", 2};
     sent.timeout = milliseconds(1500);
+    sent.error = "worn\n\xfc" + std::string(2000, 'x');
     const auto list = lapi_mqtt::to_list(sent);
-    EXPECT_EQ(lapi_mqtt::from_list(list.get()).timeout, milliseconds(1500));
+    const auto got = lapi_mqtt::from_list(list.get());
+    EXPECT_EQ(got.response_topic, sent.response_topic);
+    EXPECT_EQ(got.correlation_data, sent.correlation_data);
+    EXPECT_EQ(got.timeout, sent.timeout);
+    EXPECT_EQ(got.error, "worn??" + std::string(994, 'x'));
     std::uint32_t expiry_s = 0;
     mosquitto_property_read_int32(list.get(), MQTT_PROP_MESSAGE_EXPIRY_INTERVAL, &expiry_s, false);
     EXPECT_EQ(expiry_s, 2U);

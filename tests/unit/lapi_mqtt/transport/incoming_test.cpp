@@ -1,11 +1,12 @@
-#include "lapi_mqtt/transport/subscriptions.h"
-
 #include <gmock/gmock.h>
 
 #include "lapi_mqtt/mqtt/topic_filter.h"
+#include "lapi_mqtt/transport/services.h"
+#include "lapi_mqtt/transport/subscriptions.h"
 
 namespace {
 
+using lapi_mqtt::RequestCheck;
 using testing::ElementsAre;
 
 struct Silent : ecu::lapi::com::ISubscriptionObserver {
@@ -38,6 +39,31 @@ TEST(Subscriptions, GiveAMessageOnceToAnObserver) {
     EXPECT_FALSE(subscriptions.remove("a/b", one));  // the broker is still to send it
     EXPECT_TRUE(subscriptions.remove("a/b", other));
     EXPECT_FALSE(subscriptions.remove("a/b", other));
+}
+
+TEST(Requests, RunWhenTheyAreFreshAndCanBeAnswered) {
+    // Response topic, correlation data, timeout and age in milliseconds.
+    const std::tuple<const char*, const char*, int, int, RequestCheck> table[] = {
+        {"clients/x/reply", "1", 500, 499, RequestCheck::run},
+        {"clients/x/reply", "1", 500, 500, RequestCheck::expired},
+        {"clients/x/reply", "1", 20, 99, RequestCheck::run},  // no age is known more exactly
+        {"clients/x/reply", "1", 20, 100, RequestCheck::expired},
+        {"clients/x/reply", "1", 0, 1'000'000, RequestCheck::run},  // without a time
+        {"clients/x/reply", "", 500, 0, RequestCheck::unanswerable},
+        {"", "1", 500, 0, RequestCheck::unanswerable},
+        {"system/vard/secstore/set", "1", 500, 0, RequestCheck::unanswerable},
+        {"clients/+/reply", "1", 500, 0, RequestCheck::unanswerable},
+        {"clients/#", "1", 500, 0, RequestCheck::unanswerable},
+    };
+    for (const auto& [response, correlation, timeout_ms, age_ms, result] : table) {
+        lapi_mqtt::Incoming request;
+        request.properties.response_topic = response;
+        request.properties.correlation_data = correlation;
+        if (timeout_ms > 0) request.properties.timeout = std::chrono::milliseconds(timeout_ms);
+        EXPECT_EQ(lapi_mqtt::check(request, request.sent_after + std::chrono::milliseconds(age_ms)),
+                  result)
+            << response << ' ' << age_ms;
+    }
 }
 
 }  // namespace
