@@ -105,12 +105,6 @@ def test_without_quality_of_service_nothing_is_called_ready(new_broker, tmp_path
         assert got.status == 1 and got.out == b"" and "QoS 0 only" in got.err and got.seconds < scaled(1), got
 
 
-def test_no_service_is_told_by_the_broker(broker, scripted):
-    for command in ["get"], ["get", "1"], SET:
-        assert_fails(run_korvid(*command, port=broker.port), NO_SERVICE, 1)
-    assert_fails(run_korvid("get", port=scripted({3: puback(0x10)}).port), NO_SERVICE, 1)
-
-
 def test_a_broker_that_wrongly_denies_a_service_does_no_harm(scripted):
     def answer(body):
         if not (topic := re.search(rb"clients/korvid-[0-9a-f]{16}/reply", body)):

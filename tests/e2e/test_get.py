@@ -1,13 +1,9 @@
 """Reading parameters: the printed text, the import that takes it back, and many readers at once."""
 
-import os
-import pty
-import subprocess
-
 import pytest
 
 from harness import HI_BLOCK
-from processes import BIN, DEMO_UNIT, Running, environment, run_korvid
+from processes import DEMO_UNIT, Running, run_korvid
 from protocol import block
 
 DEMO = DEMO_UNIT.read_bytes()
@@ -41,15 +37,10 @@ def test_lookups_print_in_the_order_asked_and_report_what_is_missing(broker, uni
     assert (got.status, got.out, got.err) == (status, out, err)
 
 
-def test_a_block_comes_before_the_error_behind_it_on_a_terminal_too(broker, unit):
-    ours, theirs = pty.openpty()
-    with open(ours, "rb", 0) as terminal, subprocess.Popen(
-            [BIN / "korvid", "-p", str(broker.port), "get", "288", "289"], env=environment(),
-            stdout=subprocess.PIPE, stderr=theirs) as process:
-        os.close(theirs)
-        error = terminal.readline()
-        os.set_blocking(process.stdout.fileno(), False)
-        assert process.stdout.read() == HI_BLOCK and error == b"Unable to find param with key: 289\r\n"
+def test_a_block_comes_before_the_error_behind_it(broker, unit):
+    as_one = ["bash", "-c", 'exec "$@" 2>&1', "-"]
+    got = Running("get", "288", "289", port=broker.port, prefix=as_one).result()
+    assert got.out == HI_BLOCK + b"Unable to find param with key: 289\n"
 
 
 def test_an_empty_unit_prints_nothing_and_fails(broker, new_unit):

@@ -77,17 +77,6 @@ def test_what_cannot_be_restored_is_told_and_nothing_is_written(broker, unit, re
     assert run_korvid(port=broker.port).out == DEMO
 
 
-@pytest.fixture
-def json_of(tmp_path):
-    """What korvid-json prints of a dump, as objects."""
-    def run(dump):
-        (tmp_path / "input").write_bytes(dump)
-        got = Running(tmp_path / "input", program="korvid-json").result()
-        assert (got.status, got.err) == (0, ""), got
-        return got.out, [json.loads(line) for line in got.out.splitlines()]
-    return run
-
-
 def fields(did, xcpid, data):
     """What JSON shows of a parameter's fields; a missing one counts as zero or empty."""
     data = data or b""
@@ -124,7 +113,7 @@ def random_object(rng, otaid, named):
 
 @pytest.mark.parametrize("seed", range(3))
 def test_a_random_unit_comes_through_dump_and_json_and_is_changed_field_by_field(
-        broker, new_unit, restore, json_of, tmp_path, seed):
+        broker, new_unit, restore, tmp_path, seed):
     rng = random.Random(seed)
     model = {otaid: random_fields(rng) for otaid in [0, 2**32 - 1, *rng.sample(range(2**32), 60)]}
     lines = [random_object(rng, otaid, named) for otaid, named in model.items()]
@@ -135,8 +124,10 @@ def test_a_random_unit_comes_through_dump_and_json_and_is_changed_field_by_field
         return b"".join(block(otaid, did or 0, xcpid or 0, data or b"")
                         for otaid, (did, xcpid, data) in sorted(model.items()))
     assert run_korvid(port=broker.port).out == dump()
-    text, objects = json_of(dump())
-    assert objects == [{"otaid": otaid, **fields(*named)} for otaid, named in sorted(model.items())]
+    (tmp_path / "dump of all").write_bytes(dump())
+    made = Running(tmp_path / "dump of all", program="korvid-json").result()
+    text, objects = made.out, [json.loads(line) for line in made.out.splitlines()]
+    assert (made.status, made.err) == (0, "") and objects == [{"otaid": otaid, **fields(*named)} for otaid, named in sorted(model.items())]
     same = restore(text, "-n", "--exit-code")
     assert (same.status, same.out, same.err) == (0, b"", ""), same
     fewer = restore(text[:text.rindex(b"\n", 0, -1) + 1], "-n", "--exit-code")

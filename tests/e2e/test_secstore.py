@@ -2,7 +2,6 @@
 
 import random
 import signal
-import threading
 
 import pytest
 
@@ -112,15 +111,9 @@ def test_a_cut_link_is_an_error_and_leaves_the_old_blob(broker, unit, proxy, set
         assert stored(broker) == printed(old), cut_at
 
 
-def test_a_stalled_link_is_an_error_in_bounded_time(broker, unit, proxy, set_blob, tmp_path):
-    running = []
-    for size, stall_at in (20_000_000, 300_000), (50_000, 20_000):
-        (tmp_path / str(size)).write_bytes(b"n" * size)
-        link = proxy(broker.port, stall_at=stall_at)
-        running.append(Running("setsec", tmp_path / str(size), port=link.port))
-    for korvid in running:
-        got = korvid.result(timeout=60)
-        assert got.status == 1 and "korvid: " in got.err and got.seconds < scaled(28), got
+def test_a_stalled_link_is_an_error_in_bounded_time(broker, unit, proxy, set_blob):
+    got = set_blob(b"n" * 20_000_000, proxy(broker.port, stall_at=300_000))
+    assert got.status == 1 and "korvid: " in got.err and got.seconds < scaled(28), got
     assert run_korvid("getsec", port=broker.port).err == NO_DATA
 
 
@@ -135,34 +128,3 @@ def test_getsec_gives_up_after_ten_seconds_and_at_once_for_an_empty_blob(broker,
     new_unit(broker.port)
     got = run_korvid("getsec", port=broker.port)
     assert (got.status, got.out, got.err) == (1, b"", NO_DATA) and got.seconds < scaled(1), got
-
-
-def test_getsec_lives_through_a_broker_restart(broker, peer):
-    heard = peer(broker.port, ANNOUNCEMENT)
-    waiting = Running("getsec", port=broker.port)
-    await_that(lambda: heard.messages, "getsec has subscribed")
-    assert heard.messages[0].payload.decode() == BLOB_GET
-    broker.stop()
-    broker.start()
-    publisher = peer(broker.port)
-
-    def taken():
-        publisher.publish(BLOB_GET, b"after the restart")
-        return waiting.process.poll() is not None
-    await_that(taken, "the blob arrives", 8)
-    got = waiting.result()
-    assert (got.status, got.out) == (0, printed(b"after the restart")), got
-
-
-def test_a_flood_of_blobs_harms_no_getsec_that_starts_and_ends_in_it(broker, peer, ending):
-    ended, flood = threading.Event(), peer(broker.port)
-
-    def pour():
-        while not ended.wait(0.0002):
-            flood.publish(BLOB_GET, b"drop" * 64, qos=0, wait=False)
-    threading.Thread(target=pour).start()
-    ending.callback(ended.set)
-    for _ in range(12):
-        for korvid in [Running("getsec", port=broker.port) for _ in range(3)]:
-            got = korvid.result()
-            assert (got.status, got.out, got.err) == (0, printed(b"drop" * 64), "")

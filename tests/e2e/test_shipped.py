@@ -49,10 +49,7 @@ PROGRAMS = sorted(path.name for path in BIN.iterdir())
 
 
 @pytest.mark.parametrize("program", PROGRAMS)
-def test_every_program_has_a_page_with_its_options_and_commands_and_completions(installed, program):
-    for place in ("bin/{}", "share/man/man1/{}.1", "share/{}/complete", "share/bash-completion/completions/{}",
-                  "share/zsh/vendor-completions/_{}", "share/fish/vendor_completions.d/{}.fish"):
-        assert (installed / place.format(program)).exists(), "is not installed"
+def test_page_and_completion_of_every_program_know_its_options_and_commands(installed, program):
     usage, page = run_korvid("-h", program=program), (PROJECT / f"docs/man/{program}.1.scd").read_text()
     usage = usage.err + usage.out.decode()
     words = re.findall(r"^ +(?:-\w, |)(--[\w-]+)", usage, re.M) + re.findall(r"^  ([a-z]+) *(?:[\[<A-Z].*)?$", usage, re.M)

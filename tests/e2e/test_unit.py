@@ -1,6 +1,5 @@
 """The unit's side of the broker protocol, spoken by hand, and its ends."""
 
-import contextlib
 import functools
 import itertools
 import os
@@ -8,14 +7,12 @@ import pathlib
 import re
 import shutil
 import signal
-import socket
-import sqlite3
 import subprocess
 import time
 
 import pytest
 
-from harness import HI, HI_BLOCK, needs_root, new_client
+from harness import HI, HI_BLOCK, needs_root
 from packets import CONNECT, SUBSCRIBE
 from processes import (BIN, DEMO_UNIT, Running, Unit, await_that, end, environment, free_port,
                        run_korvid, scaled)
@@ -83,31 +80,6 @@ def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(
     for client in asking:
         late = [m for m in client.messages if hasattr(m.properties, "UserProperty")]
         assert client.messages and not late, (len(client.messages), len(late), late[0].properties)
-
-
-def test_a_unit_that_leaves_ends_the_request_that_runs_and_stores_the_newest_blob(
-        new_unit, broker, peer, tmp_path):
-    unit = new_unit(broker.port, "-l", "DEBUG")
-    asking, watching = peer(broker.port, "clients/test/reply"), peer(broker.port, PRESENCE)
-    with contextlib.closing(sqlite3.connect(tmp_path / "unit.db", isolation_level=None)) as beside:
-        beside.execute("BEGIN IMMEDIATE")  # the first write waits for it
-        for otaid in 1000, 1001:
-            asking.publish(WRITE_TOPIC, field(1, record(otaid, 1, 1, b"x")),
-                           ResponseTopic="clients/test/reply", CorrelationData=b"x" * 16)
-        for n in range(9):
-            asking.publish(BLOB_SET, b"blob %d" % n)
-        asking.publish(PRESENCE, b"?")
-        await_that(lambda: [m.payload for m in watching.messages] == [b"online", b"?", b"online"],
-                   "all was received")
-        await_that(lambda: "Request on" in unit.log.read_text(), "the first write runs")
-        unit.process.send_signal(signal.SIGTERM)
-        time.sleep(0.5)  # it leaves; the lock is awaited for two seconds
-        beside.execute("ROLLBACK")
-        assert unit.process.wait(scaled(5)) == 0
-        stored = beside.execute("SELECT otaid, blob FROM parameter, secstore").fetchall()
-        assert stored == [(1000, b"blob 8")]
-    assert [m.payload for m in asking.messages] == [field(2, 1)]
-    assert unit.log.read_text().count("Stored a secure-store blob") == 1
 
 
 def own_broker(unit):
@@ -248,17 +220,8 @@ def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_uni
     def shown():
         return watching.messages[-1].payload
 
-    earlier = new_client()  # a connection of the unit that the broker has not yet found dead
-    earlier.will_set(PRESENCE, b"offline", 1, True)
-    earlier.connect("127.0.0.1", broker.port)
-    earlier.loop_start()
     link = proxy(broker.port, latency=0.1)
     unit = new_unit(link.port, "-l", "DEBUG", "-i", DEMO_UNIT)
-    await_that(lambda: watching.messages, "the presence")
-    earlier.socket().shutdown(socket.SHUT_RDWR)
-    words = [b"online", b"offline", b"online"]
-    await_that(lambda: [m.payload for m in watching.messages] == words, "the correction")
-
     for n in range(60):
         asking.publish(READ_TOPIC, field(1, 288), wait=False, ResponseTopic="clients/test/reply",
                        CorrelationData=b"%d" % n)
