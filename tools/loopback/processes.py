@@ -84,10 +84,13 @@ class Unit:
         self.command = [*prefix, BIN / "korvid-unit", "-p", str(port), "-d", directory / "unit.db", *map(str, args)]
         self.start(stdin)
 
-    def start(self, stdin=None):
+    def launch(self, stdin=None):
         with self.log.open("ab") as log:
             self.process = subprocess.Popen(self.command, stdin=stdin or subprocess.DEVNULL,
                                             stdout=subprocess.PIPE, stderr=log, env=self.env)
+
+    def start(self, stdin=None):
+        self.launch(stdin)
         line = self.process.stdout.readline()
         assert line == b"ready\n", (line, self.log.read_text(errors="replace"))
 

@@ -9,46 +9,35 @@ import threading
 import time
 
 from links import Proxy
-from processes import BIN, Broker, assert_no_sanitizer_report, end, environment, scaled
+from processes import Broker, Unit, assert_no_sanitizer_report, end, scaled
 
 ABOUT_THE_CONNECTION = re.compile("connect|broker|no reply|Cannot (request|serve|subscribe|publish)", re.I)
 
 
-class SoakUnit:
+class SoakUnit(Unit):
     """A korvid-unit that is started until it serves: a start fails while its broker is away."""
 
-    def __init__(self, directory, port, complain):
-        self.store, self.log, self.port, self.complain = directory / "unit.db", directory / "unit.log", port, complain
-        self.process = None
+    def __init__(self, directory, port, dump, complain):
+        self.complain = complain
+        super().__init__(directory, port, "-i", dump, connect_timeout_ms=1500)
+        del self.command[-2:]  # it is imported once
 
-    def launch(self, *args):
-        with self.log.open("ab") as log:
-            self.process = subprocess.Popen(
-                [BIN / "korvid-unit", "-p", str(self.port), "-d", self.store, *args], stdin=subprocess.DEVNULL,
-                stdout=subprocess.PIPE, stderr=log, env=environment(connect_timeout_ms=1500))
-
-    def start(self, *args, timeout=40):
-        """False when it did not serve in time; a complaint has been made then."""
+    def start(self, _stdin=None, timeout=40):
         deadline = time.monotonic() + scaled(timeout)
         while time.monotonic() < deadline:
             said_before = self.log.stat().st_size if self.log.exists() else 0
-            self.launch(*args)
+            self.launch()
             watchdog = threading.Timer(scaled(timeout), self.process.kill)
             watchdog.start()
             line = self.process.stdout.readline()
             watchdog.cancel()
             if line == b"ready\n":
-                return True
+                return
             status, said = self.process.wait(), self.log.read_bytes()[said_before:].decode(errors="replace")
             if status != 1 or not ABOUT_THE_CONNECTION.search(said):
                 self.complain("wrong", f"the unit's start ended with {status}: {said[-500:]}")
             time.sleep(0.1)
         self.complain("hung", f"the unit did not serve within {timeout} s")
-        return False
-
-    def kill(self):
-        self.process.kill()
-        self.process.wait()
 
     def terminate(self):
         try:
@@ -108,10 +97,10 @@ def link_faults(link):
 class Site:
     """All of it, and the faults that may befall it; each heals before it returns."""
 
-    def __init__(self, directory, complain):
+    def __init__(self, directory, dump, complain):
         self.broker = Broker(directory)
         self.clients_link, self.unit_link = Proxy(self.broker.port), Proxy(self.broker.port)
-        self.unit = SoakUnit(directory, self.unit_link.port, complain)
+        self.unit = SoakUnit(directory, self.unit_link.port, dump, complain)
         unit_killed = restarts(self.unit, self.unit.kill, 0.5)
         self.lanes = [
             [unit_killed, unit_killed, self.unit_killed_asleep, self.unit_killed_at_its_start,

@@ -15,7 +15,7 @@ from model import ACKNOWLEDGED, FAILED, TAKEN, UNKNOWN
 OTAIDS, DID, XCPID = range(4000, 4010), 0xf190, 7
 CONSTANTS = {otaid: b"constant %d" % otaid for otaid in range(5000, 5030)}
 BLOB = "blob"
-MARGIN_S = 3       # start, the fixed pause, the goodbye, and a busy machine
+MARGIN_S = 3       # start, the fixed pause, DISCONNECT, and a busy machine
 GRACE_S = 15       # behind its bound a command is given so long to end after all, then it is killed
 BLOCK = re.compile(rb"SysParam \((\d+)\):\n.*?\n  data\(hex\) \[[0-9a-f]+\]: ((?:0x[0-9a-f]{2} )*)\n", re.S)
 ABOVE_WARNING = re.compile(rb"^(?!WARNING: |NOTICE: ).", re.M)
@@ -38,34 +38,6 @@ def parameters(out):
     return found if at == len(out) else None
 
 
-class Gate:
-    """Lets commands begin, or not while it is shut; knows how many are on their way."""
-
-    def __init__(self):
-        self.changed, self.is_open, self.ended, self.busy = threading.Condition(), True, False, 0
-
-    def __enter__(self):
-        with self.changed:
-            self.changed.wait_for(lambda: self.is_open or self.ended)
-            self.busy += 1
-            return not self.ended
-
-    def __exit__(self, *_):
-        with self.changed:
-            self.busy -= 1
-            self.changed.notify_all()
-
-    def shut(self):
-        with self.changed:
-            self.is_open = False
-            self.changed.wait_for(lambda: self.busy == 0)
-
-    def open(self, ended=False):
-        with self.changed:
-            self.is_open, self.ended = True, ended
-            self.changed.notify_all()
-
-
 class Clients:
     """What the commands have in common: how they are run, bounded and judged."""
 
@@ -74,14 +46,14 @@ class Clients:
         self.ports, self.commands, self.slowest = (direct_port, link_port), 0, (0, "")
         self.lock, self.serial = threading.Lock(), 0
 
-    def run(self, words, bound, rng=None, request_timeout=5.0, program="korvid"):
+    def run(self, words, bound, rng=None, request_timeout=5.0):
         """(status, output, complaints); the status is None when the client was killed on purpose."""
         port, fate, moment, long = self.ports[0], 1.0, 0.0, 0.0
         if rng:
             port, fate, moment, long = rng.choice(self.ports), rng.random(), rng.random() ** 2, rng.random()
         bound, began, paused, killed = scaled(bound + CONNECT_S + MARGIN_S), time.monotonic(), 0.0, False
         client = subprocess.Popen(
-            [BIN / program, "-p", str(port), *map(str, words)], stdin=subprocess.DEVNULL,
+            [BIN / "korvid", "-p", str(port), *map(str, words)], stdin=subprocess.DEVNULL,
             stdout=subprocess.PIPE, stderr=subprocess.PIPE,
             env=environment(connect_timeout_ms=CONNECT_S * 1000, request_timeout_ms=int(request_timeout * 1000)))
         if fate < 0.08:
@@ -117,38 +89,16 @@ class Clients:
             self.complain("wrong", f"{command}: {out[:80]!r} {err[-300:]!r}")
         return status, out, err
 
-    def write(self, rng, count, words_of, program="korvid"):
-        """Writes `count` parameters with the command that `words_of` gives for OTAID -> value."""
-        source, timeout = rng or random.Random(), 5.0 if not rng else rng.choice((1.0, 2.0, 5.0))
-        values = {otaid: b"%d-%s" % (self.next(), source.randbytes(source.choice((4, 30, 30, 5000))).hex().encode())
-                  for otaid in source.sample(OTAIDS, count)}
-        for otaid, value in values.items():
-            self.model.begin(otaid, value)
-        status, out, err = self.run(words_of(values), 2 * timeout, rng, timeout, program)
-        outcome = UNKNOWN if status is None or DOUBT in err else ACKNOWLEDGED if status == 0 else FAILED
-        for otaid, value in values.items():
-            self.model.end(otaid, value, outcome)
-        return status, out
-
     def set(self, rng=None):
-        def words_of(values):
-            [(otaid, value)] = values.items()
-            return "set", otaid, "str", value.decode()
-        status, out = self.write(rng, 1, words_of)
+        source, timeout = rng or random.Random(), 5.0 if not rng else rng.choice((1.0, 2.0, 5.0))
+        otaid = source.choice(OTAIDS)
+        value = b"%d-%s" % (self.next(), source.randbytes(source.choice((4, 30, 30, 5000))).hex().encode())
+        self.model.begin(otaid, value)
+        status, out, err = self.run(("set", otaid, "str", value.decode()), 2 * timeout, rng, timeout)
+        outcome = UNKNOWN if status is None or DOUBT in err else ACKNOWLEDGED if status == 0 else FAILED
+        self.model.end(otaid, value, outcome)
         if out:
             self.complain("wrong", f"set printed {out[:80]!r}")
-        return status
-
-    def restore(self, rng=None):
-        path = self.directory / f"dump-{self.next()}"
-
-        def words_of(values):
-            path.write_bytes(b"".join(block(otaid, DID, XCPID, value) for otaid, value in values.items()))
-            return "-l", "ERROR", path
-        status, out = self.write(rng, 4, words_of, "korvid-restore")
-        path.unlink()
-        if status is not None and out.count(b"\n") != (4 if status == 0 else 0):
-            self.complain("wrong", f"restore with status {status} printed {out[:80]!r}")
         return status
 
     def get(self, rng=None):
@@ -202,19 +152,15 @@ class Clients:
             return self.serial
 
 
-def start(clients, gate, seed):
-    """The threads of all writers and readers; they end when the gate says so."""
+def start(clients, ended, seed):
+    """The threads of all writers and readers; they end when `ended` is set."""
     def work(command, rng):
-        while True:
-            with gate as goes_on:
-                if not goes_on:
-                    return
-                try:
-                    command(rng)
-                except Exception as error:  # this thread's traffic must not end unnoticed
-                    clients.complain("wrong", f"{command.__name__}: {error!r}")
-            time.sleep(rng.random() * 0.1)
-    kinds = [clients.set] * 3 + [clients.restore] * 2 + [clients.get] * 2 + [clients.setsec] * 2 + [clients.getsec] * 2
+        while not ended.wait(rng.random() * 0.1):
+            try:
+                command(rng)
+            except Exception as error:  # this thread's traffic must not end unnoticed
+                clients.complain("wrong", f"{command.__name__}: {error!r}")
+    kinds = [clients.set] * 5 + [clients.get] * 2 + [clients.setsec] * 2 + [clients.getsec] * 2
     threads = [threading.Thread(target=work, args=(kind, random.Random(f"{seed} {n}")))
                for n, kind in enumerate(kinds)]
     for thread in threads:
