@@ -16,8 +16,9 @@ import threading
 import time
 
 from links import Proxy
-from mutation import Mutator
-from packets import CONTENT_TYPE, CORRELATION_DATA, RESPONSE_TOPIC, SUBACK, parsed, publish, read_packet, text_property
+from mutation import ERROR_TEXT, Mutator
+from packets import (CONTENT_TYPE, CORRELATION_DATA, PUBLISH, RESPONSE_TOPIC, SUBACK, parsed, publish, read_packet,
+                     text_property)
 from processes import BIN, DEMO_UNIT, TIME_FACTOR, Broker, Unit, environment, scaled
 from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, field, record
 
@@ -88,6 +89,8 @@ class HostileConnection:
         with broker.makefile("rb") as stream:
             while (packet := read_packet(stream)) is not None:
                 answer = parsed(*packet)
+                if answer.kind == PUBLISH and self.mutator.rng.random() < 0.25:
+                    answer.properties.append(ERROR_TEXT)
                 for sent in [answer, *(messages_now() if answer.kind == SUBACK else [])]:
                     self.say(self.mutator.sent(sent))
 

@@ -93,7 +93,6 @@ MUTATIONS = {
     "huge length": lambda rng, p: [lengthened(p, rng.choice((HUGE, b"\xff\xff\xff\xff\x7f", b"\x80\x80\x80\x80")))],
     "wrong length inside": lambda rng, p: [with_a_wrong_length_inside(rng, p)],
     "odd properties": lambda rng, p: [with_odd_properties(rng, p).encoded()],
-    "error text": lambda rng, p: [dataclasses.replace(p, properties=[*(p.properties or []), ERROR_TEXT]).encoded()],
     "no properties": lambda rng, p: [dataclasses.replace(p, properties=None).encoded()],
     "other kind": lambda rng, p: [dataclasses.replace(p, kind=rng.randrange(16)).encoded()],
     "other flags": lambda rng, p: [dataclasses.replace(p, flags=rng.randrange(16)).encoded()],
