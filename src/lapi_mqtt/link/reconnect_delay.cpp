@@ -20,7 +20,8 @@ constexpr milliseconds MIN_DURATION{5'000};
 ReconnectDelay::Random system_random() {
     const auto engine = std::make_shared<std::minstd_rand>(std::random_device()());
     return [engine](milliseconds max) {
-        return milliseconds(std::uniform_int_distribution<milliseconds::rep>(0, max.count())(*engine));
+        return milliseconds(
+            std::uniform_int_distribution<milliseconds::rep>(0, max.count())(*engine));
     };
 }
 

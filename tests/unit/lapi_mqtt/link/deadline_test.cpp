@@ -66,7 +66,7 @@ TEST(ReconnectDelay, GrowsUntilAConnectionHasLasted) {
     EXPECT_THAT(limits, testing::ElementsAre(100, 200, 400, 800, 1600, 3200, 6400, 12800, 25600,
                                              30000, 100));
     ReconnectDelay random;
-    std::set<long> drawn;
+    std::set<std::chrono::milliseconds::rep> drawn;
     for (int n = 0; n < 30; ++n) drawn.insert(random.next().count());
     EXPECT_GT(drawn.size(), 15U);
     EXPECT_LE(*drawn.rbegin(), 30'000);
