@@ -26,13 +26,6 @@ def swallowing(ending):
     return listener.getsockname()[1]
 
 
-def test_no_listener_is_told_at_once_to_every_command(scripted):
-    gone = scripted()
-    gone.close()
-    for command in ["get"], SET, ["getsec"], ["setsec", __file__]:
-        assert_fails(run_korvid(*command, port=gone.port), f"127.0.0.1:{gone.port}.*refused", 1, connecting=True)
-
-
 def test_a_broker_that_never_accepts_costs_the_connect_timeout(scripted, swallowing):
     mute, endless = scripted({1: b""}), scripted({1: b"\x20\xff\xff\x7f"})
     for port in swallowing, mute.port, endless.port:

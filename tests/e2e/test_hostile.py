@@ -1,4 +1,4 @@
-"""A hundred sessions with a peer that spoils what a broker would say; tools/hostile runs thousands."""
+"""A hundred sessions behind a link that spoils what a broker says; tools/hostile runs thousands."""
 
 import hostile
 

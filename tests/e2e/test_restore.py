@@ -9,7 +9,6 @@ import re
 import select
 import signal
 import subprocess
-import threading
 import unicodedata
 
 import pytest
@@ -32,16 +31,14 @@ def restore(broker, tmp_path):
     return run
 
 
-def test_a_unit_comes_back_and_what_the_dump_does_not_name_stays(broker, unit, restore, tmp_path):
+def test_a_unit_comes_back_and_what_the_dump_does_not_name_stays(broker, unit, restore):
     got = restore(CHANGED + MANY, "-n")
     lines = got.out.splitlines(keepends=True)
     assert got.status == 0 and len(lines) == 1201 and lines[0] == CHANGE, got
     assert lines[-1] == b'6199 - 0x1837: new, DID 1, XCPID 1, data "6199\\n"\n', got
     assert got.err == "korvid-restore: differ: 1201, same: 40, not in the dump: 0\n"
     assert run_korvid(port=broker.port).out == DEMO
-    os.mkfifo(tmp_path / "fifo")
-    threading.Thread(target=(tmp_path / "fifo").write_bytes, args=[CHANGED + MANY], daemon=True).start()
-    assert restore(b"", name=tmp_path / "fifo").out == got.out
+    assert restore(CHANGED + MANY).out == got.out
     assert run_korvid("get", *range(5000, 6200), port=broker.port).out == MANY
     again = restore(CHANGED + MANY)
     assert (again.out, again.err) == (b"", "korvid-restore: written: 0, refused: 0, same: 1241, not in the dump: 0\n")
@@ -179,14 +176,6 @@ def test_json_that_cannot_be_made_is_told(script, words):
     got = subprocess.run(["bash", "-c", script], env={**environment(), "PATH": f"{BIN}:{os.environ['PATH']}"},
                          capture_output=True, text=True, timeout=scaled(10))
     assert (got.returncode, got.stdout, got.stderr) == (1, "", words + "\n"), got
-
-
-def test_more_than_a_packet_holds_is_told_before_anything_is_written(new_broker, new_unit, restore):
-    port = new_broker("max_packet_size 9000").port
-    new_unit(port, "-i", DEMO_UNIT)
-    got = restore(MANY, port=port)
-    assert got.status == 1 and got.out == b"" and "more than this broker takes in one packet" in got.err, got
-    assert run_korvid(port=port).out == DEMO
 
 
 @pytest.mark.parametrize("ends", [False, True])

@@ -1,12 +1,11 @@
 """The secure store's blob, there and back, over links that are slow, cut or stalled."""
 
 import random
-import signal
 
 import pytest
 
 from processes import Running, await_that, run_korvid, scaled
-from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET
+from protocol import ANNOUNCEMENT, BLOB_SET
 
 TIMEOUT = "WARNING: Timeout waiting for data from SecStore data\n"
 NO_DATA = "ERROR: No data could be received from SecStore!\n"
@@ -76,26 +75,6 @@ def test_a_large_blob_over_a_slow_link_arrives_whole(broker, unit, proxy, set_bl
     got = set_blob(blob, proxy(broker.port, bandwidth=4e6, latency=0.0005))
     assert got.status == 0 and got.err == "" and got.seconds > 4, got
     await_that(lambda: stored(broker) == printed(blob), "the blob is stored")
-
-
-def test_a_getsec_behind_a_setsec_never_gets_the_older_blob(broker, unit, set_blob, peer):
-    heard = peer(broker.port, ANNOUNCEMENT, BLOB_SET)
-    set_blob(b"old" * 1_000_000)
-    await_that(lambda: stored(broker) == printed(b"old" * 1_000_000), "the blob is stored")
-    unit.process.send_signal(signal.SIGSTOP)
-
-    def announced(count):
-        await_that(lambda: sum(m.payload == BLOB_GET.encode() for m in heard.messages) == count,
-                   "getsec waits")
-    heard.messages.clear()
-    waiting = [Running("getsec", port=broker.port) for _ in range(5)]
-    announced(5)
-    assert set_blob(b"new" * 3_000_000).status == 0
-    waiting += [Running("getsec", port=broker.port)]
-    announced(6)
-    unit.process.send_signal(signal.SIGCONT)
-    for getsec in waiting:
-        assert getsec.result().out == printed(b"new" * 3_000_000)
 
 
 def test_a_cut_link_is_an_error_and_leaves_the_old_blob(broker, unit, proxy, set_blob):

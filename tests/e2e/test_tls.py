@@ -60,11 +60,6 @@ def test_what_one_address_did_is_not_told_of_another(ending, new_broker, certifi
     assert b"the connection was lost: the connection was closed\n" in running.process.stderr.readline()
 
 
-def test_a_port_that_nobody_listens_on_is_told_with_tls_as_without(certificates):
-    got = run_korvid("get", port=free_port(), **settings(certificates))
-    assert_fails(got, "127.0.0.1:[0-9]+: Connection refused", 1, connecting=True)
-
-
 def test_a_connection_that_is_reset_in_the_handshake_is_told(ending, certificates):
     listener = ending.enter_context(socket.create_server(("127.0.0.1", 0)))
     running = Running("-H", "localhost", "get", port=listener.getsockname()[1], **settings(certificates))

@@ -14,8 +14,7 @@ import pytest
 
 from harness import HI, HI_BLOCK, needs_root
 from packets import CONNECT, SUBSCRIBE
-from processes import (BIN, DEMO_UNIT, Running, Unit, await_that, end, environment, free_port,
-                       run_korvid, scaled)
+from processes import DEMO_UNIT, Running, Unit, await_that, end, free_port, run_korvid, scaled
 from protocol import BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
 
 run_unit = functools.partial(Running, program="korvid-unit")
@@ -186,18 +185,6 @@ def test_a_store_that_cannot_be_written_is_read_unless_a_log_stands_beside_it(
     new_unit(broker.port, prefix=shielded)
     assert run_korvid("get", "288", port=broker.port).out == HI_BLOCK
     assert "readonly" in run_korvid("set", "288", "str", "x", port=broker.port).err
-
-
-@needs_root
-def test_a_first_start_on_a_full_disk_leaves_nothing_that_a_later_one_refuses(broker, tmp_path):
-    script = ('mount -t tmpfs -o size=64k none "$1"; cd "$1"; '
-              'for left in 0 4 8 12 16 20 24 28 32 36 40 44 48 52; do rm -f *; '
-              'head -c $((65536 - left * 1024)) /dev/zero >fill; '
-              'timeout 0.5 "$2" -p 1 -d unit.db; rm fill; '
-              '"$2" -p 1 -d unit.db 2>&1 | grep -q "store" && echo "$left"; done; exit 0')
-    command = ["unshare", "-m", "bash", "-c", script, "-", tmp_path, BIN / "korvid-unit"]
-    got = subprocess.run(command, env=environment(), capture_output=True)
-    assert (got.returncode, got.stdout) == (0, b"") and b"full" in got.stderr, got
 
 
 def test_a_unit_comes_back_after_its_broker_and_says_once_why_it_cannot(unit, broker):

@@ -1,4 +1,4 @@
-"""Sessions of the programs with a peer that spoils what a broker would say."""
+"""Sessions of the programs behind a link that spoils what a broker says."""
 
 import collections
 import concurrent.futures
