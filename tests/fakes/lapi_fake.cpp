@@ -146,7 +146,9 @@ namespace logging::_internal {
 std::shared_ptr<LogModule> LogStreambuf::get_active_module() {
     const std::lock_guard<std::mutex> lock(fake::recording);
     ++fake::lapi().module_tests;
-    return std::make_shared<LogModule>(LogModule{fake::lapi().module_enabled});
+    const auto module = std::make_shared<LogModule>();
+    module->enabled = fake::lapi().module_enabled;
+    return module;
 }
 
 std::string LogStreambuf::take() {

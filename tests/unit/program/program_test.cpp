@@ -27,7 +27,7 @@ std::string parsed(const Strings& words) {
     std::string text = "none";
     const auto parse = [&](int argc, char** argv) {
         return parse_command_line(
-            argc, argv, {"p", "", "", ""},
+            argc, argv, Help(),
             {flag_option('f', "flag", "", flag), text_option(0, "text", "T", "", text)}, {});
     };
     try {
