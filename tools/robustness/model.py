@@ -24,7 +24,6 @@ class Write:
     def __init__(self, began):
         self.began, self.ended, self.outcome = began, math.inf, None
         self.seen_at = math.inf  # stored by then at the latest
-        self.complained_of = False
 
     def taken_by(self):
         """When the broker took it at the latest, if it did."""
@@ -85,10 +84,7 @@ class Model:
             if write.outcome == FAILED:
                 return self.complain("wrong", f"{name}: {shown(value)} was read, but its writer reported a failure")
             newer_by = slot.known_before(since) - write.taken_by()
-            if newer_by > 0 and write.complained_of:
-                return None
             if newer_by > 0:
-                write.complained_of = True
                 return self.complain("lost", f"{name}: {shown(value)} was read, {write.outcome}, but a write that "
                                              f"began {newer_by:.3f} s after it was stored before the read began "
                                              f"({now - since:.3f} s ago)")
