@@ -1,29 +1,15 @@
 #include "dump/compose.h"
 
-#include <array>
 #include <charconv>
 #include <cstring>
+
+#include "dump/hex.h"
 
 namespace dump {
 namespace {
 
-constexpr char HEX_DIGITS[] = "0123456789abcdef";
 constexpr int MIN_OTAID_DIGITS = 3;
 constexpr std::size_t LABELS_SIZE = 192;  // the labels and numbers of a block take less
-
-/// A byte as "0xff ", filled up to a size that is copied in one go.
-struct ShownByte {
-    char text[8];
-};
-
-constexpr std::array<ShownByte, 256> shown_bytes() {
-    std::array<ShownByte, 256> table{};
-    for (std::size_t byte = 0; byte < table.size(); ++byte) {
-        table[byte] = {{'0', 'x', HEX_DIGITS[byte >> 4], HEX_DIGITS[byte & 0xf], ' '}};
-    }
-    return table;
-}
-constexpr std::array<ShownByte, 256> SHOWN_BYTES = shown_bytes();
 
 /// Fills a buffer that is large enough. A full read composes a block a parameter, so that this
 /// writes in place instead of appending.
@@ -98,10 +84,6 @@ std::size_t compose_into(std::string& buffer, std::uint32_t otaid,
 std::string compose_otaid(std::uint32_t otaid) {
     char text[LABELS_SIZE];
     return {text, BlockWriter(text).otaid(otaid).end()};
-}
-
-std::string_view shown_byte(char byte) {
-    return {SHOWN_BYTES[static_cast<unsigned char>(byte)].text, SHOWN_BYTE_SIZE};
 }
 
 bool begins_with_hex(std::string_view text, std::string_view data) {

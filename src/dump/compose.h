@@ -20,10 +20,6 @@ std::size_t compose_into(std::string& buffer, std::uint32_t otaid,
 /// An OTAID in both notations: "288 - 0x120".
 std::string compose_otaid(std::uint32_t otaid);
 
-/// A byte as a block shows it: "0xff ".
-std::string_view shown_byte(char byte);
-inline constexpr std::size_t SHOWN_BYTE_SIZE = 5;
-
 /// True when `text` begins with the bytes of `data` as a block shows them.
 bool begins_with_hex(std::string_view text, std::string_view data);
 

@@ -17,13 +17,11 @@ using SizeType = std::size_t;
 #include <charconv>
 #include <stdexcept>
 
-#include "dump/compose.h"
+#include "dump/hex.h"
 #include "program/otaid.h"
 
 namespace dump {
 namespace {
-
-using Entry = ecu::lapi::pb::SystemParameterEntry;
 
 enum Field : std::size_t { OTAID, DID, XCPID, DATA, TEXT, FIELD_COUNT };
 constexpr std::string_view KEYS[] = {"otaid", "did", "xcpid", "data", "text"};
@@ -72,17 +70,17 @@ std::string quoted(std::string_view text) {
     return '"' + shown + '"';
 }
 
-/// Puts the members of an object into a record. Anything else is an error at once, so that nesting
+/// Notes the members of an object. Anything else is an error at once, so that nesting
 /// is not followed.
 class ObjectHandler : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ObjectHandler> {
 public:
-    /// The record, once the object is complete.
-    Entry take() {
-        if (!entry.has_otaid()) fail(R"("otaid" is missing)");
-        if (!has[TEXT]) return std::move(entry);
-        if (has[DATA] && text != entry.data()) fail(R"("data" and "text" differ)");
-        entry.set_data(std::move(text));
-        return std::move(entry);
+    /// The object, once it is complete.
+    Object take() {
+        if (!has[OTAID]) fail(R"("otaid" is missing)");
+        if (!has[TEXT]) return std::move(object);
+        if (has[DATA] && text != object.data) fail(R"("data" and "text" differ)");
+        object.data = std::move(text);
+        return std::move(object);
     }
 
     bool StartObject() { return is_open ? refuse() : (is_open = true); }
@@ -111,22 +109,21 @@ public:
 
 private:
     bool set_number(std::uint32_t number) {
-        if (field == OTAID) entry.set_otaid(number);
-        if (field == DID) entry.set_did(number);
-        if (field == XCPID) entry.set_xcpid(number);
+        if (field == OTAID) object.otaid = number;
+        if (field == DID) object.did = number;
+        if (field == XCPID) object.xcpid = number;
         return field <= XCPID;
     }
 
     bool set_text(std::string_view found) {
         if (field == OTAID) {
             const auto otaid = program::parse_whole_otaid(std::string(found));
-            if (otaid) entry.set_otaid(*otaid);
+            if (otaid) object.otaid = *otaid;
             return otaid.has_value();
         }
         if (field == DATA) {
-            auto bytes = bytes_of_hex(found);
-            if (bytes) entry.set_data(std::move(*bytes));
-            return bytes.has_value();
+            object.data = bytes_of_hex(found);
+            return object.data.has_value();
         }
         text = found;
         // An escaped half of a surrogate pair gets past the parser.
@@ -141,14 +138,14 @@ private:
         fail(quoted(KEYS[field]) + " has to be " + expected[field]);
     }
 
-    Entry entry;
+    Object object;
     std::string text;
     Field field = FIELD_COUNT;
     bool has[FIELD_COUNT] = {};
     bool is_open = false;
 };
 
-Entry parse_object(std::string_view line) {
+Object parse_object(std::string_view line) {
     constexpr unsigned FLAGS =
         rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNumbersAsStringsFlag;
     rapidjson::MemoryStream stream(line.data(), line.size());
@@ -168,7 +165,7 @@ Entry parse_object(std::string_view line) {
 
 }  // namespace
 
-std::optional<Entry> next_object(Scanner& scanner) {
+std::optional<Object> next_object(Scanner& scanner) {
     while (!scanner.at_end()) {
         const std::size_t line = scanner.line();
         const std::string_view text = scanner.rest_of_line();
@@ -234,12 +231,6 @@ void JsonLines::value(std::string_view bytes) {
     if (is_utf8(bytes, [](unsigned codepoint) { return !is_control(codepoint); })) {
         text("text", bytes);
     }
-}
-
-void JsonLines::fields(const Entry& entry) {
-    number("did", entry.did());
-    number("xcpid", entry.xcpid());
-    value(entry.data());
 }
 
 std::string_view JsonLines::line() const {

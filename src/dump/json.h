@@ -7,15 +7,22 @@
 #include <string_view>
 
 #include "dump/scanner.h"
-#include "system_parameter_entry.pb.h"
 
 /// JSON Lines: a parameter is an object of "otaid", "did", "xcpid" and its value as "data", two
 /// hexadecimal digits a byte, and as "text".
 namespace dump {
 
-/// The parameter in the next line that is not blank, with the fields that it names; nothing at the
-/// end. Throws std::runtime_error "NAME:LINE: cause" for a line that is no such object.
-std::optional<ecu::lapi::pb::SystemParameterEntry> next_object(Scanner& scanner);
+/// What the object of a parameter names.
+struct Object {
+    std::uint32_t otaid = 0;
+    std::optional<std::uint32_t> did;
+    std::optional<std::uint32_t> xcpid;
+    std::optional<std::string> data;
+};
+
+/// The object in the next line that is not blank; nothing at the end. Throws std::runtime_error
+/// "NAME:LINE: cause" for a line that is no such object.
+std::optional<Object> next_object(Scanner& scanner);
 
 /// Composes objects, a line each.
 class JsonLines {
@@ -37,9 +44,6 @@ public:
     /// "data", and "text" where the bytes are valid UTF-8 without control characters other than tab
     /// and line end.
     void value(std::string_view bytes);
-
-    /// All fields of a record but its OTAID.
-    void fields(const ecu::lapi::pb::SystemParameterEntry& entry);
 
     /// The object composed last, with a line end. Valid until the next one is begun.
     std::string_view line() const;

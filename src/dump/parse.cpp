@@ -1,6 +1,7 @@
 #include "dump/parse.h"
 
 #include "dump/compose.h"
+#include "dump/hex.h"
 
 namespace dump {
 namespace {

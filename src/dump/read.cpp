@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <map>
 
-#include "dump/json.h"
+#include "dump/json_record.h"
 #include "dump/parse.h"
 #include "program/input.h"
 
@@ -39,6 +39,11 @@ private:
     std::map<std::uint32_t, std::size_t> position_of;
 };
 
+std::optional<Entry> next_record(Scanner& scanner) {
+    auto object = next_object(scanner);
+    return object ? std::make_optional(record_of(std::move(*object))) : std::nullopt;
+}
+
 }  // namespace
 
 std::vector<Entry> read_parameters(Source source, const std::string& name) {
@@ -47,7 +52,7 @@ std::vector<Entry> read_parameters(Source source, const std::string& name) {
     Parameters parameters;
     for (;;) {
         const std::size_t line = scanner.line();
-        auto entry = is_json ? next_object(scanner) : next_block(scanner);
+        auto entry = is_json ? next_record(scanner) : next_block(scanner);
         if (!entry) return std::move(parameters.entries);
         const Entry* const same = parameters.find(entry->otaid());
         if (same == nullptr) {

@@ -4,7 +4,7 @@
 #include <iostream>
 #include <stdexcept>
 
-#include "dump/json.h"
+#include "dump/json_record.h"
 #include "dump/parse.h"
 #include "program/input.h"
 #include "program/options.h"
@@ -44,7 +44,7 @@ int convert(const std::string& file) {
     while (const auto entry = dump::next_block(scanner)) {
         json.begin();
         json.number("otaid", entry->otaid());
-        json.fields(*entry);
+        dump::add_fields(json, *entry);
         json.end();
         std::cout << json.line();
     }

@@ -5,6 +5,8 @@
 #include <string_view>
 
 #include "dump/compose.h"
+#include "dump/hex.h"
+#include "dump/json_record.h"
 
 namespace restore {
 namespace {
@@ -104,7 +106,7 @@ void append_fields(std::string& line, const char* what, const Entry& entry) {
 void compose_side(dump::JsonLines& json, const char* key, const Entry* entry) {
     if (entry == nullptr) return json.null(key);
     json.begin(key);
-    json.fields(*entry);
+    dump::add_fields(json, *entry);
     json.end();
 }
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 
 #include "dump/compose.h"
-#include "dump/json.h"
+#include "dump/json_record.h"
 #include "dump/read.h"
 #include "fuzz/fuzz.h"
 
@@ -44,7 +44,7 @@ void check(Entries entries) {
         blocks += dump::compose(entry.otaid(), entry);
         json.begin();
         json.number("otaid", entry.otaid());
-        json.fields(entry);
+        dump::add_fields(json, entry);
         json.end();
         lines += json.line();
     }

@@ -1,9 +1,12 @@
 #include "lapi_mqtt/link/reconnect_delay.h"
 
 #include <algorithm>
-#include <memory>
-#include <random>
+#include <cstdint>
+#include <cstring>
+#include <string>
 #include <utility>
+
+#include "lapi_mqtt/mqtt/client_id.h"
 
 namespace lapi_mqtt {
 namespace {
@@ -17,19 +20,17 @@ constexpr milliseconds MAX_RECONNECT_DELAY{30'000};
 /// A connection that ends sooner was no success: the broker may end it again and again.
 constexpr milliseconds MIN_DURATION{5'000};
 
-ReconnectDelay::Random system_random() {
-    const auto engine = std::make_shared<std::minstd_rand>(std::random_device()());
-    return [engine](milliseconds max) {
-        return milliseconds(
-            std::uniform_int_distribution<milliseconds::rep>(0, max.count())(*engine));
-    };
+milliseconds random_up_to(milliseconds max) {
+    std::uint32_t number = 0;
+    const std::string bytes = random_bytes(sizeof number);
+    std::memcpy(&number, bytes.data(), sizeof number);
+    return milliseconds(number % (max.count() + 1));
 }
 
 }  // namespace
 
-ReconnectDelay::ReconnectDelay(Random random_up_to)
-    : random(random_up_to ? std::move(random_up_to) : system_random()),
-      limit(MIN_RECONNECT_DELAY) {}
+ReconnectDelay::ReconnectDelay(Random own_random)
+    : random(own_random ? std::move(own_random) : random_up_to), limit(MIN_RECONNECT_DELAY) {}
 
 void ReconnectDelay::lost(Clock::time_point now) {
     if (now - connected_at >= MIN_DURATION) limit = MIN_RECONNECT_DELAY;

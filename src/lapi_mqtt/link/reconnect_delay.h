@@ -15,7 +15,7 @@ public:
     /// `random` returns numbers from 0 to its argument.
     using Random = std::function<std::chrono::milliseconds(std::chrono::milliseconds max)>;
 
-    explicit ReconnectDelay(Random random_up_to = {});
+    explicit ReconnectDelay(Random own_random = {});
 
     void connected(Clock::time_point now) { connected_at = now; }
     void lost(Clock::time_point now);

@@ -264,9 +264,9 @@ TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
         connected();
         client->subscribe("a", 0, std::make_shared<Silent>());
         const auto before = broker.sent().size();
-        bool is_first = true;
+        std::atomic<bool> is_first{true};
         broker.on_open = [&is_first, action = action] {
-            if (!std::exchange(is_first, false)) return;
+            if (!is_first.exchange(false)) return;
             action();
             std::this_thread::sleep_for(milliseconds(50));
         };
