@@ -9,6 +9,7 @@ import time
 
 import pytest
 
+from harness import gets_signals_at_once
 from packets import CONNECT
 from processes import Running, end, scaled
 from protocol import ANNOUNCEMENT
@@ -40,6 +41,7 @@ def test_the_flags_choose_the_lines_of_a_block(peer, broker, flags, qos, lines):
     assert (got.status, got.err, blocks(got.out)) == (0, "", [block])
 
 
+@gets_signals_at_once
 def test_a_signal_ends_a_monitor_that_connects_or_whose_reader_has_stopped_reading(broker, scripted, peer):
     connecting = run_monitor("a", port=scripted({CONNECT: b""}).port, connect_timeout_ms=20000)
     unread, publisher = run_monitor("-PQTS", "a", port=broker.port), peer(broker.port)

@@ -12,7 +12,7 @@ import time
 
 import pytest
 
-from harness import HI, HI_BLOCK, needs_root
+from harness import HI, HI_BLOCK, gets_signals_at_once, needs_root
 from packets import CONNECT, SUBSCRIBE
 from processes import DEMO_UNIT, Running, Unit, await_that, end, free_port, run_korvid, scaled
 from protocol import BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block, field, read_reply, record
@@ -132,6 +132,7 @@ def test_a_second_unit_says_so_and_a_listener_that_does_not_answer_is_none(
         assert re.search(f"^WARNING: .*{warning}", log, re.M), log
 
 
+@gets_signals_at_once
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGINT])
 def test_a_signal_ends_the_start_at_any_moment(broker, scripted, peer, tmp_path, number):
     """While it reads an import, connects, waits for a grant, or for a reply of another unit."""
