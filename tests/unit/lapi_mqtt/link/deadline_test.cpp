@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "lapi_mqtt/link/acknowledgements.h"
 #include "lapi_mqtt/link/reconnect_delay.h"
 
 namespace {
@@ -46,6 +47,20 @@ TEST(Deadline, IsMovedByItsOwnTrafficAlone) {
     expect("the next one may be its own", 0, {{900, 500, 20'000, 15'000, 1900}});
     expect("a trickle", 0, {{500, 1'000, 1'000, 0, 1000}, {900, 1'500, 1'700, 0, 1000}});
     expect("a packet without end", 0, {{4900, 500, 9'000, 0, 5000}});
+}
+
+TEST(Acknowledgements, AreOverdueOnceWhatIsBeforeThemHasHadItsTime) {
+    using std::chrono::seconds;
+    lapi_mqtt::Acknowledgements pending;
+    const Deadline::Clock::time_point begin{};
+    pending.expect(1, {"publish on", "blob"}, 1'000'000, begin, {});
+    pending.expect(2, {"publish on", "barrier"}, 0, begin, {});
+    EXPECT_FALSE(pending.overdue(begin + seconds(119)));
+    EXPECT_TRUE(pending.overdue(begin + seconds(121)));
+    EXPECT_FALSE(pending.acknowledge(1, {}));
+    EXPECT_EQ(pending.acknowledge(2, {0x87, ""})->topic, "barrier");
+    pending.expect(3, {"publish on", "barrier"}, 0, begin, {});
+    EXPECT_EQ(pending.overdue(begin + seconds(21))->topic, "barrier");
 }
 
 TEST(ReconnectDelay, GrowsUntilAConnectionHasLasted) {

@@ -214,6 +214,8 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     const auto run = [&] { serve([&] { ++runs, leaving.get_future().wait(); }); };
     EXPECT_THAT(run, fails("QoS 0"));
     broker.send("s", "?", asked("clients/7/reply"));
+    std::this_thread::sleep_for(milliseconds(100));
+    EXPECT_EQ(runs, 0);
     script("subscribe s", reason(1));
     run();
     client->show_presence();
@@ -238,25 +240,33 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
                             "publish clients/7/reply ! q1", "disconnect"));
 }
 
-TEST_F(Transport, WaitsForItsRepliesBeforeItDisconnects) {
+TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
     connected();
     script("subscribe s", reason(1));
     script("publish clients/", std::nullopt);
-    serve();
+    std::promise<void> all_sent;
+    serve([waiting = all_sent.get_future().share()] { waiting.wait(); });
+    for (int n = 0; n < 3; ++n) broker.send("s", "?", asked("clients/6/reply"));
     broker.send("s", "?", asked("clients/7/reply"));
-    EXPECT_TRUE(await_sent("publish clients/7/reply ! q1"));
+    std::this_thread::sleep_for(milliseconds(100));
+    all_sent.set_value();
+    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 5; }));
+    EXPECT_THAT(broker.sent(), Contains("publish clients/7/reply ! q1"));
+    EXPECT_EQ(broker.sent().back(), "publish clients/6/reply ! q1");
     auto leaving = std::async(std::launch::async, [this] { client->disconnect(); });
     EXPECT_EQ(leaving.wait_for(milliseconds(100)), std::future_status::timeout);
-    broker.acknowledge(2);
+    for (const int packet : {2, 3, 4, 5}) broker.acknowledge(packet);
     EXPECT_EQ(leaving.wait_for(milliseconds(1000)), std::future_status::ready);
     EXPECT_EQ(broker.sent().back(), "disconnect");
 }
 
 /// What happens while the connection is being opened again, and the packets that this sends.
 TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
+    std::future<void> stopped;
+    const auto stop = [this] { client->stop(); };
     const std::pair<std::function<void()>, std::vector<std::string>> table[] = {
         {[this] { client->disconnect(); }, {"disconnect"}},
-        {[this] { std::thread([this] { client->stop(); }).detach(); }, {}},
+        {[&] { stopped = std::async(std::launch::async, stop); }, {}},
         {[] { throw lapi_mqtt::MqttError("refused"); }, {"subscribe a q0", announced + "a q1"}},
     };
     for (const auto& [action, packets] : table) {
@@ -277,6 +287,7 @@ TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
         const auto sent = broker.sent();
         EXPECT_THAT(std::vector(sent.begin() + static_cast<long>(before), sent.end()),
                     testing::ElementsAreArray(packets));
+        if (stopped.valid()) stopped.get();
         client.reset();
     }
 }
@@ -288,12 +299,15 @@ TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
     client->subscribe("a", 1, std::make_shared<Silent>());
     client->subscribe("b", 2 + ecu::lapi::com::WATCH_ONLY, std::make_shared<Silent>());
     client->show_presence();
+    EXPECT_THROW(client->request("t", text("?")), TransportError);
     broker.cut();
-    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 12; }));
-    EXPECT_THAT(std::vector(broker.packets.begin() + 6, broker.packets.end()),
+    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 14; }));
+    EXPECT_THAT(std::vector(broker.packets.begin() + 8, broker.packets.end()),
                 ElementsAre("subscribe s q1", "subscribe a q1", announced + "a q1",
                             "subscribe b retained q2", "subscribe here q1",
                             "publish here yes retained q1"));
+    EXPECT_THROW(client->request("t", text("?")), TransportError);
+    EXPECT_THAT(broker.sent()[14], HasSubstr("subscribe clients/"));
 }
 
 }  // namespace
