@@ -15,7 +15,7 @@ inline constexpr char SECSTORE_SET_TOPIC[] =
 /// QoS 0.
 inline constexpr char ANNOUNCEMENT_TOPIC[] = "subscription/announcement";
 
-/// Kept by the broker: whether the unit is there.
+/// Retained: whether the unit is there.
 inline constexpr char PRESENCE_TOPIC[] = "system/vard/unit";
 inline constexpr char PRESENT[] = "online";
 inline constexpr char ABSENT[] = "offline";

@@ -1,12 +1,16 @@
 #include <gmock/gmock.h>
 
+#include <future>
+
 #include "lapi_mqtt/mqtt/topic_filter.h"
+#include "lapi_mqtt/transport/dispatcher.h"
 #include "lapi_mqtt/transport/services.h"
 #include "lapi_mqtt/transport/subscriptions.h"
 
 namespace {
 
 using lapi_mqtt::RequestCheck;
+using std::chrono::milliseconds;
 using testing::ElementsAre;
 
 struct Silent : ecu::lapi::com::ISubscriptionObserver {
@@ -64,6 +68,33 @@ TEST(Requests, RunWhenTheyAreFreshAndCanBeAnswered) {
                   result)
             << response << ' ' << age_ms;
     }
+}
+
+TEST(Dispatcher, TakesTurnsBlocksWhoeverPushesTooMuchAndRunsWhatWaits) {
+    lapi_mqtt::Dispatcher dispatcher;
+    std::promise<void> slow, unblocked, pushed;
+    std::string ran;
+    const auto note = [&](const char* name) { return [&ran, name] { ran += name; }; };
+    dispatcher.push("", 64 << 20, [&] { slow.get_future().wait(); });
+    for (const auto* name : {"a", "b", "c"}) dispatcher.push_at_once(note(name));
+    auto further = std::async(std::launch::async,
+                              [&] { dispatcher.push("", 0, [&] { unblocked.set_value(); }); });
+    dispatcher.start();
+    EXPECT_EQ(further.wait_for(milliseconds(50)), std::future_status::timeout);
+    slow.set_value();
+    further.get();
+    unblocked.get_future().wait();
+    dispatcher.push_at_once([&] {
+        pushed.get_future().wait();
+        std::this_thread::sleep_for(milliseconds(20));  // until it is closed
+        dispatcher.push_at_once(note("f"));
+    });
+    for (const auto* name : {"1", "2"}) dispatcher.push("one", 1, note(name));
+    dispatcher.push("other", 1, note("e"));
+    pushed.set_value();
+    dispatcher.stop();
+    dispatcher.push_at_once(note("g"));
+    EXPECT_EQ(ran, "abc1ef2");
 }
 
 }  // namespace

@@ -179,33 +179,6 @@ TEST_F(Transport, StopsOnASilentConnection) {
     EXPECT_EQ(broker.sent().back(), "abort");
 }
 
-TEST(Dispatcher, TakesTurnsBlocksWhoeverPushesTooMuchAndRunsWhatWaits) {
-    lapi_mqtt::Dispatcher dispatcher;
-    std::promise<void> slow, unblocked, pushed;
-    std::string ran;
-    const auto note = [&](const char* name) { return [&ran, name] { ran += name; }; };
-    dispatcher.push("", 64 << 20, [&] { slow.get_future().wait(); });
-    for (const auto* name : {"a", "b", "c"}) dispatcher.push_at_once(note(name));
-    auto further = std::async(std::launch::async,
-                              [&] { dispatcher.push("", 0, [&] { unblocked.set_value(); }); });
-    dispatcher.start();
-    EXPECT_EQ(further.wait_for(milliseconds(50)), std::future_status::timeout);
-    slow.set_value();
-    further.get();
-    unblocked.get_future().wait();
-    dispatcher.push_at_once([&] {
-        pushed.get_future().wait();
-        std::this_thread::sleep_for(milliseconds(20));  // until it is closed
-        dispatcher.push_at_once(note("f"));
-    });
-    for (const auto* name : {"1", "2"}) dispatcher.push("one", 1, note(name));
-    dispatcher.push("other", 1, note("e"));
-    pushed.set_value();
-    dispatcher.stop();
-    dispatcher.push_at_once(note("g"));
-    EXPECT_EQ(ran, "abc1ef2");
-}
-
 TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     connected(true);
     script("subscribe s", reason(0));
