@@ -200,6 +200,7 @@ def test_what_happens_between_read_and_write(broker, unit, restore, peer, proxy,
 ERASE = r"\r\x1b\[K"
 
 
+@pytest.mark.skipif(BIN.name == "emulated", reason="QEMU hands over no TCP_INFO, which counts bytes")
 @pytest.mark.parametrize("level, shown", [
     ("WARNING", rf"({ERASE}korvid-restore: receiving 0\.\d MB\r)+{ERASE}korvid-restore: differ: 0, .*\r\n"),
     ("ERROR", "")])
