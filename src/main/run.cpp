@@ -44,8 +44,11 @@ bool execute_command(commands::Client& client, Arguments& args) {
 }
 
 int run_over_connection(Arguments& args) {
-    auto configuration =
-        program::load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
+    program::CommonOptions options;
+    options.host = opt_host;
+    options.port = opt_port;
+    options.loglevel = opt_loglevel;
+    auto configuration = program::load_configuration(PROGRAM_NAME, options);
     auto client = program::create_transport(configuration);
     // Held for the whole run; commands create their own.
     std::shared_ptr<ecu::lapi::var::ISystemParameterClient> sysparams;

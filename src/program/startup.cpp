@@ -9,6 +9,11 @@ namespace program {
 
 namespace logging = ecu::lapi::logging;
 
+void apply(const CommonOptions& options, ecu::lapi::config::Configuration& configuration) {
+    if (!options.host.empty()) configuration["host"] = options.host;
+    if (!options.port.empty()) configuration["port"] = options.port;
+}
+
 std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::string& client_name,
                                                                      const CommonOptions& options) {
     auto configuration = std::make_unique<ecu::lapi::config::Configuration>();
@@ -18,8 +23,7 @@ std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::
         logging::write(logging::ERROR, "Configuration verification failed!");
         std::exit(1);
     }
-    if (!options.host.empty()) (*configuration)["host"] = options.host;
-    if (!options.port.empty()) (*configuration)["port"] = options.port;
+    apply(options, *configuration);
     return configuration;
 }
 

@@ -12,9 +12,11 @@
 /// Steps that the programs with a connection share.
 namespace program {
 
-/// The verified configuration of the program `client_name`, with the options' host and port in
-/// place of the configured ones unless they are empty; sets the log level. Ends the process with
-/// status 1 when the configuration does not verify.
+/// Puts what the options set, host and port, in place of what is configured.
+void apply(const CommonOptions& options, ecu::lapi::config::Configuration& configuration);
+
+/// The verified configuration of the program `client_name`, with the options applied; sets the log
+/// level. Ends the process with status 1 when the configuration does not verify.
 std::unique_ptr<ecu::lapi::config::Configuration> load_configuration(const std::string& client_name,
                                                                      const CommonOptions& options);
 

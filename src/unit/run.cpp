@@ -38,8 +38,8 @@ std::unique_ptr<Configuration> configure(const Options& options) {
     auto configuration = lapi_mqtt::default_configuration();
     Configuration& own = *configuration;
     own["client_name"] = PROGRAM_NAME;
-    own["host"] = options.common.host;
-    own["port"] = options.common.port.empty() ? Configuration()["port"] : options.common.port;
+    own["port"] = Configuration()["port"];
+    program::apply(options.common, own);
     return configuration;
 }
 
@@ -65,7 +65,7 @@ void begin_to_serve(const Options& options, const std::optional<std::vector<Entr
 int serve(const Options& options) {
     program::end_at_termination_signals();
     auto configuration = configure(options);
-    const std::string port = (*configuration)["port"];
+    const std::string port = Configuration(*configuration)["port"];  // looked up in a copy
     std::optional<std::vector<Entry>> imported;
     if (!options.import_from.empty()) imported = dump::read_file(options.import_from);
 
