@@ -28,39 +28,35 @@ std::string lower_case(std::string text) {
 
 }  // namespace
 
-Configuration::Configuration() : values(lapi_mqtt::default_values()) {
+Configuration::Configuration() : Configuration(*lapi_mqtt::ConfigurationReader::defaults()) {
     const char* const named = std::getenv(FILE_VARIABLE);
-    if (named != nullptr) {
-        load_file(named, true);
-    } else {
-        load_file(DEFAULT_FILE, false);
-    }
+    load_file(named != nullptr ? named : DEFAULT_FILE, named != nullptr);
     load_environment();
 }
 
-Configuration::Configuration(std::map<std::string, std::string> settings)
-    : values(std::move(settings)) {}
-
 std::string& Configuration::operator[](const std::string& key) {
-    origins[key].clear();  // from here on the value is the program's own
-    return values[key];
+    Setting& setting = settings[key];
+    setting.origin = lapi_mqtt::PROGRAM_ORIGIN;
+    return setting.value;
 }
 
 void Configuration::load_file(const std::string& path, bool must_exist) {
     errno = 0;
     std::ifstream file(path);
     if (!file.is_open() && errno == ENOENT && !must_exist) return;
-    lapi_mqtt::ConfigFile content;
-    if (file.is_open()) content = lapi_mqtt::parse_config(file);
+    const auto lines = lapi_mqtt::parse_config(file);
     if (!file.is_open() || file.bad()) {
         load_errors.push_back(path + ": cannot read the configuration: " + std::strerror(errno));
         return;
     }
-    const auto place = [&path](int line) { return path + ":" + std::to_string(line); };
-    for (const auto& error : content.errors) {
-        load_errors.push_back(place(error.line) + ": " + error.cause);
+    for (const auto& line : lines) {
+        const std::string place = path + ":" + std::to_string(line.number);
+        if (line.error.empty()) {
+            take(line.key, line.value, place);
+        } else {
+            load_errors.push_back(place + ": " + line.error);
+        }
     }
-    for (const auto& entry : content.entries) take(entry.key, entry.value, place(entry.line));
 }
 
 void Configuration::load_environment() {
@@ -81,8 +77,7 @@ void Configuration::take(const std::string& key, const std::string& value,
         load_errors.push_back(origin + ": unknown key '" + key + "'");
         return;
     }
-    values[key] = value;
-    origins[key] = origin;
+    settings[key] = {value, origin};
 }
 
 bool Configuration::verify() const {
@@ -98,32 +93,24 @@ namespace lapi_mqtt {
 using ecu::lapi::config::Configuration;
 
 std::unique_ptr<Configuration> ConfigurationReader::defaults() {
+    Configuration::Settings settings;
+    for (const auto& [key, value] : default_values()) settings[key] = {value, "default"};
     return std::unique_ptr<Configuration>(
-        new Configuration(default_values()));  // its constructor is private
-}
-
-std::string ConfigurationReader::get(const std::string& key) const {
-    const auto found = configuration.values.find(key);
-    return found == configuration.values.end() ? std::string() : found->second;
-}
-
-std::string ConfigurationReader::origin(const std::string& key) const {
-    const auto known = configuration.origins.find(key);
-    if (known == configuration.origins.end()) return "default";
-    return known->second.empty() ? "program or option" : known->second;
+        new Configuration(std::move(settings)));  // its constructor is private
 }
 
 std::vector<std::string> ConfigurationReader::errors() const {
+    const auto& settings = configuration.settings;
     std::vector<std::string> found = configuration.load_errors;
     const auto report = [&](const std::string& key, const std::string& cause) {
-        const auto origin = configuration.origins.find(key);
-        const bool was_read = origin != configuration.origins.end() && !origin->second.empty();
-        found.push_back((was_read ? origin->second + ": " : "") + key + ": " + cause);
+        const auto setting = settings.find(key);
+        const bool was_read = setting != settings.end() && setting->second.origin != PROGRAM_ORIGIN;
+        found.push_back((was_read ? setting->second.origin + ": " : "") + key + ": " + cause);
     };
-    for (const auto& [key, value] : configuration.values) {
-        if (const auto error = setting_error(key, value)) report(key, *error);
+    for (const auto& [key, setting] : settings) {
+        if (const auto error = setting_error(key, setting.value)) report(key, *error);
     }
-    if (configuration.values.count("client_name") == 0) report("client_name", "missing value");
+    if (settings.count("client_name") == 0) report("client_name", "missing value");
     // A setting that has no effect without another one is an oversight.
     const std::pair<const char*, const char*> needs[] = {
         {"password_file", "username"},
@@ -132,7 +119,7 @@ std::vector<std::string> ConfigurationReader::errors() const {
         {"cert_file", "ca_file"},
     };
     for (const auto& [key, needed] : needs) {
-        if (configuration.values.count(key) != 0 && configuration.values.count(needed) == 0) {
+        if (settings.count(key) != 0 && settings.count(needed) == 0) {
             report(key, std::string("needs a value for ") + needed);
         }
     }

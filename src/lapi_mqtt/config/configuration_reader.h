@@ -8,18 +8,17 @@
 
 namespace lapi_mqtt {
 
+/// The origin of a value that the program, or an option of it, has set.
+inline constexpr char PROGRAM_ORIGIN[] = "program or option";
+
 /// What the library reads of a configuration. Borrows it.
 class ConfigurationReader {
 public:
     explicit ConfigurationReader(const ecu::lapi::config::Configuration& read_from)
         : configuration(read_from) {}
 
-    /// The value under `key`; empty when there is none.
-    std::string get(const std::string& key) const;
-
-    /// Where the value under `key` comes from: a default, "FILE:LINE", a variable's name, or the
-    /// program that set it.
-    std::string origin(const std::string& key) const;
+    /// Values and their origins, by key.
+    const auto& settings() const { return configuration.settings; }
 
     /// What makes the configuration unusable, each with the place it came from.
     std::vector<std::string> errors() const;

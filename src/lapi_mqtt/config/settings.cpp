@@ -14,115 +14,107 @@
 namespace lapi_mqtt {
 namespace {
 
-using Check = std::optional<std::string> (*)(const std::string& value);
+/// What is wrong with a value; nothing when it was read into the settings.
+using Fault = std::optional<std::string>;
 
-/// The whole of `text` as a decimal number; nothing when it is not one.
-std::optional<long> number(const std::string& text) {
-    long value = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stopped, error] = std::from_chars(text.data(), end, value);
-    if (error != std::errc() || stopped != end) return std::nullopt;
-    return value;
+/// Reads the whole of `value` as a decimal number from 1 to `max`.
+Fault read_number(const std::string& value, long max, long& number) {
+    const char* const end = value.data() + value.size();
+    const auto [stopped, error] = std::from_chars(value.data(), end, number);
+    if (error == std::errc() && stopped == end && number >= 1 && number <= max) return std::nullopt;
+    return "'" + value + "' is not a number from 1 to " + std::to_string(max);
 }
 
-template <long MIN, long MAX>
-std::optional<std::string> number_between(const std::string& value) {
-    const auto parsed = number(value);
-    if (parsed && *parsed >= MIN && *parsed <= MAX) return std::nullopt;
-    return "'" + value + "' is not a number from " + std::to_string(MIN) + " to " +
-           std::to_string(MAX);
+Fault read_port(Settings& settings, const std::string& value) {
+    long number = 0;
+    auto fault = read_number(value, 65535, number);
+    settings.port = static_cast<int>(number);
+    return fault;
+}
+
+template <std::chrono::milliseconds Settings::*MEMBER>
+Fault read_timeout(Settings& settings, const std::string& value) {
+    constexpr long HOUR_MS = 3'600'000;
+    long number = 0;
+    auto fault = read_number(value, HOUR_MS, number);
+    settings.*MEMBER = std::chrono::milliseconds(number);
+    return fault;
 }
 
 /// What MQTT counts in 16 bits, less room for the levels of topics and the random digits around it.
 constexpr std::size_t MAX_TEXT = 65'000;
 
-std::optional<std::string> text(const std::string& value) {
+template <std::string Settings::*MEMBER>
+Fault read_text(Settings& settings, const std::string& value) {
     if (value.size() > MAX_TEXT) {
         return "the value is longer than " + std::to_string(MAX_TEXT) + " bytes";
     }
-    if (is_text(value)) return std::nullopt;
-    return "'" + value + "' is not UTF-8 text without control characters";
+    if (!is_text(value)) return "'" + value + "' is not UTF-8 text without control characters";
+    settings.*MEMBER = value;
+    return std::nullopt;
 }
 
-std::optional<std::string> host_name(const std::string& value) {
+/// An IPv6 address may stand in brackets, as it does in front of a port.
+Fault read_host(Settings& settings, const std::string& value) {
     const auto colon = value.find(':');
     if (colon != std::string::npos && colon == value.rfind(':')) {
         return "'" + value + "' holds a colon; the port is a setting of its own (-p)";
     }
-    if (value.find_first_of(" /") == std::string::npos) return text(value);
-    return "'" + value + "' is not a host name or address";
-}
-
-/// An IPv6 address may stand in brackets, as it does in front of a port.
-std::string without_brackets(const std::string& host) {
-    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
-    return bracketed ? host.substr(1, host.size() - 2) : host;
+    if (value.find_first_of(" /") != std::string::npos) {
+        return "'" + value + "' is not a host name or address";
+    }
+    auto fault = read_text<&Settings::host>(settings, value);
+    const bool bracketed = value.size() > 2 && value.front() == '[' && value.back() == ']';
+    if (bracketed) settings.host = value.substr(1, value.size() - 2);
+    return fault;
 }
 
 /// A client id becomes a level of a topic, where wildcards and separators mean something else.
-std::optional<std::string> client_name(const std::string& value) {
-    if (value.find_first_of("/+#") == std::string::npos) return text(value);
+Fault read_client_name(Settings& settings, const std::string& value) {
+    if (value.find_first_of("/+#") == std::string::npos) {
+        return read_text<&Settings::client_name>(settings, value);
+    }
     return "'" + value + "' holds one of the characters / + #";
 }
 
-std::optional<std::string> topic_prefix(const std::string& value) {
+Fault read_topic_prefix(Settings& settings, const std::string& value) {
     if (!value.empty() && value.back() != '/') return "'" + value + "' does not end with '/'";
-    if (value.find_first_of("+#$") == std::string::npos) return text(value);
+    if (value.find_first_of("+#$") == std::string::npos) {
+        return read_text<&Settings::topic_prefix>(settings, value);
+    }
     return "'" + value + "' holds one of the characters + # $";
 }
 
-std::optional<std::string> readable_file(const std::string& value) {
+template <std::string Settings::*MEMBER>
+Fault read_file_name(Settings& settings, const std::string& value) {
     if (value.find('\0') != std::string::npos) return "'" + value + "' is not a file's name";
     errno = 0;
     std::ifstream file(value);
+    settings.*MEMBER = value;
     if (file.is_open() && file.peek() != std::ifstream::traits_type::eof()) return std::nullopt;
     return "cannot read '" + value + "': " + (errno != 0 ? std::strerror(errno) : "it is empty");
-}
-
-constexpr long HOUR_MS = 3'600'000;
-constexpr auto MILLISECONDS = number_between<1, HOUR_MS>;
-
-using Reader = void (*)(Settings& settings, const std::string& value);
-
-template <std::string Settings::*MEMBER>
-void read_text(Settings& settings, const std::string& value) {
-    settings.*MEMBER = value;
-}
-
-template <std::chrono::milliseconds Settings::*MEMBER>
-void read_milliseconds(Settings& settings, const std::string& value) {
-    settings.*MEMBER = std::chrono::milliseconds(number(value).value());
-}
-
-void read_host(Settings& settings, const std::string& value) {
-    settings.host = without_brackets(value);
-}
-
-void read_port(Settings& settings, const std::string& value) {
-    settings.port = static_cast<int>(number(value).value());
 }
 
 /// All there is to a key.
 struct Key {
     const char* name;
     const char* default_value;  ///< null: none
-    Check check;
-    Reader read;
+    Fault (*read)(Settings& settings, const std::string& value);
 };
 
 // In alphabetical order. To add a key: a member of Settings, and a line here.
 constexpr Key KEYS[] = {
-    {"ca_file", nullptr, readable_file, read_text<&Settings::ca_file>},
-    {"cert_file", nullptr, readable_file, read_text<&Settings::cert_file>},
-    {"client_name", nullptr, client_name, read_text<&Settings::client_name>},
-    {"connect_timeout_ms", "3000", MILLISECONDS, read_milliseconds<&Settings::connect_timeout>},
-    {"host", "127.0.0.1", host_name, read_host},
-    {"key_file", nullptr, readable_file, read_text<&Settings::key_file>},
-    {"password_file", nullptr, readable_file, read_text<&Settings::password_file>},
-    {"port", "1883", number_between<1, 65535>, read_port},
-    {"request_timeout_ms", "5000", MILLISECONDS, read_milliseconds<&Settings::request_timeout>},
-    {"topic_prefix", nullptr, topic_prefix, read_text<&Settings::topic_prefix>},
-    {"username", nullptr, text, read_text<&Settings::username>},
+    {"ca_file", nullptr, read_file_name<&Settings::ca_file>},
+    {"cert_file", nullptr, read_file_name<&Settings::cert_file>},
+    {"client_name", nullptr, read_client_name},
+    {"connect_timeout_ms", "3000", read_timeout<&Settings::connect_timeout>},
+    {"host", "127.0.0.1", read_host},
+    {"key_file", nullptr, read_file_name<&Settings::key_file>},
+    {"password_file", nullptr, read_file_name<&Settings::password_file>},
+    {"port", "1883", read_port},
+    {"request_timeout_ms", "5000", read_timeout<&Settings::request_timeout>},
+    {"topic_prefix", nullptr, read_topic_prefix},
+    {"username", nullptr, read_text<&Settings::username>},
 };
 
 /// Null for an unknown name.
@@ -155,27 +147,25 @@ std::optional<std::string> setting_error(const std::string& key, const std::stri
     const Key* const known = find_key(key);
     if (known == nullptr) return "unknown key";
     if (value.empty() && key != "topic_prefix") return "missing value";
-    return known->check(value);
+    Settings scratch;
+    return known->read(scratch, value);
 }
 
 Settings read_settings(const ecu::lapi::config::Configuration& configuration) {
-    const ConfigurationReader reader(configuration);
     Settings settings;
-    for (const Key& key : KEYS) {
-        const std::string value = reader.get(key.name);
-        if (!value.empty()) key.read(settings, value);
+    for (const auto& [name, setting] : ConfigurationReader(configuration).settings()) {
+        const Key* const key = find_key(name);
+        if (key != nullptr && !setting.value.empty()) key->read(settings, setting.value);
     }
     return settings;
 }
 
-void log_settings(const ecu::lapi::config::Configuration& loaded) {
+void log_settings(const ecu::lapi::config::Configuration& configuration) {
     namespace logging = ecu::lapi::logging;
-    const ConfigurationReader configuration(loaded);
-    for (const Key& key : KEYS) {
-        const std::string value = configuration.get(key.name);
-        if (value.empty()) continue;
-        logging::write(logging::DEBUG, "Setting ", key.name, " = ", value, " (",
-                       configuration.origin(key.name), ")");
+    for (const auto& [name, setting] : ConfigurationReader(configuration).settings()) {
+        if (setting.value.empty()) continue;
+        logging::write(logging::DEBUG, "Setting ", name, " = ", setting.value, " (", setting.origin,
+                       ")");
     }
 }
 

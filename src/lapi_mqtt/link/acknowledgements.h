@@ -21,12 +21,6 @@ struct Step {
 /// The broker's reason; nothing when the connection ended before it had given any.
 using Outcome = std::optional<Reason>;
 
-/// An acknowledgement that somebody waits for.
-struct Ack {
-    bool has_come = false;
-    Outcome outcome;
-};
-
 /// Packets of the present connection that the broker has not acknowledged. Only records: guarded by
 /// the link's lock, under which handlers are called, each once.
 class Acknowledgements {
@@ -50,6 +44,7 @@ public:
     /// Each connection numbers its packets anew: everybody is told.
     void connection_lost();
 
+    bool is_empty() const { return pending.empty(); }
     bool is_full() const { return pending.size() >= MAX_PENDING; }
 
 private:

@@ -153,15 +153,50 @@ void Link::stop() {
     thread.join();
 }
 
-int Link::wait_for_grant(Lock& lock, const Ack& ack, milliseconds timeout, const Step& step) {
-    const auto end = wait(lock, {timeout, timeout}, 0, [&ack] { return ack.has_come; });
-    if (end == WaitEnd::connection_lost || (ack.has_come && !ack.outcome)) {
-        fail(Kind::failed, step, why_down);
+/// `action(connection)` queues a packet with `size` bytes of payload and returns its id.
+template <typename Action>
+void Link::queue(const Step& step, std::size_t size, Action action,
+                 Acknowledgements::Handler handler) {
+    require_connection(step);
+    if (acknowledgements.is_full()) fail(Kind::failed, step, "too much is unacknowledged");
+    try {
+        const int id = action(*connection);
+        acknowledgements.expect(id, step, size, Clock::now(), std::move(handler));
+    } catch (const MqttError& error) {
+        fail(Kind::failed, step, error.what());
     }
-    if (end != WaitEnd::done) fail(Kind::failed, step, "the broker does not answer");
-    if (ack.outcome->is_refusal()) fail(Kind::failed, step, ack.outcome->text);
-    logging::write(logging::DEBUG, "Granted at QoS ", ack.outcome->code, ": ", step.topic);
-    return ack.outcome->code;
+}
+
+void Link::publish(const Step& step, const ecu::lapi::com::Message& message, int qos,
+                   const PublishProperties& properties, Acknowledgements::Handler handler) {
+    const auto send = [&](Connection& on) {
+        return on.publish(step.topic, message, qos, properties);
+    };
+    queue(step, message.payload.size(), send, std::move(handler));
+}
+
+void Link::subscribe(const Step& step, int qos, RetainHandling retained,
+                     Acknowledgements::Handler handler) {
+    const auto send = [&](Connection& on) { return on.subscribe(step.topic, qos, retained); };
+    queue(step, 0, send, std::move(handler));
+}
+
+void Link::unsubscribe(const Step& step) {
+    queue(step, 0, [&](Connection& on) { return on.unsubscribe(step.topic); }, {});
+}
+
+int Link::subscribe_and_wait(Lock& lock, const Step& step, int qos, RetainHandling retained,
+                             milliseconds timeout) {
+    const auto ack = std::make_shared<std::optional<Outcome>>();
+    subscribe(step, qos, retained, [ack](const Outcome& outcome) { ack->emplace(outcome); });
+    wait(lock, {timeout, timeout}, 0, [&ack] { return ack->has_value(); });
+    if (!ack->has_value()) fail(Kind::failed, step, "the broker does not answer");
+    const Outcome& outcome = ack->value();
+    if (!outcome || outcome->is_refusal()) {
+        fail(Kind::failed, step, outcome ? outcome->text : why_down);
+    }
+    logging::write(logging::DEBUG, "Granted at QoS ", outcome->code, ": ", step.topic);
+    return outcome->code;
 }
 
 void Link::run_or_wait(Lock& lock, Clock::time_point until) {
@@ -201,6 +236,10 @@ std::uint64_t Link::begin_transfer(std::size_t size) {
 
 void Link::abort() {
     if (connection) connection->abort();
+}
+
+void Link::require_connection(const Step& step) const {
+    if (!connection) fail(Kind::not_connected, step, why_down);
 }
 
 void Link::fail(Kind kind, const Step& step, const std::string& cause) const {

@@ -75,26 +75,23 @@ public:
     /// runs the loop.
     void disconnect(Lock& lock);
 
-    /// Queues a packet with `size` bytes of payload by `action(connection)`, which returns its id.
-    /// `handler` is told its acknowledgement; without one a refusal is logged. Throws
-    /// TransportError.
-    template <typename Action>
-    void queue(const Step& step, std::size_t size, Action action,
-               Acknowledgements::Handler handler = {});
+    // Each queues a packet on `step.topic`. `handler` is told its acknowledgement; without one a
+    // refusal is logged. They throw TransportError.
+    void publish(const Step& step, const ecu::lapi::com::Message& message, int qos,
+                 const PublishProperties& properties = {}, Acknowledgements::Handler handler = {});
+    void subscribe(const Step& step, int qos, RetainHandling retained,
+                   Acknowledgements::Handler handler = {});
+    void unsubscribe(const Step& step);
 
-    /// The same; the acknowledgement will be found in the result.
-    template <typename Action>
-    std::shared_ptr<const Ack> queue_and_note(const Step& step, std::size_t size, Action action);
+    /// Subscribes, waits for SUBACK and returns the QoS that it grants. Throws TransportError, also
+    /// for a refusal, and after `timeout` at the latest.
+    int subscribe_and_wait(Lock& lock, const Step& step, int qos, RetainHandling retained,
+                           std::chrono::milliseconds timeout);
 
     /// Waits until `done()` or for as long as `timeouts` and what moves let it: what goes out up to
     /// `send_end`, and what comes in. Releases the lock while it waits.
     template <typename Done>
     WaitEnd wait(Lock& lock, Deadline::Timeouts timeouts, std::uint64_t send_end, Done done);
-
-    /// Waits for a SUBACK and returns the QoS that it grants. Throws TransportError for a refusal
-    /// and after `timeout` at the latest.
-    int wait_for_grant(Lock& lock, const Ack& ack, std::chrono::milliseconds timeout,
-                       const Step& step);
 
     /// Begins the transfer of a packet of `size` bytes that is queued next, and returns what
     /// `bytes_acked` will be at the most when it has gone out.
@@ -105,6 +102,11 @@ public:
 
     void notify() { changed.notify_all(); }
     void abort();
+
+    /// Throws TransportError unless there is a connection.
+    void require_connection(const Step& step) const;
+
+    bool is_all_acknowledged() const { return acknowledgements.is_empty(); }
     bool is_up() const { return connection != nullptr; }
     bool is_leaving() const { return leaving; }
     const std::string& down_cause() const { return why_down; }
@@ -112,6 +114,9 @@ public:
     [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const;
 
 private:
+    template <typename Action>
+    void queue(const Step& step, std::size_t size, Action action,
+               Acknowledgements::Handler handler);
     void open();
     void run();
     bool reconnect();
@@ -145,26 +150,6 @@ private:
     std::atomic<bool> stopping{false};
     std::thread thread;  // of the thread that starts and stops
 };
-
-template <typename Action>
-void Link::queue(const Step& step, std::size_t size, Action action,
-                 Acknowledgements::Handler handler) {
-    if (!connection) fail(Kind::not_connected, step, why_down);
-    if (acknowledgements.is_full()) fail(Kind::failed, step, "too much is unacknowledged");
-    try {
-        const int id = action(*connection);
-        acknowledgements.expect(id, step, size, Deadline::Clock::now(), std::move(handler));
-    } catch (const MqttError& error) {
-        fail(Kind::failed, step, error.what());
-    }
-}
-
-template <typename Action>
-std::shared_ptr<const Ack> Link::queue_and_note(const Step& step, std::size_t size, Action action) {
-    auto ack = std::make_shared<Ack>();
-    queue(step, size, action, [ack](const Outcome& outcome) { *ack = {true, outcome}; });
-    return ack;
-}
 
 template <typename Done>
 Link::WaitEnd Link::wait(Lock& lock, Deadline::Timeouts timeouts, std::uint64_t send_end,

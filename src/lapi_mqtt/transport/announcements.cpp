@@ -5,11 +5,8 @@
 #include "ecu/lapi/logging.h"
 
 namespace lapi_mqtt {
-namespace {
 
 namespace logging = ecu::lapi::logging;
-
-}  // namespace
 
 void Announcements::announce(const std::string& topic) {
     announce(topic, [this](const Outcome& outcome) {
@@ -24,10 +21,7 @@ void Announcements::announce(const std::string& topic) {
 
 void Announcements::announce(const std::string& topic, Acknowledgements::Handler handler) {
     const ecu::lapi::com::Message message({topic.begin(), topic.end()});
-    const auto publish = [&](Connection& connection) {
-        return connection.publish(on_topic, message, 1, {});
-    };
-    link.queue({"publish on", on_topic}, topic.size(), publish, std::move(handler));
+    link.publish({"publish on", on_topic}, message, 1, {}, std::move(handler));
 }
 
 void Announcements::report_refusal(const Reason& reason) const {

@@ -3,11 +3,8 @@
 #include "ecu/lapi/logging.h"
 
 namespace lapi_mqtt {
-namespace {
 
 namespace logging = ecu::lapi::logging;
-
-}  // namespace
 
 void PresenceKeeper::show() {
     is_shown = true;
@@ -29,25 +26,20 @@ void PresenceKeeper::on_message(const ecu::lapi::com::Message& message) {
 
 /// Without the right to read it the presence is shown all the same, but not corrected.
 void PresenceKeeper::subscribe() {
-    const auto send = [this](Connection& connection) {
-        return connection.subscribe(presence->topic, 1, RetainHandling::do_not_send);
-    };
-    link.queue({"subscribe", presence->topic}, 0, send, [this](const Outcome& outcome) {
+    const auto warn = [this](const Outcome& outcome) {
         if (!outcome || !outcome->is_refusal()) return;
         logging::write(logging::WARNING, "The broker at ", link.place(),
                        " does not let this unit read its presence on ", presence->topic, ": ",
                        outcome->text, "; '", presence->absent,
                        "' from an earlier connection would stay there");
-    });
+    };
+    link.subscribe({"subscribe", presence->topic}, 1, RetainHandling::do_not_send, warn);
 }
 
 void PresenceKeeper::publish() {
     ecu::lapi::com::Message message({presence->present.begin(), presence->present.end()});
     message.retain = 1;
-    const auto send = [&](Connection& connection) {
-        return connection.publish(presence->topic, message, 1, {});
-    };
-    link.queue({"publish on", presence->topic}, message.payload.size(), send);
+    link.publish({"publish on", presence->topic}, message, 1);
 }
 
 }  // namespace lapi_mqtt

@@ -5,7 +5,6 @@
 #include "ecu/lapi/logging.h"
 
 namespace lapi_mqtt {
-namespace {
 
 namespace logging = ecu::lapi::logging;
 using std::chrono::milliseconds;
@@ -19,23 +18,17 @@ constexpr char OUTCOME_UNKNOWN[] =
     "a "
     "blob with getsec";
 
-}  // namespace
-
 void Publications::publish(const Step& step, const std::string& topic,
                            const ecu::lapi::com::Message& message) {
     const int qos = message.get_qos();
-    const std::size_t size = message.payload.size();
     const auto settles = [this, topic = step.topic](bool is_own) {
         return [this, topic, is_own](const Outcome& outcome) { settle(topic, outcome, is_own); };
     };
-    const auto send = [&](Connection& connection) {
-        return connection.publish(step.topic, message, qos, {});
-    };
-    const auto end = link.begin_transfer(size);
+    const auto end = link.begin_transfer(message.payload.size());
     if (qos > 0) {
-        link.queue(step, size, send, settles(true));
+        link.publish(step, message, qos, {}, settles(true));
     } else {
-        link.queue(step, size, send);
+        link.publish(step, message, qos);
         announcements.announce(topic, settles(false));
     }
     send_end = end;

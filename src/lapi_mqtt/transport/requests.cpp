@@ -7,7 +7,6 @@
 #include "protocol/request.h"
 
 namespace lapi_mqtt {
-namespace {
 
 namespace logging = ecu::lapi::logging;
 using std::chrono::milliseconds;
@@ -22,22 +21,6 @@ constexpr milliseconds MAX_REPLY_TIMEOUT = std::chrono::minutes(10);
 
 constexpr std::size_t CORRELATION_BYTES = 16;
 
-}  // namespace
-
-class Requests::Pending {
-public:
-    Pending(Requests& of, const std::string& correlation)
-        : all(of.replies), entry(all.emplace(correlation, std::nullopt).first) {}
-    ~Pending() { all.erase(entry); }
-    Pending(const Pending&) = delete;
-    Pending& operator=(const Pending&) = delete;
-    std::optional<Incoming>& reply() { return entry->second; }
-
-private:
-    std::map<std::string, std::optional<Incoming>>& all;
-    std::map<std::string, std::optional<Incoming>>::iterator entry;
-};
-
 Requests::Requests(Link& to_broker, std::string reply_topic, milliseconds reply_timeout)
     : link(to_broker), topic_of_replies(std::move(reply_topic)), timeout(reply_timeout) {}
 
@@ -51,51 +34,52 @@ Requests::Message Requests::request(const std::string& topic, const Message& mes
     const std::size_t size = message.payload.size();
 
     auto lock = link.lock();
-    if (!is_subscribed) subscribe_replies(lock, step);
-    Pending pending(*this, properties.correlation_data);
+    if (!is_subscribed) {
+        link.require_connection(step);
+        // The grant is waited for: a broker, a cluster above all, may apply a subscription late,
+        // and the reply would be lost.
+        link.subscribe_and_wait(lock, {"subscribe", topic_of_replies}, 1,
+                                RetainHandling::do_not_send, timeout);
+        is_subscribed = true;
+    }
+    const auto current = std::make_shared<Pending>();
+    current->correlation = properties.correlation_data;
+    pending = current;
     const auto send_end = link.begin_transfer(size);
     const auto began = Clock::now();
-    const auto ack = link.queue_and_note(step, size, [&](Connection& connection) {
-        return connection.publish(topic, message, 1, properties);
+    link.publish(step, message, 1, properties, [waiting = pending](const Outcome& outcome) {
+        if (const auto request = waiting.lock()) request->ack = outcome;
     });
     logging::write(logging::DEBUG, "Request on ", topic, ": ", size, " bytes");
-    auto reply = wait_for_reply(lock, *ack, pending.reply(), send_end, step);
+    auto reply = wait_for_reply(lock, *current, send_end, step);
     logging::write(logging::DEBUG, "Reply on ", topic, " after ", milliseconds_since(began),
                    " ms: ", reply.payload.size(), " bytes");
     return reply;
 }
 
-/// The grant is waited for: a broker, a cluster above all, may apply a subscription late, and the
-/// reply would be lost.
-void Requests::subscribe_replies(Link::Lock& lock, const Step& request) {
-    const auto ack = link.queue_and_note(request, 0, [this](Connection& connection) {
-        return connection.subscribe(topic_of_replies, 1, RetainHandling::do_not_send);
-    });
-    link.wait_for_grant(lock, *ack, timeout, {"subscribe", topic_of_replies});
-    is_subscribed = true;
-}
-
 bool Requests::accept(Incoming& reply) {
     const auto lock = link.lock();
-    const auto pending = replies.find(reply.properties.correlation_data);
-    if (pending == replies.end() || pending->second) return false;
-    pending->second = std::move(reply);
+    const auto request = pending.lock();
+    if (!request || request->reply || request->correlation != reply.properties.correlation_data) {
+        return false;
+    }
+    request->reply = std::move(reply);
     link.notify();
     return true;
 }
 
-Requests::Message Requests::wait_for_reply(Link::Lock& lock, const Ack& ack,
-                                           std::optional<Incoming>& reply, std::uint64_t send_end,
-                                           const Step& step) {
+Requests::Message Requests::wait_for_reply(Link::Lock& lock, Pending& request,
+                                           std::uint64_t send_end, const Step& step) {
     const auto began = Clock::now();
+    auto& [correlation, ack, reply] = request;
     // The reply may overtake the acknowledgement, so the one does not wait for the other.
-    const auto is_bad_ack = [&] { return ack.outcome && ack.outcome->code != 0; };
-    auto end = link.wait(lock, {timeout, MAX_REPLY_TIMEOUT}, send_end,
-                         [&] { return reply || is_bad_ack(); });
-    const bool has_no_subscribers = ack.outcome && ack.outcome->no_matching_subscribers();
+    auto end = link.wait(lock, {timeout, MAX_REPLY_TIMEOUT}, send_end, [&request] {
+        return request.reply || (request.ack && request.ack->code != 0);
+    });
+    const bool has_no_subscribers = ack && ack->no_matching_subscribers();
     if (!reply && has_no_subscribers) {
         end = link.wait(lock, {NO_SUBSCRIBERS_TIMEOUT, MAX_REPLY_TIMEOUT}, 0,
-                        [&] { return bool(reply); });
+                        [&request] { return request.reply.has_value(); });
     }
     if (reply) {
         if (reply->properties.error) {
@@ -103,9 +87,7 @@ Requests::Message Requests::wait_for_reply(Link::Lock& lock, const Ack& ack,
         }
         return std::move(reply->message);
     }
-    if (is_bad_ack() && ack.outcome->is_refusal()) {
-        link.fail(Kind::failed, step, ack.outcome->text);
-    }
+    if (ack && ack->is_refusal()) link.fail(Kind::failed, step, ack->text);
     if (end == Link::WaitEnd::connection_lost) {
         link.fail(Kind::outcome_unknown, step, link.down_cause());
     }

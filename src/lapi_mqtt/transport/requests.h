@@ -1,6 +1,6 @@
 #pragma once
 
-#include <map>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -8,7 +8,7 @@
 
 namespace lapi_mqtt {
 
-/// Requests and their replies: each reply finds its request by correlation data.
+/// Requests, one at a time, and their replies, which are told by correlation data.
 class Requests {
 public:
     using Message = ecu::lapi::com::Message;
@@ -29,12 +29,15 @@ public:
     const std::string& reply_topic() const { return topic_of_replies; }
 
 private:
-    /// A pending request, for as long as it is waited for.
-    class Pending;
+    /// A request that is waited for.
+    struct Pending {
+        std::string correlation;
+        Outcome ack;
+        std::optional<Incoming> reply;
+    };
 
-    void subscribe_replies(Link::Lock& lock, const Step& request);
-    Message wait_for_reply(Link::Lock& lock, const Ack& ack, std::optional<Incoming>& reply,
-                           std::uint64_t send_end, const Step& step);
+    Message wait_for_reply(Link::Lock& lock, Pending& request, std::uint64_t send_end,
+                           const Step& step);
     std::string missing_reply(Link::WaitEnd end, std::int64_t waited_ms) const;
 
     Link& link;
@@ -42,7 +45,7 @@ private:
     const std::chrono::milliseconds timeout;
 
     // Guarded by the link's lock.
-    std::map<std::string, std::optional<Incoming>> replies;  ///< by correlation data
+    std::weak_ptr<Pending> pending;  ///< there is one at most
     bool is_subscribed = false;
 };
 

@@ -27,10 +27,6 @@ bool is_reply_topic(const std::string& topic) {
            topic.find_first_of("+#") == std::string::npos;
 }
 
-int subscribe(Connection& connection, const std::string& topic) {
-    return connection.subscribe(topic, 1, RetainHandling::do_not_send);
-}
-
 }  // namespace
 
 RequestCheck check(const Incoming& request, std::chrono::steady_clock::time_point now) {
@@ -46,11 +42,9 @@ RequestCheck check(const Incoming& request, std::chrono::steady_clock::time_poin
 
 void Services::add(Link::Lock& lock, const Step& step, const std::string& topic,
                    RequestHandler handler, milliseconds timeout) {
-    const auto ack = link.queue_and_note(
-        step, 0, [&](Connection& connection) { return subscribe(connection, step.topic); });
     services[topic] = {std::move(handler), step.topic};
     try {
-        if (link.wait_for_grant(lock, *ack, timeout, step) == 0) {
+        if (link.subscribe_and_wait(lock, step, 1, RetainHandling::do_not_send, timeout) == 0) {
             link.fail(Link::Kind::failed, step,
                       "the broker grants QoS 0 only, requests need QoS 1");
         }
@@ -62,16 +56,15 @@ void Services::add(Link::Lock& lock, const Step& step, const std::string& topic,
 
 void Services::on_reconnected() {
     for (const auto& [topic, service] : services) {
-        const std::string& broker_topic = service.broker_topic;
-        link.queue({"serve", broker_topic}, 0,
-                   [&](Connection& connection) { return subscribe(connection, broker_topic); });
+        link.subscribe({"serve", service.broker_topic}, 1, RetainHandling::do_not_send);
     }
 }
 
 void Services::close(Link::Lock& lock) {
     is_closed = true;
+    if (services.empty()) return;
     link.wait(lock, REPLY_TIMEOUTS, UINT64_MAX,
-              [this] { return !is_running && unacknowledged == 0; });
+              [this] { return !is_running && link.is_all_acknowledged(); });
 }
 
 void Services::answer(const Incoming& request) {
@@ -135,20 +128,10 @@ void Services::reply(const Incoming& request, const Message& message,
     properties.timeout = request.properties.timeout;
     properties.error = error;
     if (!error) properties.content_type = protocol::CONTENT_TYPE;
-    const Step step{"reply on", request.properties.response_topic};
-    const std::size_t size = message.payload.size();
-    const auto send = [&](Connection& connection) {
-        return connection.publish(step.topic, message, 1, properties);
-    };
     const auto lock = link.lock();
-    link.queue(step, size, send, [this, step](const Outcome& outcome) {
-        --unacknowledged;
-        if (!outcome || !outcome->is_refusal()) return;
-        logging::write(logging::ERROR, "The broker at ", link.place(), " refused to ", step.verb,
-                       " ", step.topic, ": ", outcome->text);
-    });
-    ++unacknowledged;
-    logging::write(logging::DEBUG, "Answered a request on ", request.topic, ": ", size, " bytes");
+    link.publish({"reply on", request.properties.response_topic}, message, 1, properties);
+    logging::write(logging::DEBUG, "Answered a request on ", request.topic, ": ",
+                   message.payload.size(), " bytes");
 }
 
 }  // namespace lapi_mqtt

@@ -61,7 +61,6 @@ private:
 
     // Guarded by the link's lock.
     std::map<std::string, Service> services;  ///< by topic
-    int unacknowledged = 0;                   ///< replies
     bool is_running = false;                  ///< a request
     bool is_closed = false;
 };

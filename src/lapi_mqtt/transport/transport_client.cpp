@@ -121,9 +121,7 @@ void TransportClient::publish(const std::string& topic, const Message& message) 
     need_dispatch(step);
     if (!dispatcher.is_current_thread()) return publications.publish(step, topic, message);
     // Who publishes from an observer or a service answers somebody, and is not to ask for answers.
-    link.queue(step, message.payload.size(), [&](Connection& connection) {
-        return connection.publish(step.topic, message, message.get_qos(), {});
-    });
+    link.publish(step, message, message.get_qos());
 }
 
 void TransportClient::publish(const std::string& topic, const Message& message,
@@ -131,14 +129,11 @@ void TransportClient::publish(const std::string& topic, const Message& message,
     const Step step{"publish on", on_broker(topic)};
     const auto lock = link.lock();
     need_dispatch(step);
-    const auto send = [&](Connection& connection) {
-        return connection.publish(step.topic, message, std::max(message.get_qos(), 1), {});
-    };
     const auto tell = [this, handler = std::move(handler)](const Outcome& outcome) {
         const bool acknowledged = outcome && !outcome->is_refusal();
         dispatcher.push_at_once([handler, acknowledged] { handler(acknowledged); });
     };
-    link.queue(step, message.payload.size(), send, tell);
+    link.publish(step, message, std::max(message.get_qos(), 1), {}, tell);
 }
 
 void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandle observer) {
@@ -147,13 +142,10 @@ void TransportClient::subscribe(const std::string& topic, int qos, ObserverHandl
     const int own_qos = qos & ~com::WATCH_ONLY;
     auto lock = link.lock();
     need_dispatch(step);
-    const auto ack = link.queue_and_note(step, 0, [&](Connection& connection) {
-        return connection.subscribe(step.topic, own_qos, retained);
-    });
     // Before the grant: a retained message may come right behind it.
     subscriptions.add({topic, own_qos, retained, observer});
     try {
-        link.wait_for_grant(lock, *ack, settings.request_timeout, step);
+        link.subscribe_and_wait(lock, step, own_qos, retained, settings.request_timeout);
         if (retained == RetainHandling::do_not_send) announcements.announce(topic);
     } catch (const TransportError&) {
         subscriptions.remove(topic, observer);
@@ -166,7 +158,7 @@ void TransportClient::unsubscribe(const std::string& topic, ObserverHandle obser
     const Step step{"unsubscribe", on_broker(topic)};
     const auto lock = link.lock();
     if (!subscriptions.remove(topic, observer) || !link.is_up()) return;
-    link.queue(step, 0, [&](Connection& connection) { return connection.unsubscribe(step.topic); });
+    link.unsubscribe(step);
 }
 
 TransportClient::Message TransportClient::request(const std::string& topic,
@@ -245,10 +237,7 @@ void TransportClient::observe(const Incoming& incoming) {
 void TransportClient::on_reconnected() {
     services.on_reconnected();
     for (const auto& entry : subscriptions.all()) {
-        const Step step{"subscribe", on_broker(entry.filter)};
-        link.queue(step, 0, [&](Connection& connection) {
-            return connection.subscribe(step.topic, entry.qos, entry.retained);
-        });
+        link.subscribe({"subscribe", on_broker(entry.filter)}, entry.qos, entry.retained);
         if (entry.retained == RetainHandling::do_not_send) announcements.announce(entry.filter);
     }
     presence_keeper.on_reconnected();

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace lapi_mqtt {
@@ -27,14 +28,18 @@ public:
 private:
     friend class lapi_mqtt::ConfigurationReader;
 
-    explicit Configuration(std::map<std::string, std::string> settings);
+    struct Setting {
+        std::string value;
+        std::string origin;  ///< "FILE:LINE", a variable's name, or what is no place to look at
+    };
+    using Settings = std::map<std::string, Setting>;
+
+    explicit Configuration(Settings own_settings) : settings(std::move(own_settings)) {}
     void load_file(const std::string& path, bool must_exist);
     void load_environment();
     void take(const std::string& key, const std::string& value, const std::string& origin);
 
-    std::map<std::string, std::string> values;
-    /// Of what is no default: "FILE:LINE", a variable, or nothing for the program's own.
-    std::map<std::string, std::string> origins;
+    Settings settings;  ///< by key
     std::vector<std::string> load_errors;
 };
 
