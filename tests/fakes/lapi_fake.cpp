@@ -151,20 +151,6 @@ std::shared_ptr<LogModule> LogStreambuf::get_active_module() {
     return module;
 }
 
-std::string LogStreambuf::take() {
-    return std::exchange(record, {});
-}
-
-LogStreambuf::int_type LogStreambuf::overflow(int_type character) {
-    record += traits_type::to_char_type(character);
-    return character;
-}
-
-std::streamsize LogStreambuf::xsputn(const char* text, std::streamsize count) {
-    record.append(text, static_cast<std::size_t>(count));
-    return count;
-}
-
 LogStream::LogStream(Level level_of_stream) : std::ostream(nullptr), stream_level(level_of_stream) {
     rdbuf(&buffer);
 }
@@ -172,7 +158,8 @@ LogStream::LogStream(Level level_of_stream) : std::ostream(nullptr), stream_leve
 void LogStream::do_flush() {
     const std::lock_guard<std::mutex> lock(fake::recording);
     fake::lapi().records.push_back(fake::LEVELS.at(static_cast<std::size_t>(stream_level)) + ": " +
-                                   buffer.take());
+                                   buffer.str());
+    buffer.str("");
 }
 
 }  // namespace logging::_internal

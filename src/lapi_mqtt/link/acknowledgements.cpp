@@ -4,15 +4,12 @@
 #include <utility>
 
 namespace lapi_mqtt {
-namespace {
 
 using std::chrono::seconds;
 
 /// How long the broker may take, beyond what the payloads before it take on a slow link.
 constexpr seconds ACK_TIMEOUT{20};
 constexpr std::size_t MIN_BYTES_PER_SECOND = 10'000;
-
-}  // namespace
 
 void Acknowledgements::expect(int packet_id, Step step, std::size_t size, Clock::time_point now,
                               Handler handler) {

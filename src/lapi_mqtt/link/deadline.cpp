@@ -3,12 +3,9 @@
 #include <algorithm>
 
 namespace lapi_mqtt {
-namespace {
 
 /// Fewer bytes are acknowledgements and the like, no sign of a large packet.
 constexpr std::uint64_t MIN_PROGRESS_BYTES = 1024;
-
-}  // namespace
 
 Deadline::Deadline(Timeouts wait_timeouts, Clock::time_point begin_time, const Movement& start,
                    std::uint64_t end_of_sending)

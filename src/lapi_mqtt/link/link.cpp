@@ -7,7 +7,6 @@
 #include "lapi_mqtt/logging/printable.h"
 
 namespace lapi_mqtt {
-namespace {
 
 namespace logging = ecu::lapi::logging;
 using std::chrono::milliseconds;
@@ -25,14 +24,8 @@ constexpr milliseconds DISCONNECT_TIMEOUT{2'000};
 constexpr std::uint64_t FRAMING_BYTES = 4096;
 constexpr std::uint64_t FRAMING_SHARE = 64;
 
-}  // namespace
-
 Link::Link(std::string broker, ConnectionFactory connection_factory, Owner& link_owner)
     : broker_place(std::move(broker)), factory(std::move(connection_factory)), owner(link_owner) {}
-
-Link::~Link() {
-    stop();
-}
 
 void Link::connect() {
     try {
@@ -245,10 +238,6 @@ void Link::require_connection(const Step& step) const {
 void Link::fail(Kind kind, const Step& step, const std::string& cause) const {
     throw TransportError(kind, printable(std::string("Cannot ") + step.verb + " " + step.topic +
                                          " on the broker at " + broker_place + ": " + cause));
-}
-
-void Link::on_message(Incoming incoming) {
-    owner.on_message(std::move(incoming));
 }
 
 void Link::on_acknowledged(int id, const Reason& reason) {

@@ -51,9 +51,7 @@ public:
 
     /// `broker` names the broker in texts. Borrows its owner.
     Link(std::string broker, ConnectionFactory connection_factory, Owner& link_owner);
-    ~Link() override;
-    Link(const Link&) = delete;
-    Link& operator=(const Link&) = delete;
+    ~Link() override { stop(); }
 
     /// Returns when the connection is accepted or has failed, which is logged at ERROR.
     void connect();
@@ -125,7 +123,7 @@ private:
     void end_connection(const std::string& cause);
     void run_or_wait(Lock& lock, Deadline::Clock::time_point until);
     Movement movement() const;
-    void on_message(Incoming incoming) override;
+    void on_message(Incoming incoming) override { owner.on_message(std::move(incoming)); }
     void on_acknowledged(int id, const Reason& reason) override;
 
     const std::string broker_place;

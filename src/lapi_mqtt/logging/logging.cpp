@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <utility>
 
 #include "lapi_mqtt/logging/printable.h"
 
@@ -63,29 +62,14 @@ std::shared_ptr<LogModule> LogStreambuf::get_active_module() {
     return module;
 }
 
-std::string LogStreambuf::take() {
-    return std::exchange(record, {});
-}
-
-LogStreambuf::int_type LogStreambuf::overflow(int_type character) {
-    if (!traits_type::eq_int_type(character, traits_type::eof())) {
-        record.push_back(traits_type::to_char_type(character));
-    }
-    return traits_type::not_eof(character);
-}
-
-std::streamsize LogStreambuf::xsputn(const char* text, std::streamsize count) {
-    record.append(text, static_cast<std::size_t>(count));
-    return count;
-}
-
 LogStream::LogStream(Level level_of_stream) : std::ostream(nullptr), stream_level(level_of_stream) {
     rdbuf(&buffer);
 }
 
 void LogStream::do_flush() {
     clear();
-    const std::string record = lapi_mqtt::printable(buffer.take());
+    const std::string record = lapi_mqtt::printable(buffer.str());
+    buffer.str("");
     if (record.empty()) return;
     if (current_mode == LogMode::console) {
         write_to_console(std::string(LEVEL_NAMES[stream_level]) + ": " + record + "\n");

@@ -54,8 +54,6 @@ MosquittoConnection::MosquittoConnection(const Settings& connection_settings, co
     if (!settings.ca_file.empty()) tls = std::make_unique<TlsContext>(settings);
 }
 
-MosquittoConnection::~MosquittoConnection() = default;
-
 void MosquittoConnection::open(const std::atomic<bool>& cancelled) {
     const ConnectLimit limit{settings.connect_timeout, cancelled};
     Dialer dialer(settings.host, resolve(settings.host, limit),
@@ -170,63 +168,33 @@ void MosquittoConnection::disconnect() {
     mosquitto_disconnect_v5(handle.get(), reason, nullptr);
 }
 
-void MosquittoConnection::abort() {
-    socket->shut_down();
-}
-
-Traffic MosquittoConnection::traffic() const {
-    return socket->traffic();
-}
-
-/// No exception leaves a callback: the frames above it are C. A message that cannot be stored
-/// ends the connection, so that whoever waits for it learns of it.
-template <typename Action>
-void MosquittoConnection::guarded(Action action) noexcept {
+/// Calls METHOD of the connection that libmosquitto hands back. No exception leaves it: the frames
+/// above it are C. A message that cannot be stored ends the connection, so that whoever waits for
+/// it learns of it.
+template <auto METHOD, typename... Arguments>
+void MosquittoConnection::call(mosquitto* /*client*/, void* object,
+                               Arguments... arguments) noexcept {
+    auto& self = *static_cast<MosquittoConnection*>(object);
     try {
-        action();
+        (self.*METHOD)(arguments...);
     } catch (const std::exception& error) {
-        failure.refusal.text = error.what();
-        abort();
+        self.failure.refusal.text = error.what();
+        self.abort();
     }
 }
 
 void MosquittoConnection::set_callbacks(mosquitto* client) {
     using Self = MosquittoConnection;
-    using Client = mosquitto*;
-    using Properties = const mosquitto_property*;
-    static const auto self = [](void* object) -> Self& { return *static_cast<Self*>(object); };
-    mosquitto_connect_v5_callback_set(
-        client, [](Client, void* object, int code, int, Properties properties) {
-            self(object).guarded([&] { self(object).on_connack(code, properties); });
-        });
-    mosquitto_disconnect_v5_callback_set(
-        client, [](Client, void* object, int code, Properties properties) {
-            self(object).guarded([&] { self(object).on_disconnect(code, properties); });
-        });
-    mosquitto_message_v5_callback_set(
-        client, [](Client, void* object, const mosquitto_message* message, Properties properties) {
-            self(object).guarded([&] { self(object).on_publish(message, properties); });
-        });
-    mosquitto_publish_v5_callback_set(
-        client, [](Client, void* object, int id, int code, Properties properties) {
-            self(object).guarded(
-                [&] { self(object).events.on_acknowledged(id, reason_of(code, properties)); });
-        });
-    mosquitto_subscribe_v5_callback_set(client, [](Client, void* object, int id, int count,
-                                                   const int* granted, Properties properties) {
-        const int code = count > 0 ? granted[0] : MQTT_RC_UNSPECIFIED;
-        self(object).guarded(
-            [&] { self(object).events.on_acknowledged(id, reason_of(code, properties)); });
-    });
-    mosquitto_unsubscribe_v5_callback_set(client, [](Client, void* object, int id, Properties) {
-        self(object).guarded([&] { self(object).events.on_acknowledged(id, {}); });
-    });
-    mosquitto_log_callback_set(client, [](Client, void* object, int level, const char* text) {
-        self(object).guarded([&] { self(object).on_log(level, text); });
-    });
+    mosquitto_connect_v5_callback_set(client, call<&Self::on_connack>);
+    mosquitto_disconnect_v5_callback_set(client, call<&Self::on_disconnect>);
+    mosquitto_message_v5_callback_set(client, call<&Self::on_publish>);
+    mosquitto_publish_v5_callback_set(client, call<&Self::on_published>);
+    mosquitto_subscribe_v5_callback_set(client, call<&Self::on_suback>);
+    mosquitto_unsubscribe_v5_callback_set(client, call<&Self::on_unsuback>);
+    mosquitto_log_callback_set(client, call<&Self::on_log>);
 }
 
-void MosquittoConnection::on_connack(int code, const mqtt5__property* properties) {
+void MosquittoConnection::on_connack(int code, int /*flags*/, const mqtt5__property* properties) {
     failure.was_accepted = code == MQTT_RC_SUCCESS;
     if (!failure.was_accepted) {
         failure.refusal = reason_of(code, properties);
@@ -239,6 +207,19 @@ void MosquittoConnection::on_connack(int code, const mqtt5__property* properties
 void MosquittoConnection::on_disconnect(int code, const mqtt5__property* properties) {
     const Reason reason = reason_of(code, properties);
     if (reason.is_refusal() && failure.refusal.text.empty()) failure.refusal = reason;
+}
+
+void MosquittoConnection::on_published(int id, int code, const mqtt5__property* properties) {
+    events.on_acknowledged(id, reason_of(code, properties));
+}
+
+void MosquittoConnection::on_suback(int id, int count, const int* granted,
+                                    const mqtt5__property* properties) {
+    on_published(id, count > 0 ? granted[0] : MQTT_RC_UNSPECIFIED, properties);
+}
+
+void MosquittoConnection::on_unsuback(int id, const mqtt5__property* /*properties*/) {
+    events.on_acknowledged(id, {});
 }
 
 void MosquittoConnection::on_publish(const mosquitto_message* message,

@@ -23,9 +23,6 @@ public:
     /// Borrows all of its arguments. Who has a will serves requests.
     MosquittoConnection(const Settings& connection_settings, const std::string& id,
                         const std::optional<Will>& last_will, ConnectionEvents& owner);
-    ~MosquittoConnection() override;
-    MosquittoConnection(const MosquittoConnection&) = delete;
-    MosquittoConnection& operator=(const MosquittoConnection&) = delete;
 
     void open(const std::atomic<bool>& cancelled) override;
     bool loop(std::chrono::milliseconds timeout) override;
@@ -35,8 +32,8 @@ public:
     int subscribe(const std::string& filter, int qos, RetainHandling retained) override;
     int unsubscribe(const std::string& filter) override;
     void disconnect() override;
-    void abort() override;
-    Traffic traffic() const override;
+    void abort() override { socket->shut_down(); }
+    Traffic traffic() const override { return socket->traffic(); }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -45,11 +42,14 @@ private:
     static void set_callbacks(mosquitto* client);
     void forget_failure();
     void wait_for_connack(const Dialer& dialer, const ConnectLimit& limit);
-    template <typename Action>
-    void guarded(Action action) noexcept;
-    void on_connack(int code, const mqtt5__property* properties);
+    template <auto METHOD, typename... Arguments>
+    static void call(mosquitto* client, void* object, Arguments... arguments) noexcept;
+    void on_connack(int code, int flags, const mqtt5__property* properties);
     void on_disconnect(int code, const mqtt5__property* properties);
     void on_publish(const mosquitto_message* message, const mqtt5__property* properties);
+    void on_published(int id, int code, const mqtt5__property* properties);
+    void on_suback(int id, int count, const int* granted, const mqtt5__property* properties);
+    void on_unsuback(int id, const mqtt5__property* properties);
     void on_log(int level, const char* text);
     Clock::time_point earliest_sending(int qos);
 

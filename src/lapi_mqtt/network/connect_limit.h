@@ -2,8 +2,7 @@
 
 #include <atomic>
 #include <chrono>
-
-#include "lapi_mqtt/network/network_error.h"
+#include <stdexcept>
 
 namespace lapi_mqtt {
 
@@ -13,9 +12,9 @@ struct ConnectLimit {
     const std::atomic<bool>& cancelled;
     std::chrono::steady_clock::time_point deadline = std::chrono::steady_clock::now() + timeout;
 
-    /// True from the deadline on. Throws NetworkError once the attempt is cancelled.
+    /// True from the deadline on. Throws std::runtime_error once the attempt is cancelled.
     bool has_passed() const {
-        if (cancelled) throw NetworkError("cancelled");
+        if (cancelled) throw std::runtime_error("cancelled");
         return std::chrono::steady_clock::now() >= deadline;
     }
 };

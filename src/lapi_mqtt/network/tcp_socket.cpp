@@ -9,8 +9,7 @@
 
 #include <cerrno>
 #include <cstring>
-
-#include "lapi_mqtt/network/network_error.h"
+#include <stdexcept>
 
 namespace lapi_mqtt {
 namespace {
@@ -39,7 +38,7 @@ std::optional<int> TcpSocket::connection_state(int socket) {
 }
 
 TcpSocket::TcpSocket(int socket) : descriptor(fcntl(socket, F_DUPFD_CLOEXEC, 0)) {
-    if (descriptor < 0) throw NetworkError(std::strerror(errno));
+    if (descriptor < 0) throw std::runtime_error(std::strerror(errno));
 }
 
 TcpSocket::~TcpSocket() {

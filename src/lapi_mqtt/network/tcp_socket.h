@@ -20,7 +20,7 @@ public:
     /// The system error of a connection, 0 once it is established; nothing until then.
     static std::optional<int> connection_state(int socket);
 
-    /// Throws NetworkError.
+    /// Throws std::runtime_error.
     explicit TcpSocket(int socket);
     ~TcpSocket();
     TcpSocket(const TcpSocket&) = delete;

@@ -6,9 +6,9 @@
 #include <openssl/x509v3.h>
 
 #include <array>
+#include <stdexcept>
 
 #include "ecu/lapi/logging.h"
-#include "lapi_mqtt/network/network_error.h"
 
 namespace lapi_mqtt {
 namespace {
@@ -71,8 +71,10 @@ int refuse_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* as
     const int code = ERR_GET_REASON(error);
     const bool is_other = code == PEM_R_NO_START_LINE || code == ERR_R_UNSUPPORTED ||
                           code == X509_R_NO_CERTIFICATE_OR_CRL_FOUND;
-    if (is_other) throw NetworkError("TLS: '" + file + "' holds no " + content + " in PEM format");
-    throw NetworkError("TLS: cannot use '" + file + "': " + (reason == nullptr ? "error" : reason));
+    if (is_other)
+        throw std::runtime_error("TLS: '" + file + "' holds no " + content + " in PEM format");
+    throw std::runtime_error("TLS: cannot use '" + file +
+                             "': " + (reason == nullptr ? "error" : reason));
 }
 
 void load_key(SSL_CTX* context, const Settings& settings) {
@@ -87,8 +89,8 @@ void load_key(SSL_CTX* context, const Settings& settings) {
     SSL_CTX_set_default_passwd_cb_userdata(context, nullptr);
     if (asked) {
         ERR_clear_error();
-        throw NetworkError("TLS: the key '" + settings.key_file +
-                           "' is encrypted, and no pass phrase is asked for");
+        throw std::runtime_error("TLS: the key '" + settings.key_file +
+                                 "' is encrypted, and no pass phrase is asked for");
     }
     if (!loaded || SSL_CTX_check_private_key(context) != 1) {
         fail_with(settings.key_file, "private key");
@@ -127,7 +129,7 @@ void TlsContext::read_alert(int socket) {
 
 TlsContext::TlsContext(const Settings& settings) : context(SSL_CTX_new(TLS_client_method())) {
     SSL_CTX* const own = context.get();
-    if (own == nullptr) throw NetworkError("TLS: out of memory");
+    if (own == nullptr) throw std::runtime_error("TLS: out of memory");
     SSL_CTX_set_app_data(own, this);
     SSL_CTX_set_min_proto_version(own, TLS1_2_VERSION);
     SSL_CTX_set_mode(own, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
@@ -142,7 +144,7 @@ TlsContext::TlsContext(const Settings& settings) : context(SSL_CTX_new(TLS_clien
     const std::string& host = settings.host;
     if (X509_VERIFY_PARAM_set1_ip_asc(checks, host.c_str()) != 1) {
         if (X509_VERIFY_PARAM_set1_host(checks, host.data(), host.size()) != 1) {
-            throw NetworkError("TLS: '" + host + "' cannot be looked for in a certificate");
+            throw std::runtime_error("TLS: '" + host + "' cannot be looked for in a certificate");
         }
         name = host;
     }

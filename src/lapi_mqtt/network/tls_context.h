@@ -15,7 +15,8 @@ namespace lapi_mqtt {
 /// it, but would check one address only and stop at a NUL byte in a name.
 class TlsContext {
 public:
-    /// Throws NetworkError that names the file which cannot be used. Never asks for a pass phrase.
+    /// Throws std::runtime_error that names the file which cannot be used. Never asks for a pass
+    /// phrase.
     explicit TlsContext(const Settings& settings);
     TlsContext(const TlsContext&) = delete;
     TlsContext& operator=(const TlsContext&) = delete;

@@ -6,12 +6,9 @@
 #include "ecu/lapi/logging.h"
 
 namespace lapi_mqtt {
-namespace {
 
 constexpr std::size_t MAX_BYTES = 32 << 20;
 constexpr std::size_t MAX_JOBS = 10'000;
-
-}  // namespace
 
 void Dispatcher::start() {
     if (!thread.joinable()) thread = std::thread([this] { run(); });
@@ -65,7 +62,6 @@ Dispatcher::Waiting Dispatcher::take_next() {
 }
 
 void Dispatcher::run() {
-    thread_id = std::this_thread::get_id();
     std::unique_lock<std::mutex> lock(mutex);
     for (;;) {
         changed.wait(lock, [this] { return closed || !turns.empty(); });

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -38,7 +37,7 @@ public:
     /// Returns when all jobs have run.
     void stop();
 
-    bool is_current_thread() const { return std::this_thread::get_id() == thread_id; }
+    bool is_current_thread() const { return std::this_thread::get_id() == thread.get_id(); }
 
 private:
     struct Waiting {
@@ -59,7 +58,6 @@ private:
     std::size_t jobs_waiting = 0;
     bool closed = false;
 
-    std::atomic<std::thread::id> thread_id{};
     std::thread thread;  // of the thread that starts and stops
 };
 

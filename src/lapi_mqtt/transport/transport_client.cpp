@@ -63,10 +63,6 @@ TransportClient::TransportClient(Settings checked_settings, const std::optional<
       services(link),
       presence_keeper(link, on_broker(presence)) {}
 
-TransportClient::~TransportClient() {
-    stop();
-}
-
 /// Every name on the broker but the reply topics lies below the prefix; a shared subscription keeps
 /// its "$share/GROUP/" in front.
 std::string TransportClient::on_broker(const std::string& topic) const {
@@ -77,10 +73,6 @@ std::string TransportClient::on_broker(const std::string& topic) const {
 std::optional<Presence> TransportClient::on_broker(const std::optional<Presence>& presence) const {
     if (!presence) return std::nullopt;
     return Presence{on_broker(presence->topic), presence->present, presence->absent};
-}
-
-void TransportClient::connect() {
-    link.connect();
 }
 
 void TransportClient::start() {
@@ -178,14 +170,6 @@ void TransportClient::show_presence() {
     presence_keeper.show();
 }
 
-void TransportClient::post(std::function<void()> job) {
-    dispatcher.push_at_once(std::move(job));
-}
-
-com::Transfer TransportClient::transfer() const {
-    return link.transfer();
-}
-
 void TransportClient::on_message(Incoming incoming) {
     if (incoming.topic == requests.reply_topic()) {
         if (requests.accept(incoming)) return;
@@ -241,10 +225,6 @@ void TransportClient::on_reconnected() {
         if (entry.retained == RetainHandling::do_not_send) announcements.announce(entry.filter);
     }
     presence_keeper.on_reconnected();
-}
-
-void TransportClient::on_lost() {
-    requests.on_lost();
 }
 
 std::string broker_name(const ecu::lapi::config::Configuration& config) {

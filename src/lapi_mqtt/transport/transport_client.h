@@ -36,11 +36,9 @@ public:
     explicit TransportClient(Settings checked_settings,
                              const std::optional<Presence>& presence = std::nullopt,
                              ConnectionFactory connections = {});
-    ~TransportClient() override;
-    TransportClient(const TransportClient&) = delete;
-    TransportClient& operator=(const TransportClient&) = delete;
+    ~TransportClient() override { stop(); }
 
-    void connect() override;
+    void connect() override { link.connect(); }
     void disconnect() override;
     void publish(const std::string& topic, const Message& message) override;
     void publish(const std::string& topic, const Message& message, AckHandler handler) override;
@@ -49,8 +47,8 @@ public:
     Message request(const std::string& topic, const Message& message) override;
     void serve(const std::string& topic, RequestHandler handler) override;
     void show_presence() override;
-    void post(std::function<void()> job) override;
-    ecu::lapi::com::Transfer transfer() const override;
+    void post(std::function<void()> job) override { dispatcher.push_at_once(std::move(job)); }
+    ecu::lapi::com::Transfer transfer() const override { return link.transfer(); }
     void start() override;
     void stop() override;
 
@@ -62,7 +60,7 @@ private:
 
     void on_message(Incoming incoming) override;
     void on_reconnected() override;
-    void on_lost() override;
+    void on_lost() override { requests.on_lost(); }
 
     // Constant after construction.
     const Settings settings;

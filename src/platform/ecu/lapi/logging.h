@@ -3,7 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <ostream>
-#include <streambuf>
+#include <sstream>
 #include <string>
 
 /// Logging facility of the platform. Thread-safe through `write`.
@@ -43,19 +43,9 @@ struct LogModule {
 };
 
 /// Collects the text of one statement.
-class LogStreambuf : public std::streambuf {
+class LogStreambuf : public std::stringbuf {
 public:
     static std::shared_ptr<LogModule> get_active_module();
-
-    /// Returns the collected text and starts anew.
-    std::string take();
-
-protected:
-    int_type overflow(int_type character) override;
-    std::streamsize xsputn(const char* text, std::streamsize count) override;
-
-private:
-    std::string record;
 };
 
 /// The log stream of one level.
