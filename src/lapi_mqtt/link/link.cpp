@@ -98,7 +98,6 @@ void Link::end_connection(const std::string& cause) {
     ++losses;
     unrelated_end = transfer_begin = transfer_size = 0;
     acknowledgements.connection_lost();
-    owner.on_lost();
     changed.notify_all();
     if (is_news && !leaving && !stopping) {
         logging::write(logging::WARNING, "Broker at ", broker_place, ": ", why_down);

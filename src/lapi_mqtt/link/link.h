@@ -44,9 +44,6 @@ public:
         /// With the lock held: connected again, what the connection is to carry is queued here. May
         /// throw TransportError.
         virtual void on_reconnected() = 0;
-
-        /// With the lock held.
-        virtual void on_lost() = 0;
     };
 
     /// `broker` names the broker in texts. Borrows its owner.
@@ -108,6 +105,9 @@ public:
     bool is_up() const { return connection != nullptr; }
     bool is_leaving() const { return leaving; }
     const std::string& down_cause() const { return why_down; }
+
+    /// Which connection it is, counted.
+    unsigned generation() const { return losses; }
 
     [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const;
 

@@ -34,13 +34,13 @@ Requests::Message Requests::request(const std::string& topic, const Message& mes
     const std::size_t size = message.payload.size();
 
     auto lock = link.lock();
-    if (!is_subscribed) {
+    if (subscribed_on != link.generation()) {
         link.require_connection(step);
         // The grant is waited for: a broker, a cluster above all, may apply a subscription late,
         // and the reply would be lost.
         link.subscribe_and_wait(lock, {"subscribe", topic_of_replies}, 1,
                                 RetainHandling::do_not_send, timeout);
-        is_subscribed = true;
+        subscribed_on = link.generation();
     }
     const auto current = std::make_shared<Pending>();
     current->correlation = properties.correlation_data;

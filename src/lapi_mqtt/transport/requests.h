@@ -23,9 +23,6 @@ public:
     /// answers no pending request.
     bool accept(Incoming& reply);
 
-    /// The reply topic is to be subscribed again. Called with the link's lock held.
-    void on_lost() { is_subscribed = false; }
-
     const std::string& reply_topic() const { return topic_of_replies; }
 
 private:
@@ -45,8 +42,8 @@ private:
     const std::chrono::milliseconds timeout;
 
     // Guarded by the link's lock.
-    std::weak_ptr<Pending> pending;  ///< there is one at most
-    bool is_subscribed = false;
+    std::weak_ptr<Pending> pending;         ///< there is one at most
+    std::optional<unsigned> subscribed_on;  ///< the generation of the link
 };
 
 }  // namespace lapi_mqtt

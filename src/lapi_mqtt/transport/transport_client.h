@@ -60,7 +60,6 @@ private:
 
     void on_message(Incoming incoming) override;
     void on_reconnected() override;
-    void on_lost() override { requests.on_lost(); }
 
     // Constant after construction.
     const Settings settings;
