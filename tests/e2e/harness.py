@@ -15,7 +15,7 @@ from paho.mqtt.properties import Properties
 
 from links import Listening
 from packets import CONNECT, SUBSCRIBE, UNSUBSCRIBE, read_packet
-from processes import BIN, Broker, await_that, scaled
+from processes import BIN, Broker, await_that, environment, scaled
 from protocol import block, record
 
 NO_SERVICE = "no parameter service is listening"
@@ -32,6 +32,44 @@ def assert_fails(result, words, seconds, connecting=False):
     assert re.search("^korvid: ", result.err, re.M) and re.search(words, result.err, re.S | re.I), result
     assert len(re.findall("^ERROR: ", result.err, re.M)) == (1 if connecting else 0), result
     assert result.seconds < scaled(seconds), result
+
+
+EXAMPLE = re.compile(r"^\$ (.*\n(?:> .*\n)*)((?:(?!\$ |\n?# ).*\n)*)", re.M)
+TELL = """tell() {
+    local status=$?
+    cat ~/.out
+    sed 's/^/! /' ~/.err
+    [ $status = 0 ] || echo "[$status]"
+}
+"""
+
+
+def examples(text):
+    """Line, command and output of each `$ command`; a line that begins with `# ` is neither."""
+    found = list(EXAMPLE.finditer(text))
+    assert len(found) == len(re.findall(r"^\$ ", text, re.M)) > 0
+    return [(text.count("\n", 0, one.start()) + 1, one[1].replace("\n> ", "\n"), one[2])
+            for one in found]
+
+
+def assert_prints(text, directory, before="", prefix=(), apart=False, **settings):
+    """One shell runs all commands, and each prints what is shown, a broker's port as 1883.
+
+    `apart`: what goes to standard error is shown behind the rest as `! LINE`, then a failure as `[N]`.
+    """
+    shown, script = examples(text), TELL + before
+    for _, command, _ in shown:
+        script += f"{{ {command}}} > ~/.out 2> ~/.err\ntell\n" if apart else command
+        script += "printf '\\0'\n"
+    got = subprocess.run([*prefix, "timeout", str(scaled(60)), "bash", "-c", script], cwd=directory,
+                         env={**environment(**settings), "HOME": str(directory)}, check=False,
+                         text=True, errors="backslashreplace", stdin=subprocess.DEVNULL,
+                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    printed = re.sub(rf":{settings.get('port')}\b", ":1883", got.stdout).split("\0")
+    for (line, command, output), actual in zip(shown, printed):
+        if actual != output:
+            pytest.fail(f"line {line}: $ {command}expected:\n{output}printed:\n{actual}", pytrace=False)
+    assert len(printed) == len(shown) + 1, "the shell ended"
 
 
 class FileBroker(Broker):

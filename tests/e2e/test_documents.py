@@ -8,7 +8,7 @@ import subprocess
 
 import pytest
 
-from harness import needs_root
+from harness import assert_prints, examples, needs_root
 from processes import BIN, DEMO_UNIT, await_that, end, environment, free_port, run_korvid, scaled
 
 PROJECT = DEMO_UNIT.parents[1]
@@ -16,31 +16,11 @@ DOCUMENTS = PROJECT / "docs"
 PROGRAMS = [program.name for program in sorted(BIN.glob("korvid*"))]
 PAGES = [*(DOCUMENTS / f"man/{program}.1.scd" for program in PROGRAMS),
          DOCUMENTS / "man/lapi.conf.5.scd"]
-EXAMPLE = re.compile(r"^\$ (.*\n(?:> .*\n)*)((?:(?!\$ ).*\n)*)", re.M)
-SHELL = {"PATH": f"{BIN}:{os.environ['PATH']}"}
 SERVES = {"korvid-unit": b"ready\n", "korvid-monitor": b"secstore"}  # until it is interrupted
-
-
-def examples(text):
-    """Commands and what they print."""
-    found = EXAMPLE.findall(text)
-    assert len(found) == len(re.findall(r"^\$ ", text, re.M)) > 0
-    return [(command.replace("\n> ", "\n"), output) for command, output in found]
 
 
 def console(text):
     return "".join(re.findall(r"^```console\n(.*?)^```$", text, re.M | re.S))
-
-
-def assert_prints(pairs, directory, before="", prefix=(), **settings):
-    """One shell runs the commands, and each prints what is shown."""
-    script = before + "".join(command + "printf '\\0'\n" for command, _ in pairs)
-    got = subprocess.run([*prefix, "bash", "-c", script], cwd=directory, timeout=scaled(40),
-                         env={**environment(**settings), **SHELL, "HOME": str(directory)},
-                         text=True, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    for (command, output), printed in zip(pairs, got.stdout.split("\0"), strict=False):
-        assert printed == output, command
-    assert got.stdout.count("\0") == len(pairs)
 
 
 def test_what_is_installed_points_to_what_is_installed():
@@ -54,7 +34,7 @@ def test_what_is_installed_points_to_what_is_installed():
 
 @pytest.mark.parametrize("document", ["README.md", "docs/pipelines.md"])
 def test_examples_print_what_is_shown(broker, unit, tmp_path, document):
-    assert_prints(examples(console((PROJECT / document).read_text())), tmp_path, port=broker.port)
+    assert_prints(console((PROJECT / document).read_text()), tmp_path, port=broker.port)
 
 
 MACHINE = """
@@ -84,7 +64,7 @@ def test_security_is_set_up_as_shown(tmp_path):
     sample.write_text(sample.read_text().replace("8883", port))
     shown = console((DOCUMENTS / "security.md").read_text()).replace("8883", port)
     shown = shown.replace("/usr/share/doc/korvid/examples", str(sample.parents[1]))
-    assert_prints(examples(shown), tmp_path, MACHINE.replace("PORT", port),
+    assert_prints(shown, tmp_path, MACHINE.replace("PORT", port),
                   ["unshare", "--mount", "--pid", "--kill-child"])
 
 
@@ -105,10 +85,10 @@ def test_the_examples_of_the_manual(ending, broker, unit, tmp_path, page):
                          ("/usr/share/doc/korvid-unit/examples", str(DEMO_UNIT.parent))):
         shown = shown.replace(theirs, ours)
     indent = re.search(r"^ +(?=\$ )", shown, re.M)[0]  # groff's, by its version
-    for command, output in examples("".join(re.findall(f"^{indent}(.*\n)", shown, re.M))):
+    for _, command, output in examples("".join(re.findall(f"^{indent}(.*\n)", shown, re.M))):
         exports += command if command.startswith("export ") else ""
         sign = SERVES.get(command.split()[0])
-        env = {**environment(port=free_port() if " -b " in command else broker.port), **SHELL}
+        env = environment(port=free_port() if " -b " in command else broker.port)
         with (tmp_path / "out").open("wb") as out:
             script = exports + ("exec " if sign else "") + command
             running = subprocess.Popen(["bash", "-ec", script], cwd=tmp_path, env=env, stdout=out)

@@ -1,6 +1,9 @@
 """What every broken broker, link and service looks like to the user."""
 
+import os
+import random
 import re
+import signal
 import socket
 import threading
 import time
@@ -138,3 +141,33 @@ def test_a_silent_service_and_a_dying_broker_are_told(broker, peer, command, sil
     killed = time.monotonic()
     assert_fails(korvid.result(), DOUBT if command == SET else "", 5)
     assert time.monotonic() - killed < scaled(1)
+
+
+@pytest.mark.parametrize("seen, doubt", [(READ_TOPIC, ""), ("clients/+/reply", DOUBT)])
+def test_a_request_that_timed_out_at_a_paused_unit_is_never_executed(
+        broker, unit, peer, proxy, seen, doubt):
+    """The unit pauses at the read, or behind it, before the write has passed the slow link."""
+    asked = peer(broker.port, seen,
+                 on_message=lambda *_: os.kill(unit.process.pid, signal.SIGSTOP))
+    slow = proxy(broker.port, latency=0.1)
+    got = run_korvid(*SET, port=slow.port, request_timeout_ms=500)
+    assert_fails(got, "no reply within 500 ms.*" + doubt, 2.5)
+    asked.on_message = None
+    os.kill(unit.process.pid, signal.SIGCONT)
+    assert run_korvid("get", "288", port=broker.port).out == HI_BLOCK
+
+
+def test_a_cut_or_stalled_link_fails_setsec_and_leaves_the_old_blob(broker, unit, proxy, tmp_path):
+    def set_blob(blob, port):
+        (tmp_path / "blob").write_bytes(blob)
+        return run_korvid("setsec", tmp_path / "blob", port=port)
+    old, new = b"the old blob" * 1000, b"<" + random.Random(6).randbytes(600_000) + b">"
+    whole = proxy(broker.port)
+    assert set_blob(new, whole.port).status == 0
+    assert set_blob(old, broker.port).status == 0
+    begin = whole.upstream.index(new)
+    end = begin + len(new)
+    for cut_at in 1, begin - 30, begin, begin + 1, begin + 300_000, end - 1:
+        assert_fails(set_blob(new, proxy(broker.port, cut_at=cut_at).port), "", 6, cut_at == 1)
+    assert_fails(set_blob(b"n" * 20_000_000, proxy(broker.port, stall_at=300_000).port), "", 28)
+    assert run_korvid("getsec", port=broker.port).out == b"SecStore blob size: 12000\n%s\n" % old

@@ -4,11 +4,11 @@ import re
 
 import pytest
 
-from harness import FileBroker, Peer, new_client
+from harness import FileBroker, Peer, assert_prints, examples, new_client
 from links import Proxy
 from processes import DEMO_UNIT, await_that, free_port, run_korvid
 from protocol import BLOB_GET, PRESENCE, block
-from test_documents import DOCUMENTS, assert_prints, console, examples
+from test_documents import DOCUMENTS, console
 
 SHARE = DEMO_UNIT.parent / "fleet"
 ACCOUNTS = "left", "right", "direct", "fleet", "lefty"
@@ -98,11 +98,11 @@ def test_the_document_shows_who_is_there(fleet, tmp_path):
 
     def assert_shown(title, **changes):
         await_that(lambda: fleet.presence() == {**there, **changes}, title)
-        before = "".join(command for command, _ in examples(setup))
-        assert_prints(examples(shown[title]), tmp_path, f"{{ {before}}} &> /dev/null\n",
+        before = "".join(command for _, command, _ in examples(setup))
+        assert_prints(shown[title], tmp_path, f"{{ {before}}} &> /dev/null\n",
                       port=fleet.central.port, request_timeout_ms=900)
 
-    assert_prints(examples(setup), tmp_path, port=fleet.central.port)
+    assert_prints(setup, tmp_path, port=fleet.central.port)
     for leave in fleet.units["left"].stop, fleet.units["left"].kill:
         leave()
         assert_shown("A unit behind a bridge has ended or died", **{f"left/{PRESENCE}": b"offline"})

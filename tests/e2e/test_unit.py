@@ -20,45 +20,6 @@ from protocol import BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block, field, 
 run_unit = functools.partial(Running, program="korvid-unit")
 
 
-def test_requests_are_answered_with_the_bytes_of_another_encoder(unit, broker, peer):
-    asking, last = peer(broker.port, "clients/#"), record(2**32 - 1, 0, 2**32 - 1, b"last")
-    packed = field(1, b"\xff\xff\xff\xff\x0f" + b"\xa0\x02" + b"\x07")
-    for request in packed, field(1, 7) + field(1, 288) + field(1, 2**32 - 1):
-        reply = asking.request(READ_TOPIC, request)
-        assert reply.payload == read_reply(HI, last) and not reply.retain and reply.qos == 1
-        assert reply.properties.CorrelationData == b"0123456789abcdef"
-        assert reply.properties.ContentType == "application/x-protobuf"
-    everything = asking.request(READ_TOPIC, b"").payload
-    assert field(1, HI) in everything and everything.endswith(field(1, last) + field(2, 41))
-    writes = [record(288, None, None, b"\0new"), record(77, None, None, b"made")]
-    writes += [record(77, n) for n in range(40)]  # the last one counts
-    write = b"".join(field(1, written) for written in writes)
-    assert asking.request(WRITE_TOPIC, write).payload == field(2, 42)
-    assert run_korvid("get", "288", port=broker.port).out == block(288, 255, 10, b"\0new")
-    made = record(77, 39, None, b"made")
-    assert asking.request(READ_TOPIC, field(1, 77)).payload == read_reply(made)
-
-
-def test_bad_requests_are_answered_with_an_error_or_dropped_and_harm_nothing(unit, broker, peer):
-    asking = peer(broker.port, "clients/#", "elsewhere/#")
-    bad = [*itertools.product([READ_TOPIC, WRITE_TOPIC], [b"\xff" * 9, b"\x0a\x7f", b"\x00"]),
-           (WRITE_TOPIC, field(1, record(None, 1, 1, b"nameless")))]
-    for topic, payload in bad:
-        reply = asking.request(topic, payload)
-        assert reply.payload == b"", (topic, payload)
-        assert dict(reply.properties.UserProperty)["error"], (topic, payload)
-    write, answered = field(1, record(288, None, None, b"unasked")), len(asking.messages)
-    for where in "elsewhere/reply", BLOB_SET, "clients/test/reply":
-        retain = where == "clients/test/reply"
-        asking.publish(WRITE_TOPIC, write, retain=retain, ResponseTopic=where,
-                       CorrelationData=b"x" * 16)
-    asking.publish(WRITE_TOPIC, write, CorrelationData=b"x" * 16)
-    asking.publish(BLOB_SET, b"an older blob", retain=True)
-    assert asking.request(READ_TOPIC, field(1, 288)).payload == read_reply(HI)
-    assert len(asking.messages) == answered + 1
-    assert run_korvid("getsec", port=broker.port).status == 1
-
-
 def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(
         broker, new_unit, peer, tmp_path):
     blocks = [block(n, 1, 1, b"value-%08d" % n) for n in range(3000)]
@@ -101,9 +62,6 @@ def test_the_units_own_broker_is_nobodys_else_and_ends_with_it(tmp_path, broker)
         unit.start()
     os.kill(own_broker(unit), signal.SIGKILL)
     assert unit.process.wait(scaled(5)) == 1 and "the broker ended" in unit.log.read_text()
-    second = run_unit("-b", "-d", tmp_path / "x.db", port=broker.port).result()
-    assert second.status == 1, second
-    assert f"127.0.0.1:{broker.port}: Address already in use" in second.err, second
 
 
 def test_a_second_unit_says_so_and_a_listener_that_does_not_answer_is_none(
@@ -154,40 +112,6 @@ def test_a_signal_ends_the_start_at_any_moment(broker, scripted, peer, tmp_path,
     assert not (tmp_path / "0.db").exists() and not (tmp_path / "1.db").exists()
 
 
-def test_an_import_tells_what_it_did_and_can_replace_the_store(broker, tmp_path):
-    dump = tmp_path / "dump"
-    for blocks, option, words in (
-            ([HI_BLOCK, block(7, 0, 0, b"")], "-b",
-             "2 added, 0 changed, 0 unchanged; the store holds 0"),
-            ([HI_BLOCK, block(9, 0, 0, b"")], "-b",
-             "1 added, 0 changed, 1 unchanged; the store holds 1"),
-            ([b'{"otaid": "0x120", "text": "Ho"}\n'], "--replace",
-             "0 added, 1 changed, 0 unchanged; removed 2")):
-        dump.write_bytes(b"".join(blocks))
-        unit = Unit(tmp_path, broker.port if option != "-b" else free_port(), "-i", dump, option)
-        got = run_korvid("get", port=unit.command[2])
-        unit.stop()
-        printed = f"korvid-unit: imported {len(blocks)} parameters from {dump}: {words} others\n"
-        assert unit.log.read_text().endswith(printed), unit.log.read_text()
-    assert got.out == block(288, 255, 10, b"Ho")
-
-
-@needs_root
-def test_a_store_that_cannot_be_written_is_read_unless_a_log_stands_beside_it(
-        broker, unit, new_unit, tmp_path):
-    shielded = ["unshare", "-m", "sh", "-c", f'mount --bind {tmp_path} {tmp_path}; '
-                f'mount -o remount,ro,bind {tmp_path}; exec "$@"', "-"]
-    assert run_korvid("set", "288", "str", "logged", port=broker.port).status == 0
-    unit.kill()
-    refused = run_unit("-d", tmp_path / "unit.db", port=broker.port, prefix=shielded).result()
-    assert refused.status == 1 and str(tmp_path / "unit.db") in refused.err, refused
-    unit.start()
-    unit.stop()
-    new_unit(broker.port, prefix=shielded)
-    assert run_korvid("get", "288", port=broker.port).out == HI_BLOCK
-    assert "readonly" in run_korvid("set", "288", "str", "x", port=broker.port).err
-
-
 def test_a_unit_comes_back_after_its_broker_and_says_once_why_it_cannot(unit, broker):
     open_to_all = broker.config.read_text()
     broker.stop()
@@ -226,23 +150,6 @@ def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_uni
     unit.stop()
     time.sleep(1)
     assert shown() == b"offline"
-
-
-@pytest.mark.parametrize("arguments, words", [
-    (["-x"], "x"), (["-i"], "i"), (["-i", "/no/file"], "/no/file"), (["-r", "abc"], "abc"),
-    (["-d", "/no/dir/unit.db"], "/no/dir/unit.db"), (["stray"], "stray"), (["-p", "1"], "refused"),
-    (["-b", "-H", "elsewhere"], "elsewhere"), (["--replace"], "--import"),
-    (["-i", "/dev/null", "--replace"], "/dev/null"), (["-i", "cut"], "cut:12: expected"),
-    (["-d", ""], "--db needs a value; try -h"), (["-d", ":memory:"], ":memory:"),
-    (["-b", "-p", "x"], "port"),
-])
-def test_a_unit_that_cannot_start_says_why(broker, tmp_path, arguments, words):
-    (tmp_path / "cut").write_bytes((HI_BLOCK + HI_BLOCK)[:-10])
-    refused = run_unit("-d", tmp_path / "unit.db", *arguments, port=broker.port,
-                       prefix=["env", "-C", tmp_path]).result()
-    assert refused.status == 1 and refused.out == b"" and words in refused.err, refused
-    assert refused.err.count("Cannot connect") <= 1, refused
-    assert "cut" not in arguments or not (tmp_path / "unit.db").exists()
 
 
 DATA = sorted(pathlib.Path(__file__).parents[1].glob("data/*"))

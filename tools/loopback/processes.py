@@ -31,10 +31,11 @@ def free_port():
 
 
 def environment(**settings):
-    """The environment without any settings of this machine's own unit."""
+    """The programs in the PATH, and no settings of this machine's own unit."""
     env = {k: v for k, v in os.environ.items() if not k.startswith("ECU_LAPI_") and k != "LOG_LEVEL"}
     settings = {"config": os.devnull, **settings}
-    return {**env, "LC_ALL": "C", **{f"ECU_LAPI_{k.upper()}": str(v) for k, v in settings.items()}}
+    return {**env, "LC_ALL": "C", "PATH": f"{BIN}:{os.environ['PATH']}",
+            **{f"ECU_LAPI_{k.upper()}": str(v) for k, v in settings.items()}}
 
 
 def assert_no_sanitizer_report(text):
