@@ -20,13 +20,6 @@ using RequestHandler =
 /// never be known. Called at most once, on the dispatch thread; not at all after `stop`.
 using AckHandler = std::function<void(bool acknowledged)>;
 
-/// A retained message that says whether a client is there.
-struct Presence {
-    std::string topic;
-    std::string present;  ///< from `show_presence` on
-    std::string absent;   ///< once the client is gone, however it went
-};
-
 /// A transport client that serves requests. Its operations throw TransportError; request handlers,
 /// AckHandlers and jobs may `publish` and `post`.
 class IServiceClient : public ecu::lapi::com::ITransportClient {
@@ -41,8 +34,9 @@ public:
     /// any more.
     virtual void serve(const std::string& topic, RequestHandler handler) = 0;
 
-    /// Publishes the presence and keeps it true until `disconnect`: again after each reconnection,
-    /// and whenever the topic says something else. Needs the right to read the topic.
+    /// Publishes on the presence topic that the unit is there, and keeps that true until
+    /// `disconnect`: again after each reconnection, and whenever the topic says something else.
+    /// Needs the right to read the topic.
     virtual void show_presence() = 0;
 
     /// Runs `job` on the dispatch thread, behind every message that has arrived by now (requests
@@ -50,9 +44,9 @@ public:
     virtual void post(std::function<void()> job) = 0;
 };
 
-/// As ecu::lapi::com::create_client, with the presence as the connection's last will.
+/// As ecu::lapi::com::create_client. The connection's last will says that the unit is gone.
 std::shared_ptr<IServiceClient> create_service_client(
-    std::unique_ptr<ecu::lapi::config::Configuration>& config, const Presence& presence);
+    std::unique_ptr<ecu::lapi::config::Configuration>& config);
 
 /// "HOST:PORT" of a configuration that verifies, as messages name the broker.
 std::string broker_name(const ecu::lapi::config::Configuration& config);

@@ -12,7 +12,6 @@
 #include "lapi_mqtt/service_client.h"
 #include "program/startup.h"
 #include "program/termination.h"
-#include "protocol/topics.h"
 #include "unit/broker_process.h"
 #include "unit/import.h"
 #include "unit/options.h"
@@ -73,8 +72,7 @@ int serve(const Options& options) {
     ParameterService parameters(store, options.read_only);
     std::unique_ptr<BrokerProcess> broker;  // outlives the client
     if (!options.broker) require_alone(*configuration);
-    const auto client = lapi_mqtt::create_service_client(
-        configuration, {protocol::PRESENCE_TOPIC, protocol::PRESENT, protocol::ABSENT});
+    const auto client = lapi_mqtt::create_service_client(configuration);
     if (options.broker) broker = std::make_unique<BrokerProcess>(std::stoi(port));
     client->connect();
     client->start();

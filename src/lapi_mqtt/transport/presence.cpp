@@ -1,6 +1,9 @@
 #include "lapi_mqtt/transport/presence.h"
 
+#include <string_view>
+
 #include "ecu/lapi/logging.h"
+#include "protocol/topics.h"
 
 namespace lapi_mqtt {
 
@@ -17,10 +20,12 @@ void PresenceKeeper::on_reconnected() {
     publish();
 }
 
-void PresenceKeeper::on_message(const ecu::lapi::com::Message& message) {
+void PresenceKeeper::on_message(const std::string& message_topic,
+                                const ecu::lapi::com::Message& message) {
+    if (message_topic != topic || !is_shown || link.is_leaving() || !link.is_up()) return;
     const std::string shown(message.payload.begin(), message.payload.end());
-    if (!is_shown || link.is_leaving() || !link.is_up() || shown == presence->present) return;
-    logging::write(logging::NOTICE, "Corrected '", shown, "' on ", presence->topic);
+    if (shown == protocol::PRESENT) return;
+    logging::write(logging::NOTICE, "Corrected '", shown, "' on ", topic);
     publish();
 }
 
@@ -29,17 +34,17 @@ void PresenceKeeper::subscribe() {
     const auto warn = [this](const Outcome& outcome) {
         if (!outcome || !outcome->is_refusal()) return;
         logging::write(logging::WARNING, "The broker at ", link.place(),
-                       " does not let this unit read its presence on ", presence->topic, ": ",
-                       outcome->text, "; '", presence->absent,
-                       "' from an earlier connection would stay there");
+                       " does not let this unit read its presence on ", topic, ": ", outcome->text,
+                       "; '", protocol::ABSENT, "' from an earlier connection would stay there");
     };
-    link.subscribe({"subscribe", presence->topic}, 1, RetainHandling::do_not_send, warn);
+    link.subscribe({"subscribe", topic}, 1, RetainHandling::do_not_send, warn);
 }
 
 void PresenceKeeper::publish() {
-    ecu::lapi::com::Message message({presence->present.begin(), presence->present.end()});
+    const std::string_view present = protocol::PRESENT;
+    ecu::lapi::com::Message message({present.begin(), present.end()});
     message.retain = 1;
-    link.publish({"publish on", presence->topic}, message, 1);
+    link.publish({"publish on", topic}, message, 1);
 }
 
 }  // namespace lapi_mqtt

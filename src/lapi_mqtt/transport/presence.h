@@ -1,10 +1,8 @@
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "lapi_mqtt/link/link.h"
-#include "lapi_mqtt/service_client.h"
 
 namespace lapi_mqtt {
 
@@ -15,9 +13,9 @@ namespace lapi_mqtt {
 /// Called with the link's lock held.
 class PresenceKeeper {
 public:
-    /// `own` bears the topic as the broker knows it; nothing for a client without a presence.
-    PresenceKeeper(Link& to_broker, std::optional<Presence> own)
-        : link(to_broker), presence(std::move(own)) {}
+    /// `presence_topic` as the broker knows it.
+    PresenceKeeper(Link& to_broker, std::string presence_topic)
+        : link(to_broker), topic(std::move(presence_topic)) {}
 
     /// Throws TransportError.
     void show();
@@ -25,15 +23,15 @@ public:
     /// Subscribes and publishes again, unless it is hidden. Throws TransportError.
     void on_reconnected();
 
-    bool is_of(const std::string& topic) const { return presence && presence->topic == topic; }
-    void on_message(const ecu::lapi::com::Message& message);
+    /// A message on any topic.
+    void on_message(const std::string& message_topic, const ecu::lapi::com::Message& message);
 
 private:
     void subscribe();
     void publish();
 
     Link& link;
-    const std::optional<Presence> presence;
+    const std::string topic;
     bool is_shown = false;
 };
 

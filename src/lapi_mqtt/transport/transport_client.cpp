@@ -42,13 +42,13 @@ Settings take_settings(std::unique_ptr<ecu::lapi::config::Configuration>& config
 
 }  // namespace
 
-TransportClient::TransportClient(Settings checked_settings, const std::optional<Presence>& presence,
+TransportClient::TransportClient(Settings checked_settings, bool is_service,
                                  ConnectionFactory connections)
     : settings(std::move(checked_settings)),
       client_id(make_client_id(settings.client_name)),
-      is_service(presence),
-      will(presence ? std::make_optional<Will>({on_broker(presence->topic), presence->absent})
-                    : std::nullopt),
+      will(is_service
+               ? std::make_optional<Will>({on_broker(protocol::PRESENCE_TOPIC), protocol::ABSENT})
+               : std::nullopt),
       link(
           settings.place(),
           connections ? std::move(connections)
@@ -61,18 +61,13 @@ TransportClient::TransportClient(Settings checked_settings, const std::optional<
       requests(link, protocol::REPLY_PREFIX + client_id + protocol::REPLY_SUFFIX,
                settings.request_timeout),
       services(link),
-      presence_keeper(link, on_broker(presence)) {}
+      presence_keeper(link, on_broker(protocol::PRESENCE_TOPIC)) {}
 
 /// Every name on the broker but the reply topics lies below the prefix; a shared subscription keeps
 /// its "$share/GROUP/" in front.
 std::string TransportClient::on_broker(const std::string& topic) const {
     const auto own = shared_prefix_length(topic);
     return topic.substr(0, own) + settings.topic_prefix + topic.substr(own);
-}
-
-std::optional<Presence> TransportClient::on_broker(const std::optional<Presence>& presence) const {
-    if (!presence) return std::nullopt;
-    return Presence{on_broker(presence->topic), presence->present, presence->absent};
 }
 
 void TransportClient::start() {
@@ -181,7 +176,7 @@ void TransportClient::on_message(Incoming incoming) {
     {
         const auto lock = link.lock();
         link.note_unrelated();
-        if (presence_keeper.is_of(incoming.topic)) presence_keeper.on_message(incoming.message);
+        presence_keeper.on_message(incoming.topic, incoming.message);
         if (incoming.topic.rfind(settings.topic_prefix, 0) != 0) return;
         incoming.topic.erase(0, settings.topic_prefix.size());
         const bool is_request = services.serves(incoming.topic);
@@ -189,6 +184,7 @@ void TransportClient::on_message(Incoming incoming) {
         if (!is_request && subscriptions.receivers(incoming.topic).empty()) return;
         if (is_request) lane = incoming.properties.response_topic;
     }
+    const bool is_service = will.has_value();
     if (retain::is_ignored(incoming.message, is_service)) {
         logging::write(logging::WARNING, "Dropped a retained message on ", incoming.topic);
         return;
@@ -236,8 +232,8 @@ std::unique_ptr<ecu::lapi::config::Configuration> default_configuration() {
 }
 
 std::shared_ptr<IServiceClient> create_service_client(
-    std::unique_ptr<ecu::lapi::config::Configuration>& config, const Presence& presence) {
-    return std::make_shared<TransportClient>(take_settings(config), presence);
+    std::unique_ptr<ecu::lapi::config::Configuration>& config) {
+    return std::make_shared<TransportClient>(take_settings(config), true);
 }
 
 }  // namespace lapi_mqtt

@@ -31,10 +31,9 @@ class TransportClient final : public IServiceClient,
 public:
     using Message = ecu::lapi::com::Message;
 
-    /// A service has a presence. Makes its connections by `connections`; without one, over
+    /// A service has a last will. Makes its connections by `connections`; without one, over
     /// libmosquitto.
-    explicit TransportClient(Settings checked_settings,
-                             const std::optional<Presence>& presence = std::nullopt,
+    explicit TransportClient(Settings checked_settings, bool is_service = false,
                              ConnectionFactory connections = {});
     ~TransportClient() override { stop(); }
 
@@ -54,7 +53,6 @@ public:
 
 private:
     std::string on_broker(const std::string& topic) const;
-    std::optional<Presence> on_broker(const std::optional<Presence>& presence) const;
     void need_dispatch(const Step& step);
     void observe(const Incoming& incoming);
 
@@ -64,7 +62,6 @@ private:
     // Constant after construction.
     const Settings settings;
     const std::string client_id;
-    const bool is_service;
     const std::optional<Will> will;
 
     Link link;

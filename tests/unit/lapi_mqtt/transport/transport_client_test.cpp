@@ -56,17 +56,11 @@ struct Transport : testing::Test {
     }
     ~Transport() override { client.reset(); }
 
-    void connected(bool has_presence = false) {
-        if (has_presence) {
-            presence.emplace();
-            presence->topic = "here";
-            presence->present = "yes";
-            presence->absent = "no";
-        }
+    void connected(bool is_service = false) {
         const auto make = [this](auto& events) {
             return std::make_unique<fake::ScriptedConnection>(broker, events);
         };
-        client = std::make_unique<lapi_mqtt::TransportClient>(settings, presence, make);
+        client = std::make_unique<lapi_mqtt::TransportClient>(settings, is_service, make);
         client->connect();
         client->start();
     }
@@ -84,7 +78,6 @@ struct Transport : testing::Test {
     }
 
     lapi_mqtt::Settings settings;
-    std::optional<lapi_mqtt::Presence> presence;
     fake::Broker broker;
     std::unique_ptr<lapi_mqtt::TransportClient> client;
     const std::string announced = "publish subscription/announcement ";
@@ -192,8 +185,8 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     script("subscribe s", reason(1));
     run();
     client->show_presence();
-    broker.send("here", "yes", {}, true);
-    broker.send("here", "no", {}, true);
+    broker.send("system/vard/unit", "online", {}, true);
+    broker.send("system/vard/unit", "offline", {}, true);
     EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 5; }));
     broker.send("s", "?", asked("clients/7/reply"), true);
     broker.send("s", "?", asked("elsewhere"));
@@ -208,8 +201,9 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     client->stop();
     EXPECT_EQ(runs, 1);
     EXPECT_THAT(broker.sent(),
-                ElementsAre("subscribe s q1", "subscribe s q1", "subscribe here q1",
-                            "publish here yes retained q1", "publish here yes retained q1",
+                ElementsAre("subscribe s q1", "subscribe s q1", "subscribe system/vard/unit q1",
+                            "publish system/vard/unit online retained q1",
+                            "publish system/vard/unit online retained q1",
                             "publish clients/7/reply ! q1", "disconnect"));
 }
 
@@ -277,8 +271,8 @@ TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
     EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 14; }));
     EXPECT_THAT(std::vector(broker.packets.begin() + 8, broker.packets.end()),
                 ElementsAre("subscribe s q1", "subscribe a q1", announced + "a q1",
-                            "subscribe b retained q2", "subscribe here q1",
-                            "publish here yes retained q1"));
+                            "subscribe b retained q2", "subscribe system/vard/unit q1",
+                            "publish system/vard/unit online retained q1"));
     EXPECT_THROW(client->request("t", text("?")), TransportError);
     EXPECT_THAT(broker.sent()[14], HasSubstr("subscribe clients/"));
 }
