@@ -86,35 +86,30 @@ void PropertyListDeleter::operator()(mqtt5__property* list) const {
 PropertyList to_list(const PublishProperties& properties) {
     mosquitto_property* head = nullptr;
     int result = MOSQ_ERR_SUCCESS;
-    const auto add = [&result](auto function, auto... arguments) {
-        if (result == MOSQ_ERR_SUCCESS) result = function(arguments...);
+    const auto add = [&](auto function, int identifier, auto... arguments) {
+        if (result == MOSQ_ERR_SUCCESS) result = function(&head, identifier, arguments...);
     };
-    if (!properties.response_topic.empty()) {
-        add(mosquitto_property_add_string, &head, MQTT_PROP_RESPONSE_TOPIC,
-            properties.response_topic.c_str());
-    }
-    if (!properties.correlation_data.empty()) {
-        add(mosquitto_property_add_binary, &head, MQTT_PROP_CORRELATION_DATA,
-            properties.correlation_data.data(),
-            static_cast<std::uint16_t>(properties.correlation_data.size()));
-    }
-    if (!properties.content_type.empty()) {
-        add(mosquitto_property_add_string, &head, MQTT_PROP_CONTENT_TYPE,
-            properties.content_type.c_str());
+    const auto add_text = [&add](int identifier, const std::string& text) {
+        if (!text.empty()) add(mosquitto_property_add_string, identifier, text.c_str());
+    };
+    const auto add_user_property = [&add](const char* name, const std::string& text) {
+        add(mosquitto_property_add_string_pair, MQTT_PROP_USER_PROPERTY, name, text.c_str());
+    };
+    add_text(MQTT_PROP_RESPONSE_TOPIC, properties.response_topic);
+    add_text(MQTT_PROP_CONTENT_TYPE, properties.content_type);
+    const std::string& correlation = properties.correlation_data;
+    if (!correlation.empty()) {
+        add(mosquitto_property_add_binary, MQTT_PROP_CORRELATION_DATA, correlation.data(),
+            static_cast<std::uint16_t>(correlation.size()));
     }
     if (properties.timeout) {
-        add(mosquitto_property_add_int32, &head, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
+        add(mosquitto_property_add_int32, MQTT_PROP_MESSAGE_EXPIRY_INTERVAL,
             static_cast<std::uint32_t>(std::chrono::ceil<seconds>(*properties.timeout).count()));
+        const bool is_request = !properties.response_topic.empty();
+        const std::string timeout_ms = std::to_string(properties.timeout->count());
+        if (is_request) add_user_property(protocol::TIMEOUT_PROPERTY, timeout_ms);
     }
-    if (properties.timeout && !properties.response_topic.empty()) {  // a request
-        add(mosquitto_property_add_string_pair, &head, MQTT_PROP_USER_PROPERTY,
-            protocol::TIMEOUT_PROPERTY, std::to_string(properties.timeout->count()).c_str());
-    }
-    if (properties.error) {
-        const std::string text = to_ascii(*properties.error);
-        add(mosquitto_property_add_string_pair, &head, MQTT_PROP_USER_PROPERTY,
-            protocol::ERROR_PROPERTY, text.c_str());
-    }
+    if (properties.error) add_user_property(protocol::ERROR_PROPERTY, to_ascii(*properties.error));
     PropertyList list(head);
     check_result(result);
     return list;
