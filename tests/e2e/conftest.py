@@ -47,33 +47,35 @@ def unit(new_unit, broker):
 def named(tmp_path):
     """What runs behind this prefix finds the given lines in /etc/hosts."""
     def make(*lines):
-        (tmp_path / "hosts").write_text("\n".join([*lines, ""]))
-        return ["unshare", "-m", "sh", "-ec", 'mount --bind "$0" /etc/hosts; exec "$@"', tmp_path / "hosts"]
+        hosts = tmp_path / "hosts"
+        hosts.write_text("\n".join([*lines, ""]))
+        return ["unshare", "-m", "sh", "-ec", 'mount --bind "$0" /etc/hosts; exec "$@"', hosts]
     return make
 
 
 HERE, NUL = "DNS:localhost,IP:127.0.0.1", b"localhost\0.elsewhere.test"
-BY_CA = ["-CA", "ca.pem", "-CAkey", "ca.key", "-nodes"]
+OWN, BY_CA = ["-x509", "-nodes"], ["-CA", "ca.pem", "-CAkey", "ca.key"]
 CERTIFICATES = {  # names, options
-    "ca": (HERE, "-x509", "-nodes"), "foreign": (HERE, "-x509", "-nodes"), "here": (HERE, *BY_CA),
-    "elsewhere": ("DNS:elsewhere.test", *BY_CA), "wildcard": ("DNS:*.korvid.test", *BY_CA),
-    "partial": ("DNS:un*.korvid.test", *BY_CA), "encrypted": (HERE, *BY_CA[:-1], "-passout", "pass:open"),
-    "nul": ("DER:30:%02x:82:%02x:%s" % (len(NUL) + 2, len(NUL), NUL.hex(":")), *BY_CA), "expired": (HERE, "-nodes")}
-LONG_AGO = """[ca]\ndefault_ca=d\n[d]\ndatabase=index\nnew_certs_dir=.\nrand_serial=yes\ndefault_md=sha256\npolicy=p
-copy_extensions=copy\ndefault_startdate=20200101000000Z\ndefault_enddate=20200102000000Z\n[p]\ncommonName=supplied\n"""
+    "ca": (HERE, *OWN), "foreign": (HERE, *OWN), "here": (HERE, *BY_CA, "-nodes"),
+    "elsewhere": ("DNS:elsewhere.test", *BY_CA, "-nodes"),
+    "wildcard": ("DNS:*.korvid.test", *BY_CA, "-nodes"),
+    "partial": ("DNS:un*.korvid.test", *BY_CA, "-nodes"),
+    "encrypted": (HERE, *BY_CA, "-passout", "pass:open"),
+    "nul": (f"DER:30:{len(NUL) + 2:02x}:82:{len(NUL):02x}:{NUL.hex(':')}", *BY_CA, "-nodes"),
+    "expired": (HERE, "-nodes")}  # a request
 
 
 @pytest.fixture(scope="session")
 def certificates(tmp_path_factory):
     """NAME.pem and NAME.key: signed by themselves (ca, foreign) or by ca."""
     place = tmp_path_factory.mktemp("certificates")
-    (place / "long_ago").write_text(LONG_AGO)
-    (place / "index").touch()
-    commands = [["req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-subj", f"/CN={name}", "-addext",
-                 f"subjectAltName={names}", "-days", "9999", "-keyout", f"{name}.key", "-out", f"{name}.pem", *options]
-                for name, (names, *options) in CERTIFICATES.items()]
-    commands.append(["ca", "-batch", "-notext", "-config", "long_ago", "-cert", "ca.pem", "-keyfile", "ca.key",
-                     "-in", "expired.pem", "-out", "expired.pem"])
-    for command in commands:
-        subprocess.run(["openssl", *command], check=True, capture_output=True, cwd=place)
+
+    def openssl(*words):
+        subprocess.run(["openssl", *words], check=True, capture_output=True, cwd=place)
+    for name, (names, *options) in CERTIFICATES.items():
+        openssl("req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-days", "9999",
+                "-subj", f"/CN={name}", "-addext", f"subjectAltName={names}", *options,
+                "-keyout", f"{name}.key", "-out", f"{name}.pem")
+    openssl("x509", "-req", "-in", "expired.pem", "-out", "expired.pem", "-days", "-1",
+            "-copy_extensions", "copy", *BY_CA)
     return place

@@ -6,7 +6,6 @@ import re
 import socket
 import subprocess
 import threading
-import time
 
 import paho.mqtt.client as mqtt
 import pytest
@@ -15,21 +14,24 @@ from paho.mqtt.properties import Properties
 
 from links import Listening
 from packets import CONNECT, SUBSCRIBE, UNSUBSCRIBE, read_packet
-from processes import BIN, Broker, await_that, environment, scaled
+from processes import BIN, Broker, environment, scaled
 from protocol import block, record
 
 NO_SERVICE = "no parameter service is listening"
-needs_root = pytest.mark.skipif(subprocess.run(["unshare", "-m", "true"], stderr=subprocess.DEVNULL).returncode != 0,
-                                reason="only root can mount and end another user's process, and not in every container")
-gets_signals_at_once = pytest.mark.skipif(b"__tsan_init" in (BIN / "korvid").read_bytes(),
-                                          reason="ThreadSanitizer defers a signal while a call blocks")
+needs_root = pytest.mark.skipif(
+    subprocess.call(["unshare", "-m", "true"], stderr=subprocess.DEVNULL) != 0,
+    reason="only root can mount and end another user's process, and not in every container")
+gets_signals_at_once = pytest.mark.skipif(
+    b"__tsan_init" in (BIN / "korvid").read_bytes(),
+    reason="ThreadSanitizer defers a signal while a call blocks")
 HI, HI_BLOCK = record(288, 255, 10, b"Hi"), block(288, 255, 10, b"Hi")  # one of the demo unit's
 
 
 def assert_fails(result, words, seconds, connecting=False):
     """Status 1, nothing printed, the complaint's words, and in time."""
     assert result.status == 1 and result.out == b"", result
-    assert re.search("^korvid: ", result.err, re.M) and re.search(words, result.err, re.S | re.I), result
+    assert re.search("^korvid: ", result.err, re.M), result
+    assert re.search(words, result.err, re.S | re.I), result
     assert len(re.findall("^ERROR: ", result.err, re.M)) == (1 if connecting else 0), result
     assert result.seconds < scaled(seconds), result
 
@@ -55,7 +57,7 @@ def examples(text):
 def assert_prints(text, directory, before="", prefix=(), apart=False, **settings):
     """One shell runs all commands, and each prints what is shown, a broker's port as 1883.
 
-    `apart`: what goes to standard error is shown behind the rest as `! LINE`, then a failure as `[N]`.
+    `apart`: standard error is shown behind standard output as `! LINE`, then a failure as `[N]`.
     """
     shown, script = examples(text), TELL + before
     for _, command, _ in shown:
@@ -68,19 +70,22 @@ def assert_prints(text, directory, before="", prefix=(), apart=False, **settings
     printed = re.sub(rf":{settings.get('port')}\b", ":1883", got.stdout).split("\0")
     for (line, command, output), actual in zip(shown, printed):
         if actual != output:
-            pytest.fail(f"line {line}: $ {command}expected:\n{output}printed:\n{actual}", pytrace=False)
+            pytest.fail(f"line {line}: $ {command}expected:\n{output}printed:\n{actual}",
+                        pytrace=False)
     assert len(printed) == len(shown) + 1, "the shell ended"
 
 
 class FileBroker(Broker):
-    """A mosquitto with a shipped file, in which words are replaced, and an account for each name."""
+    """A mosquitto with a shipped file, in which words are replaced, and accounts."""
 
     def __init__(self, directory, shipped, port, accounts=(), **words):
         self.port, self.config = port, directory / f"{port}.conf"
         if accounts:
-            (directory / "passwords").write_text("".join(f"{name}:word-of-{name}\n" for name in accounts))
+            lines = [f"{name}:word-of-{name}\n" for name in accounts]
+            (directory / "passwords").write_text("".join(lines))
             subprocess.run(["mosquitto_passwd", "-U", directory / "passwords"], check=True)
-        text = re.sub("^listener [18]883.*", f"listener {port} 127.0.0.1", shipped.read_text(), flags=re.M)
+        text = re.sub("^listener [18]883.*", f"listener {port} 127.0.0.1", shipped.read_text(),
+                      flags=re.M)
         for word, value in words.items():
             text = text.replace(word, str(value))
         for secret in re.findall("^(?:password|acl)_file (.*)", text, re.M):
@@ -97,9 +102,10 @@ class FileBroker(Broker):
 
 
 def new_client(user=None, password=None, client_id=""):
-    """paho 2 has to be told in which of two ways it calls back; what is used here is the same in both."""
-    version = {"callback_api_version": mqtt.CallbackAPIVersion.VERSION2} if hasattr(mqtt, "CallbackAPIVersion") else {}
-    client = mqtt.Client(client_id=client_id, protocol=mqtt.MQTTv5, **version)
+    # paho 2 must be told how it calls back; what is used here is the same in both ways.
+    way = getattr(mqtt, "CallbackAPIVersion", None)
+    client = mqtt.Client(**({"callback_api_version": way.VERSION2} if way else {}),
+                         client_id=client_id, protocol=mqtt.MQTTv5)
     client.username_pw_set(user, password)
     return client
 
@@ -135,26 +141,20 @@ class Peer:
         self.publish(request.properties.ResponseTopic, payload, wait=False,
                      CorrelationData=correlation or request.properties.CorrelationData, **fields)
 
-    def request(self, topic, payload, response="clients/test/reply"):
-        """The next message after a request of the test's own."""
-        known = len(self.messages)
-        self.publish(topic, payload, ResponseTopic=response, CorrelationData=b"0123456789abcdef")
-        await_that(lambda: len(self.messages) > known, f"a reply on {response}")
-        return self.messages[known]
-
     def close(self):
         self.client.disconnect()
         self.client.loop_stop()
 
 
 class ScriptedBroker(Listening):
-    """`script` answers packets by their type: bytes, pieces, or a function of the packet's body; None closes the link."""
+    """`script` answers packets by their type: with bytes, or with what a function makes of a body:
+    bytes, several of them, or None, which closes the link."""
 
     def __init__(self, script=None, greeting=b"", port=0):
-        self.script = {CONNECT: bytes.fromhex("2003000000"),
-                       SUBSCRIBE: lambda body: b"\x90\x04" + body[:2] + b"\x00\x01",
-                       UNSUBSCRIBE: lambda body: b"\xb0\x04" + body[:2] + b"\x00\x00", **(script or {})}
-        self.greeting = greeting
+        granted = {CONNECT: bytes.fromhex("2003000000"),
+                   SUBSCRIBE: lambda body: b"\x90\x04" + body[:2] + b"\x00\x01",
+                   UNSUBSCRIBE: lambda body: b"\xb0\x04" + body[:2] + b"\x00\x00"}
+        self.script, self.greeting = {**granted, **(script or {})}, greeting
         super().__init__(port)
 
     def serve(self, link):
@@ -167,7 +167,6 @@ class ScriptedBroker(Listening):
                     return link.shutdown(socket.SHUT_RDWR)
                 for part in [answer] if isinstance(answer, bytes) else answer:
                     link.sendall(part)
-                    time.sleep(0.2 if part is not answer else 0)
         link.close()  # libmosquitto 2.1 waits for it behind its DISCONNECT
 
 
