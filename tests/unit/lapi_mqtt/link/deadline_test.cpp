@@ -10,57 +10,49 @@ namespace {
 using lapi_mqtt::Deadline;
 using lapi_mqtt::ReconnectDelay;
 using std::chrono::milliseconds;
+using std::chrono::seconds;
 
-/// What has moved at a time, and when the wait then ends; all in milliseconds.
-struct Update {
-    int at;
-    std::uint64_t acked, received, unrelated_end;
-    int end;
-};
+const Deadline::Clock::time_point BEGIN{};
 
-void expect(const char* what, std::uint64_t send_end, std::initializer_list<Update> updates) {
-    const Deadline::Clock::time_point begin{};
-    Deadline::Timeouts timeouts{};
-    timeouts.idle = milliseconds(1000);
-    timeouts.total = milliseconds(5000);
-    lapi_mqtt::Movement movement;
-    movement.traffic.bytes_acked = 500;
-    movement.traffic.bytes_received = 700;
-    Deadline deadline(timeouts, begin, movement, send_end);
-    EXPECT_EQ(deadline.time(), begin + milliseconds(1000));
-    for (const auto& update : updates) {
-        movement.traffic.bytes_acked = update.acked;
-        movement.traffic.bytes_received = update.received;
-        movement.unrelated_end = update.unrelated_end;
-        deadline.update(begin + milliseconds(update.at), movement);
-        EXPECT_EQ(deadline.time() - begin, milliseconds(update.end)) << what << " at " << update.at;
+TEST(Deadline, IsMovedByItsOwnTrafficAlone) {
+    /// What has moved at a time, and when the wait then ends; all in milliseconds.
+    struct Update {
+        int at;
+        std::uint64_t acked, received, unrelated_end;
+        int end;
+    };
+    const std::tuple<const char*, std::uint64_t, std::vector<Update>> table[] = {
+        {"its own request goes out",
+         90'000,
+         {{0, 500, 700, 0, 1000}, {400, 50'000, 700, 0, 1400}, {900, 90'000, 700, 0, 1900}}},
+        {"what others send goes out", 600, {{400, 50'000, 700, 0, 1000}}},
+        {"a large packet comes in", 0, {{500, 500, 9'000, 0, 1500}, {1400, 500, 20'000, 0, 2400}}},
+        {"it was unrelated", 0, {{500, 500, 9'000, 0, 1500}, {900, 500, 20'000, 20'000, 1000}}},
+        {"the next one may be its own", 0, {{900, 500, 20'000, 15'000, 1900}}},
+        {"a trickle", 0, {{500, 1'000, 1'000, 0, 1000}, {900, 1'500, 1'700, 0, 1000}}},
+        {"a packet without end", 0, {{4900, 500, 9'000, 0, 5000}}},
+    };
+    for (const auto& [what, send_end, updates] : table) {
+        lapi_mqtt::Movement movement;
+        movement.traffic = {500, 700};
+        Deadline deadline({milliseconds(1000), milliseconds(5000)}, BEGIN, movement, send_end);
+        for (const auto& [at, acked, received, unrelated_end, end] : updates) {
+            deadline.update(BEGIN + milliseconds(at), {{acked, received}, unrelated_end});
+            EXPECT_EQ(deadline.time() - BEGIN, milliseconds(end)) << what << " at " << at;
+        }
     }
 }
 
-TEST(Deadline, IsMovedByItsOwnTrafficAlone) {
-    expect("its own request goes out", 90'000,
-           {{400, 50'000, 700, 0, 1400}, {900, 90'000, 700, 0, 1900}});
-    expect("what others send goes out", 600, {{400, 50'000, 700, 0, 1000}});
-    expect("a large packet comes in", 0,
-           {{500, 500, 9'000, 0, 1500}, {1400, 500, 20'000, 0, 2400}});
-    expect("it was unrelated", 0, {{500, 500, 9'000, 0, 1500}, {900, 500, 20'000, 20'000, 1000}});
-    expect("the next one may be its own", 0, {{900, 500, 20'000, 15'000, 1900}});
-    expect("a trickle", 0, {{500, 1'000, 1'000, 0, 1000}, {900, 1'500, 1'700, 0, 1000}});
-    expect("a packet without end", 0, {{4900, 500, 9'000, 0, 5000}});
-}
-
 TEST(Acknowledgements, AreOverdueOnceWhatIsBeforeThemHasHadItsTime) {
-    using std::chrono::seconds;
     lapi_mqtt::Acknowledgements pending;
-    const Deadline::Clock::time_point begin{};
-    pending.expect(1, {"publish on", "blob"}, 1'000'000, begin, {});
-    pending.expect(2, {"publish on", "barrier"}, 0, begin, {});
-    EXPECT_FALSE(pending.overdue(begin + seconds(119)));
-    EXPECT_TRUE(pending.overdue(begin + seconds(121)));
+    pending.expect(1, {"publish on", "blob"}, 1'000'000, BEGIN, {});
+    pending.expect(2, {"publish on", "barrier"}, 0, BEGIN, {});
+    EXPECT_FALSE(pending.overdue(BEGIN + seconds(119)));
+    EXPECT_TRUE(pending.overdue(BEGIN + seconds(121)));
     EXPECT_FALSE(pending.acknowledge(1, {}));
     EXPECT_EQ(pending.acknowledge(2, {0x87, ""})->topic, "barrier");
-    pending.expect(3, {"publish on", "barrier"}, 0, begin, {});
-    EXPECT_EQ(pending.overdue(begin + seconds(21))->topic, "barrier");
+    pending.expect(3, {"publish on", "barrier"}, 0, BEGIN, {});
+    EXPECT_EQ(pending.overdue(BEGIN + seconds(21))->topic, "barrier");
 }
 
 TEST(ReconnectDelay, GrowsUntilAConnectionHasLasted) {
@@ -69,10 +61,9 @@ TEST(ReconnectDelay, GrowsUntilAConnectionHasLasted) {
         limits.push_back(static_cast<int>(max.count()));
         return max;
     });
-    const ReconnectDelay::Clock::time_point begin{};
     const auto lost_after = [&](int ms) {
-        delay.connected(begin);
-        delay.lost(begin + milliseconds(ms));
+        delay.connected(BEGIN);
+        delay.lost(BEGIN + milliseconds(ms));
         delay.next();
     };
     for (const int ms : {10'000, 10, 4'999}) lost_after(ms);
@@ -81,10 +72,10 @@ TEST(ReconnectDelay, GrowsUntilAConnectionHasLasted) {
     EXPECT_THAT(limits, testing::ElementsAre(100, 200, 400, 800, 1600, 3200, 6400, 12800, 25600,
                                              30000, 100));
     ReconnectDelay random;
-    std::set<std::chrono::milliseconds::rep> drawn;
-    for (int n = 0; n < 30; ++n) drawn.insert(random.next().count());
+    std::set<milliseconds> drawn;
+    for (int n = 0; n < 30; ++n) drawn.insert(random.next());
     EXPECT_GT(drawn.size(), 15U);
-    EXPECT_LE(*drawn.rbegin(), 30'000);
+    EXPECT_LE(*drawn.rbegin(), seconds(30));
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 
 #include <future>
 
-#include "fakes/scripted_connection.h"
+#include "scripted_connection.h"
 
 namespace {
 
@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::ThrowsMessage;
+using Packets = std::vector<fake::Broker::Packet>;
 
 Message text(const std::string& bytes, char qos = '\0') {
     Message message({bytes.begin(), bytes.end()});
@@ -23,28 +23,19 @@ Message text(const std::string& bytes, char qos = '\0') {
     return message;
 }
 
-struct Silent : ecu::lapi::com::ISubscriptionObserver {
-    void message(const std::string&, const Message&) override {}
+/// Notes the topics of what it gets.
+struct Observer : ecu::lapi::com::ISubscriptionObserver {
+    void message(const std::string& topic, const Message&) override { topics.push_back(topic); }
+    std::vector<std::string> topics;
 };
 
 /// A request's properties.
 lapi_mqtt::PublishProperties asked(const char* response_topic, const char* correlation = "c") {
-    lapi_mqtt::PublishProperties properties;
-    properties.response_topic = response_topic;
-    properties.correlation_data = correlation;
-    properties.timeout = milliseconds(900);
-    return properties;
-}
-
-Reason reason(int code, const char* text = "") {
-    Reason made;
-    made.code = code;
-    made.text = text;
-    return made;
+    return {response_topic, correlation, "", milliseconds(900), std::nullopt};
 }
 
 auto fails(const char* words) {
-    return ThrowsMessage<TransportError>(HasSubstr(words));
+    return testing::ThrowsMessage<TransportError>(HasSubstr(words));
 }
 
 struct Transport : testing::Test {
@@ -56,7 +47,7 @@ struct Transport : testing::Test {
     }
     ~Transport() override { client.reset(); }
 
-    void connected(bool is_service = false) {
+    void connect(bool is_service = false) {
         const auto make = [this](auto& events) {
             return std::make_unique<fake::ScriptedConnection>(broker, events);
         };
@@ -64,37 +55,43 @@ struct Transport : testing::Test {
         client->connect();
         client->start();
     }
-    bool await_sent(const std::string& packet) {
-        return broker.await([&] { return testing::Value(broker.packets, Contains(packet)); });
-    }
-    void serve(std::function<void()> action = [] {}) {
-        client->serve("s", [action](const Message&) { return action(), text("!"); });
-    }
     /// Answers packets that begin so with a reason, or not at all.
     void script(const std::string& begin, std::optional<Reason> given) {
         broker.answer = [begin, given, usual = broker.answer](const auto& packet) {
             return packet.rfind(begin, 0) == 0 ? given : usual(packet);
         };
     }
+    void serve(std::function<void()> action = [] {}) {
+        client->serve("s", [action](const Message&) { return action(), text("!"); });
+    }
+    bool await_count(std::size_t packets) {
+        return broker.await([&] { return broker.packets.size() >= packets; });
+    }
+    /// What was sent from the n-th packet on.
+    Packets sent_from(std::size_t n) {
+        const auto sent = broker.sent();
+        return {sent.begin() + static_cast<std::ptrdiff_t>(n), sent.end()};
+    }
 
     lapi_mqtt::Settings settings;
     fake::Broker broker;
     std::unique_ptr<lapi_mqtt::TransportClient> client;
+    const std::shared_ptr<Observer> observer = std::make_shared<Observer>();
     const std::string announced = "publish subscription/announcement ";
 };
 
 TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
     settings.topic_prefix = "units/7/";
-    connected();
+    connect();
     script("publish units/7/t", std::nullopt);
     script("subscribe clients/", std::nullopt);
     const auto request = [this] { client->request("t", text("?")); };
     EXPECT_THAT(request, fails("/reply on the broker at unit:1883: the broker does not answer"));
     ASSERT_EQ(broker.sent().size(), 1U);
     const std::string reply_topic = broker.sent().front().substr(10, 35);
-    script("subscribe clients/", reason(0x87, "Not authorized (ask the admin)"));
+    script("subscribe clients/", Reason{0x87, "Not authorized (ask the admin)"});
     EXPECT_THAT(request, fails("Not authorized (ask the admin)"));
-    script("subscribe clients/", reason(1));
+    script("subscribe clients/", Reason{1, ""});
     const auto start = std::chrono::steady_clock::now();
     std::thread unrelated([&] {  // as many as there are, none of them stretches the wait
         for (int n = 0; n < 50; ++n, std::this_thread::sleep_for(milliseconds(10))) {
@@ -112,25 +109,33 @@ TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
     EXPECT_EQ(broker.properties.back().timeout, milliseconds(300));
 }
 
-TEST_F(Transport, ForgetsAnObserverWhoseSubscriptionFails) {
-    connected();
-    const auto observer = std::make_shared<Silent>();
-    script("subscribe a", reason(0x8f, "Topic filter invalid"));
-    EXPECT_THAT([&] { client->subscribe("a", 0, observer); }, fails("Topic filter"));
-    script("subscribe b", reason(0));
-    script(announced, reason(0x10));
-    client->subscribe("b", 1, observer);
-    EXPECT_TRUE(await_sent(announced + "b q1"));
-    EXPECT_EQ(observer.use_count(), 2);
-    EXPECT_THAT(broker.sent(), ElementsAre("subscribe a q0", "subscribe b q1", announced + "b q1"));
-    client->unsubscribe("b", observer);
-    EXPECT_EQ(observer.use_count(), 1);
+TEST_F(Transport, GivesAMessageOnceToAnObserverWhileItsSubscriptionLasts) {
+    connect();
+    const auto other = std::make_shared<Observer>();
+    script("subscribe no", Reason{0x8f, "Topic filter invalid"});
+    EXPECT_THAT([this] { client->subscribe("no", 0, observer); }, fails("Topic filter"));
+    for (const auto* filter : {"a/#", "a/b", "gone", "#"}) client->subscribe(filter, 1, observer);
+    for (const auto* filter : {"a/b", "$share/g/+/c"}) client->subscribe(filter, 2, other);
+    client->unsubscribe("a/b", observer);  // the broker is still to send it
+    client->unsubscribe("gone", observer);
+    client->unsubscribe("gone", observer);
+    client->unsubscribe("#", observer);
+    EXPECT_THAT(sent_from(13), ElementsAre("unsubscribe gone", "unsubscribe #"));
+    for (const auto* topic : {"no", "a/b", "a/c", "a", "gone", "b"}) broker.send(topic, "");
+    std::promise<void> last;
+    client->publish("x", text(""), [&last](bool) { last.set_value(); });
+    last.get_future().wait();
+    client->stop();
+    EXPECT_EQ(broker.sent().back(), "abort");
+    EXPECT_THAT(observer->topics, ElementsAre("a/b", "a/c", "a"));
+    EXPECT_THAT(other->topics, ElementsAre("a/b", "a/c"));
+    EXPECT_EQ(observer.use_count(), 2);  // that of a/#
 }
 
 TEST_F(Transport, RemembersALostPublicationWhateverFollows) {
-    connected();
+    connect();
     client->publish("x", text("sure", '2'));
-    EXPECT_TRUE(await_sent("publish x sure q2"));
+    EXPECT_TRUE(await_count(1));
     script(announced + "lost", std::nullopt);
     client->publish("lost", text("1"));
     broker.cut();
@@ -150,31 +155,26 @@ TEST_F(Transport, RemembersALostPublicationWhateverFollows) {
 }
 
 TEST_F(Transport, TellsWhatBecameOfAMessage) {
-    connected();
-    std::promise<bool> acknowledged, refused, lost;
-    const auto set = [](auto& promise) { return [&](bool ack) { promise.set_value(ack); }; };
-    script("publish b", reason(0x87));
-    script("publish c", std::nullopt);
-    client->publish("a", text("1"), set(acknowledged));
-    client->publish("b", text("2"), set(refused));
-    client->publish("c", text("3"), set(lost));
-    EXPECT_TRUE(acknowledged.get_future().get());
-    EXPECT_FALSE(refused.get_future().get());
+    connect();
+    script("publish refused", Reason{0x87, ""});
+    script("publish lost", std::nullopt);
+    std::vector<std::promise<bool>> told(3);
+    const auto publish = [&](const char* topic, std::promise<bool>& outcome) {
+        client->publish(topic, text(""), [&outcome](bool ack) { outcome.set_value(ack); });
+    };
+    publish("acknowledged", told[0]);
+    publish("refused", told[1]);
+    publish("lost", told[2]);
+    EXPECT_TRUE(told[0].get_future().get());
+    EXPECT_FALSE(told[1].get_future().get());
     broker.cut();
-    EXPECT_FALSE(lost.get_future().get());
-    EXPECT_THAT(broker.sent(), Contains("publish a 1 q1"));
-}
-
-TEST_F(Transport, StopsOnASilentConnection) {
-    connected();
-    client->subscribe("a", 0, std::make_shared<Silent>());
-    client->stop();
-    EXPECT_EQ(broker.sent().back(), "abort");
+    EXPECT_FALSE(told[2].get_future().get());
+    EXPECT_EQ(broker.sent().front(), "publish acknowledged  q1");
 }
 
 TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
-    connected(true);
-    script("subscribe s", reason(0));
+    connect(true);
+    script("subscribe s", Reason{0, ""});
     std::atomic<int> runs = 0;
     std::promise<void> leaving;
     const auto run = [&] { serve([&] { ++runs, leaving.get_future().wait(); }); };
@@ -182,12 +182,12 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     broker.send("s", "?", asked("clients/7/reply"));
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_EQ(runs, 0);
-    script("subscribe s", reason(1));
+    script("subscribe s", Reason{1, ""});
     run();
     client->show_presence();
     broker.send("system/vard/unit", "online", {}, true);
     broker.send("system/vard/unit", "offline", {}, true);
-    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 5; }));
+    EXPECT_TRUE(await_count(5));
     broker.send("s", "?", asked("clients/7/reply"), true);
     broker.send("s", "?", asked("elsewhere"));
     broker.send("s", "runs", asked("clients/7/reply"));
@@ -208,8 +208,7 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
 }
 
 TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
-    connected();
-    script("subscribe s", reason(1));
+    connect();
     script("publish clients/", std::nullopt);
     std::promise<void> all_sent;
     serve([waiting = all_sent.get_future().share()] { waiting.wait(); });
@@ -217,7 +216,7 @@ TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
     broker.send("s", "?", asked("clients/7/reply"));
     std::this_thread::sleep_for(milliseconds(100));
     all_sent.set_value();
-    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 5; }));
+    EXPECT_TRUE(await_count(5));
     EXPECT_THAT(broker.sent(), Contains("publish clients/7/reply ! q1"));
     EXPECT_EQ(broker.sent().back(), "publish clients/6/reply ! q1");
     auto leaving = std::async(std::launch::async, [this] { client->disconnect(); });
@@ -230,16 +229,15 @@ TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
 /// What happens while the connection is being opened again, and the packets that this sends.
 TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
     std::future<void> stopped;
-    const auto stop = [this] { client->stop(); };
-    const std::pair<std::function<void()>, std::vector<std::string>> table[] = {
+    const std::pair<std::function<void()>, Packets> table[] = {
         {[this] { client->disconnect(); }, {"disconnect"}},
-        {[&] { stopped = std::async(std::launch::async, stop); }, {}},
+        {[&] { stopped = std::async(std::launch::async, [this] { client->stop(); }); }, {}},
         {[] { throw lapi_mqtt::MqttError("refused"); }, {"subscribe a q0", announced + "a q1"}},
     };
     for (const auto& [action, packets] : table) {
         broker.on_open = nullptr;
-        connected();
-        client->subscribe("a", 0, std::make_shared<Silent>());
+        connect();
+        client->subscribe("a", 0, observer);
         const auto before = broker.sent().size();
         std::atomic<bool> is_first{true};
         broker.on_open = [&is_first, action = action] {
@@ -248,33 +246,31 @@ TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
             std::this_thread::sleep_for(milliseconds(50));
         };
         broker.cut();
-        const auto count = before + packets.size();
-        EXPECT_TRUE(broker.await([&] { return !is_first && broker.packets.size() >= count; }));
+        while (is_first) std::this_thread::sleep_for(milliseconds(5));
+        EXPECT_TRUE(await_count(before + packets.size()));
         std::this_thread::sleep_for(milliseconds(100));
-        const auto sent = broker.sent();
-        EXPECT_THAT(std::vector(sent.begin() + static_cast<long>(before), sent.end()),
-                    testing::ElementsAreArray(packets));
+        EXPECT_EQ(sent_from(before), packets);
         if (stopped.valid()) stopped.get();
         client.reset();
     }
 }
 
 TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
-    connected(true);
-    script("subscribe", reason(1));
+    connect(true);
+    script("subscribe", Reason{1, ""});
     serve();
-    client->subscribe("a", 1, std::make_shared<Silent>());
-    client->subscribe("b", 2 + ecu::lapi::com::WATCH_ONLY, std::make_shared<Silent>());
+    client->subscribe("a", 1, observer);
+    client->subscribe("b", 2 + ecu::lapi::com::WATCH_ONLY, observer);
     client->show_presence();
     EXPECT_THROW(client->request("t", text("?")), TransportError);
     broker.cut();
-    EXPECT_TRUE(broker.await([this] { return broker.packets.size() == 14; }));
-    EXPECT_THAT(std::vector(broker.packets.begin() + 8, broker.packets.end()),
+    EXPECT_TRUE(await_count(14));
+    EXPECT_THAT(sent_from(8),
                 ElementsAre("subscribe s q1", "subscribe a q1", announced + "a q1",
                             "subscribe b retained q2", "subscribe system/vard/unit q1",
                             "publish system/vard/unit online retained q1"));
     EXPECT_THROW(client->request("t", text("?")), TransportError);
-    EXPECT_THAT(broker.sent()[14], HasSubstr("subscribe clients/"));
+    EXPECT_THAT(sent_from(14).front(), HasSubstr("subscribe clients/"));
 }
 
 }  // namespace
