@@ -12,26 +12,39 @@ namespace {
 
 using Entries = std::vector<ecu::lapi::pb::SystemParameterEntry>;
 
-/// What is read from a text that arrives in pieces, the first ones small; nothing if it is refused.
-Entries entries_of(const std::string& text) try {
+/// What is read from a text that arrives in pieces, or why it is refused.
+std::pair<Entries, std::string> read(const std::string& text, std::size_t piece) try {
     std::size_t done = 0;
     const auto source = [&](char* buffer, std::size_t size) {
-        const std::size_t count = text.copy(buffer, std::min(size, 1 + done), done);
+        const std::size_t count = text.copy(buffer, std::min(size, piece), done);
         done += count;
         return count;
     };
-    return dump::read_parameters(source, "fuzz");
-} catch (const std::runtime_error&) {
-    return {};
+    return {dump::read_parameters(source, "fuzz"), ""};
+} catch (const std::runtime_error& error) {
+    return {{}, error.what()};
+}
+
+bool are_same(const Entries& some, const Entries& others) {
+    const auto is_same = [](const auto& one, const auto& other) {
+        return one.SerializeAsString() == other.SerializeAsString();
+    };
+    return std::equal(some.begin(), some.end(), others.begin(), others.end(), is_same);
+}
+
+/// The same in pieces of any size.
+Entries entries_of(const std::string& text) {
+    const auto [entries, error] = read(text, text.size());
+    for (const std::size_t piece : {1U, 5U}) {
+        const auto got = read(text, piece);
+        require(are_same(got.first, entries) && got.second == error);
+    }
+    return entries;
 }
 
 /// Texts that say the same twice name each once.
 void require_each_once(const Entries& expected, const std::string& text) {
-    const auto is_same = [](const auto& one, const auto& other) {
-        return one.SerializeAsString() == other.SerializeAsString();
-    };
-    const Entries got = entries_of(text + text);
-    require(std::equal(got.begin(), got.end(), expected.begin(), expected.end(), is_same));
+    require(are_same(entries_of(text + text), expected));
 }
 
 void check(Entries entries) {
