@@ -11,44 +11,33 @@ namespace {
 
 Entry entry_of(const Statement& row) {
     Entry entry;
-    entry.set_otaid(static_cast<std::uint32_t>(row.number(0).value_or(0)));
-    if (const auto did = row.number(1)) entry.set_did(static_cast<std::uint32_t>(*did));
-    if (const auto xcpid = row.number(2)) entry.set_xcpid(static_cast<std::uint32_t>(*xcpid));
-    if (const auto data = row.bytes(3)) entry.set_data(data->data(), data->size());
+    entry.set_otaid(static_cast<std::uint32_t>(row.number(0)));
+    if (!row.is_null(1)) entry.set_did(static_cast<std::uint32_t>(row.number(1)));
+    if (!row.is_null(2)) entry.set_xcpid(static_cast<std::uint32_t>(row.number(2)));
+    if (!row.is_null(3)) entry.set_data(row.bytes(3).data(), row.bytes(3).size());
     return entry;
 }
 
 }  // namespace
 
-Store::Statements::Statements(Database& database)
-    : find(database, "SELECT otaid, did, xcpid, data FROM parameter WHERE otaid = ?1"),
-      all(database, "SELECT otaid, did, xcpid, data FROM parameter ORDER BY otaid"),
-      write(database,
-            "INSERT INTO parameter (otaid, did, xcpid, data) VALUES (?1, ?2, ?3, ?4) "
-            "ON CONFLICT (otaid) DO UPDATE SET did = coalesce(?2, did), "
-            "xcpid = coalesce(?3, xcpid), data = coalesce(?4, data)"),
-      remove(database, "DELETE FROM parameter WHERE otaid = ?1"),
-      blob(database, "SELECT blob FROM secstore"),
-      replace_blob(database, "INSERT OR REPLACE INTO secstore (id, blob) VALUES (0, ?1)") {}
-
-Store::Store(const std::string& path)
-    : database(open_store(path)), statements(database), files(path) {}
+Store::Store(const std::string& path) : database(open_store(path)), files(path) {}
 
 std::optional<Entry> Store::find(std::uint32_t otaid) {
     std::optional<Entry> found;
-    statements.find.bind(1, otaid).run([&] { found = entry_of(statements.find); });
+    select_one.bind(1, otaid).run([&] { found = entry_of(select_one); });
     return found;
 }
 
 void Store::for_each(const std::vector<std::uint32_t>& otaids, const Visit& visit) {
-    const Transaction transaction(database, Transaction::Kind::read);
-    for (const auto otaid : otaids) {
-        if (auto entry = find(otaid)) visit(std::move(*entry));
-    }
+    database.transact("BEGIN", [&] {
+        for (const auto otaid : otaids) {
+            if (auto entry = find(otaid)) visit(std::move(*entry));
+        }
+    });
 }
 
 void Store::for_each(const Visit& visit) {
-    statements.all.run([&] { visit(entry_of(statements.all)); });
+    select_all.run([&] { visit(entry_of(select_all)); });
 }
 
 Store::~Store() {
@@ -77,43 +66,38 @@ ImportResult Store::import(const std::vector<Entry>& entries, bool replace) {
         }
         result.others = others.size();
         if (!replace) return;
-        for (const auto otaid : others) statements.remove.bind(1, otaid).run();
+        for (const auto otaid : others) delete_one.bind(1, otaid).run();
     });
     return result;
 }
 
 std::vector<std::uint8_t> Store::blob() {
     std::vector<std::uint8_t> blob;
-    statements.blob.run([&] {
-        const auto bytes = statements.blob.bytes(0).value_or("");
+    select_blob.run([&] {
+        const auto bytes = select_blob.bytes(0);
         blob.assign(bytes.begin(), bytes.end());
     });
     return blob;
 }
 
 void Store::replace_blob(const std::vector<std::uint8_t>& bytes) {
-    change([&] { statements.replace_blob.bind(1, bytes.data(), bytes.size()).run(); });
+    change([&] { upsert_blob.bind(1, bytes.data(), bytes.size()).run(); });
 }
 
 void Store::upsert(const Entry& entry) {
-    const auto number = [](bool present, std::uint32_t value) {
-        return present ? std::optional<std::int64_t>(value) : std::nullopt;
-    };
-    Statement& row = statements.write;
-    row.bind(1, entry.otaid());
-    row.bind(2, number(entry.has_did(), entry.did()));
-    row.bind(3, number(entry.has_xcpid(), entry.xcpid()));
-    if (entry.has_data()) row.bind(4, entry.data().data(), entry.data().size());
-    row.run();
+    upsert_one.bind(1, entry.otaid());
+    if (entry.has_did()) upsert_one.bind(2, entry.did());
+    if (entry.has_xcpid()) upsert_one.bind(3, entry.xcpid());
+    if (entry.has_data()) upsert_one.bind(4, entry.data().data(), entry.data().size());
+    upsert_one.run();
 }
 
-template <typename Change>
-void Store::change(Change change) {
+void Store::change(const std::function<void()>& work) {
     try {
-        Transaction transaction(database);
-        change();
-        files.require();
-        transaction.commit();
+        database.transact("BEGIN IMMEDIATE", [&] {
+            work();
+            files.require();
+        });
         files.require();  // deleted in between, it took the changes with it
     } catch (...) {
         settle();
@@ -125,7 +109,7 @@ void Store::change(Change change) {
 /// its place at the next start.
 void Store::settle() {
     try {
-        if (!files.are_in_place()) database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        if (!files.misplaced().empty()) database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
     } catch (const std::exception& error) {
         ecu::lapi::logging::write(ecu::lapi::logging::ERROR,
                                   "Cannot settle the store's log: ", error.what());

@@ -32,10 +32,6 @@ public:
     /// all the same. Throws SqliteError that names the file.
     explicit Store(const std::string& path);
     ~Store();
-    Store(const Store&) = delete;
-    Store& operator=(const Store&) = delete;
-
-    std::optional<Entry> find(std::uint32_t otaid);
 
     /// Must not write: a read is open while it is called.
     using Visit = std::function<void(Entry)>;
@@ -58,23 +54,22 @@ public:
     void replace_blob(const std::vector<std::uint8_t>& bytes);
 
 private:
-    struct Statements {
-        explicit Statements(Database& database);
-        Statement find;
-        Statement all;
-        Statement write;
-        Statement remove;
-        Statement blob;
-        Statement replace_blob;
-    };
-
+    std::optional<Entry> find(std::uint32_t otaid);
     void upsert(const Entry& entry);
-    template <typename Change>
-    void change(Change change);
+    void change(const std::function<void()>& work);
     void settle();
 
     Database database;
-    Statements statements;
+    Statement select_one{database,
+                         "SELECT otaid, did, xcpid, data FROM parameter WHERE otaid = ?1"};
+    Statement select_all{database, "SELECT otaid, did, xcpid, data FROM parameter ORDER BY otaid"};
+    Statement upsert_one{database,
+                         "INSERT INTO parameter (otaid, did, xcpid, data) VALUES (?1, ?2, ?3, ?4) "
+                         "ON CONFLICT (otaid) DO UPDATE SET did = coalesce(?2, did), "
+                         "xcpid = coalesce(?3, xcpid), data = coalesce(?4, data)"};
+    Statement delete_one{database, "DELETE FROM parameter WHERE otaid = ?1"};
+    Statement select_blob{database, "SELECT blob FROM secstore"};
+    Statement upsert_blob{database, "INSERT OR REPLACE INTO secstore (id, blob) VALUES (0, ?1)"};
     FilesInPlace files;
 };
 

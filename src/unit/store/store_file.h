@@ -2,10 +2,9 @@
 
 #include <sys/types.h>
 
-#include <array>
-#include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "unit/store/sqlite.h"
 
@@ -23,20 +22,17 @@ public:
     /// Notes the files of an open store.
     explicit FilesInPlace(const std::string& store_path);
 
-    bool are_in_place() const { return !misplaced(); }
+    /// The first that is not at its path any more; empty when all are.
+    std::string misplaced() const;
 
-    /// Throws std::runtime_error when one of them is not at its path any more.
+    /// Throws std::runtime_error when one is misplaced.
     void require() const;
 
 private:
-    using Identity = std::optional<std::pair<dev_t, ino_t>>;  ///< nothing: there is no such file
-    static constexpr std::array<const char*, 3> SUFFIXES{"", "-wal", "-shm"};
-
-    std::optional<std::string> misplaced() const;
+    using Identity = std::pair<dev_t, ino_t>;  ///< zeros: there is no such file
     static Identity identity(const std::string& path);
 
-    std::string path;
-    std::array<Identity, SUFFIXES.size()> noted;
+    std::vector<std::pair<std::string, Identity>> noted;
 };
 
 }  // namespace unit
