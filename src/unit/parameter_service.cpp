@@ -1,17 +1,70 @@
 #include "unit/parameter_service.h"
 
+#include <google/protobuf/io/coded_stream.h>
+
 #include <algorithm>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "ecu/lapi/logging.h"
 #include "protocol/topics.h"
+#include "protocol/wire_format.h"
 #include "sysparam.pb.h"
-#include "unit/requests.h"
 
 namespace unit {
 namespace {
 
 using ecu::lapi::com::Message;
+
+/// How many OTAIDs or records one request may hold: small ones would cost far more time and memory
+/// than the message that brings them.
+constexpr std::size_t MAX_ELEMENTS = std::size_t{1} << 18U;
+
+/// The longest encoding of one OTAID: a tag and a varint.
+constexpr std::size_t MAX_OTAID_BYTES = 11;
+
+void require_few(std::size_t elements, const char* name) {
+    if (elements <= MAX_ELEMENTS) return;
+    throw std::runtime_error("the request holds more than " + std::to_string(MAX_ELEMENTS) + " " +
+                             name);
+}
+
+void require_well_formed(bool is_well_formed) {
+    if (!is_well_formed) throw std::runtime_error("malformed request");
+}
+
+template <typename Request>
+Request parse(const Message& message) {
+    Request request;
+    const auto size = static_cast<int>(message.payload.size());
+    require_well_formed(request.ParseFromArray(message.payload.data(), size));
+    return request;
+}
+
+/// In ascending order and each once.
+std::vector<std::uint32_t> parse_read_request(const Message& message) {
+    require_few(message.payload.size() / MAX_OTAID_BYTES, "OTAIDs");
+    const auto request = parse<protocol::ReadRequest>(message);
+    std::vector<std::uint32_t> otaids(request.otaid().begin(), request.otaid().end());
+    require_few(otaids.size(), "OTAIDs");
+    std::sort(otaids.begin(), otaids.end());
+    otaids.erase(std::unique(otaids.begin(), otaids.end()), otaids.end());
+    return otaids;
+}
+
+/// Counts the records before each becomes an object that is many times as large.
+void require_few_records(const Message& message) {
+    constexpr auto ENTRY_TAG =
+        protocol::make_tag(protocol::WriteRequest::kEntryFieldNumber, protocol::LENGTH_DELIMITED);
+    google::protobuf::io::CodedInputStream input(message.payload.data(),
+                                                 static_cast<int>(message.payload.size()));
+    std::size_t records = 0;
+    while (const std::uint32_t tag = input.ReadTag()) {
+        if (tag == ENTRY_TAG) require_few(++records, "records");
+        require_well_formed(protocol::skip_field(input, tag));
+    }
+}
 
 /// What MQTT can carry in one packet, less room for topic and properties.
 constexpr std::size_t MAX_REPLY_BYTES = 268'435'455 - 1024;
@@ -54,15 +107,19 @@ Message ParameterService::read(const Message& message) {
 }
 
 Message ParameterService::write(const Message& message) {
-    auto entries = parse_write_request(message);
-    const auto is_writable = [this](const Entry& entry) {
-        return read_only.count(entry.otaid()) == 0;
-    };
-    const auto refused = std::stable_partition(entries.begin(), entries.end(), is_writable);
+    require_few_records(message);
+    auto request = parse<protocol::WriteRequest>(message);
     protocol::WriteReply reply;
-    std::for_each(refused, entries.end(),
-                  [&reply](const Entry& entry) { reply.add_refused(entry.otaid()); });
-    entries.erase(refused, entries.end());
+    std::vector<Entry> entries;
+    entries.reserve(static_cast<std::size_t>(request.entry_size()));
+    for (Entry& entry : *request.mutable_entry()) {
+        if (!entry.has_otaid()) throw std::runtime_error("a record without OTAID");
+        if (read_only.count(entry.otaid()) == 0) {
+            entries.push_back(std::move(entry));
+        } else {
+            reply.add_refused(entry.otaid());
+        }
+    }
     // The store takes many records far faster in its own order; one OTAID's stay in theirs.
     std::stable_sort(entries.begin(), entries.end(), [](const Entry& one, const Entry& other) {
         return one.otaid() < other.otaid();
