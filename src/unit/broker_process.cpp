@@ -67,18 +67,17 @@ void wait_until_free(int port) {
 
 /// In memory, so that nothing is left behind however this process ends.
 Descriptor configuration_file(int port) {
-    const std::string text = "listener " + std::to_string(port) +
-                             " 127.0.0.1\n"
-                             "allow_anonymous true\n"
-                             "max_packet_size 268435455\n"
-                             "set_tcp_nodelay true\n"
-                             "persistence false\n"
-                             "log_dest stderr\n"
-                             "log_type error\n";
     Descriptor file(memfd_create("mosquitto.conf", 0));
-    if (write(file.get(), text.data(), text.size()) != static_cast<ssize_t>(text.size())) {
-        throw std::system_error(errno, std::generic_category(), "mosquitto.conf");
-    }
+    const int written = dprintf(file.get(),
+                                "listener %d 127.0.0.1\n"
+                                "allow_anonymous true\n"
+                                "max_packet_size 268435455\n"
+                                "set_tcp_nodelay true\n"
+                                "persistence false\n"
+                                "log_dest stderr\n"
+                                "log_type error\n",
+                                port);
+    if (written < 0) throw std::system_error(errno, std::generic_category(), "mosquitto.conf");
     return file;
 }
 

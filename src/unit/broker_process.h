@@ -15,8 +15,6 @@ public:
     /// Returns when the broker accepts connections.
     explicit BrokerProcess(int port);
     ~BrokerProcess();
-    BrokerProcess(const BrokerProcess&) = delete;
-    BrokerProcess& operator=(const BrokerProcess&) = delete;
 
     /// Readable once the broker has ended.
     int end_descriptor() const { return end.get(); }

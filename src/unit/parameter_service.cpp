@@ -108,21 +108,20 @@ Message ParameterService::read(const Message& message) {
 
 Message ParameterService::write(const Message& message) {
     require_few_records(message);
-    auto request = parse<protocol::WriteRequest>(message);
+    const auto request = parse<protocol::WriteRequest>(message);
     protocol::WriteReply reply;
-    std::vector<Entry> entries;
-    entries.reserve(static_cast<std::size_t>(request.entry_size()));
-    for (Entry& entry : *request.mutable_entry()) {
+    std::vector<const Entry*> entries;
+    for (const Entry& entry : request.entry()) {
         if (!entry.has_otaid()) throw std::runtime_error("a record without OTAID");
         if (read_only.count(entry.otaid()) == 0) {
-            entries.push_back(std::move(entry));
+            entries.push_back(&entry);
         } else {
             reply.add_refused(entry.otaid());
         }
     }
     // The store takes many records far faster in its own order; one OTAID's stay in theirs.
-    std::stable_sort(entries.begin(), entries.end(), [](const Entry& one, const Entry& other) {
-        return one.otaid() < other.otaid();
+    std::stable_sort(entries.begin(), entries.end(), [](const Entry* one, const Entry* other) {
+        return one->otaid() < other->otaid();
     });
     store.write(entries);
     reply.set_written(static_cast<std::uint32_t>(entries.size()));

@@ -65,41 +65,36 @@ void SecStoreService::begin_round() {
 
 void SecStoreService::send_blob() {
     store_newest();
-    served = std::exchange(wanted, Wanted::no);
-    if (!publish_blob()) end_round(true);
-}
-
-/// False when nothing was published.
-bool SecStoreService::publish_blob() {
-    const auto publish = [this](const Message& blob) {
-        client.publish(
-            protocol::SECSTORE_GET_TOPIC, blob,
-            [self = shared_from_this()](bool acknowledged) { self->end_round(acknowledged); });
-        return true;
+    const Wanted served = std::exchange(wanted, Wanted::no);
+    const auto publish = [&](const Message& blob) {
+        client.publish(protocol::SECSTORE_GET_TOPIC, blob,
+                       [self = shared_from_this(), served](bool acknowledged) {
+                           self->end_round(acknowledged, served);
+                       });
     };
     try {
         const Message blob(store.blob());
-        return (served == Wanted::yes || !blob.payload.empty()) && publish(blob);
+        if (served == Wanted::yes || !blob.payload.empty()) return publish(blob);
     } catch (const std::exception& error) {
         logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
+        try {
+            return publish(Message());  // an empty blob ends the wait of clients
+        } catch (const std::exception&) {
+            // no connection: there is nobody to tell
+        }
     }
-    try {
-        return publish(Message());  // an empty blob ends the wait of clients
-    } catch (const std::exception&) {
-        return false;  // no connection: there is nobody to tell
-    }
+    end_round(true);
 }
 
 /// Without the acknowledgement some clients may have got nothing. They are served once our own
 /// announcement arrives on the next connection.
-void SecStoreService::end_round(bool acknowledged) {
+void SecStoreService::end_round(bool acknowledged, Wanted served) {
     in_flight = false;
     if (!acknowledged) {
         wanted = std::max(wanted, served);
     } else if (wanted != Wanted::no) {
         begin_round();
     }
-    served = Wanted::no;
 }
 
 }  // namespace unit

@@ -42,14 +42,12 @@ private:
     void want(Wanted kind);
     void begin_round();
     void send_blob();
-    bool publish_blob();
-    void end_round(bool acknowledged);
+    void end_round(bool acknowledged, Wanted served = Wanted::no);
     void store_newest();
 
     Store& store;
     lapi_mqtt::IServiceClient& client;
-    Wanted wanted = Wanted::no;  ///< by clients that the round in flight does not serve
-    Wanted served = Wanted::no;  ///< by clients that the blob in flight is for
+    Wanted wanted = Wanted::no;  ///< by clients that no blob in flight serves
     bool in_flight = false;
     std::optional<std::vector<std::uint8_t>> newest;  ///< blob that is not stored yet
 };

@@ -14,7 +14,7 @@ Entry entry_of(const Statement& row) {
     entry.set_otaid(static_cast<std::uint32_t>(row.number(0)));
     if (!row.is_null(1)) entry.set_did(static_cast<std::uint32_t>(row.number(1)));
     if (!row.is_null(2)) entry.set_xcpid(static_cast<std::uint32_t>(row.number(2)));
-    if (!row.is_null(3)) entry.set_data(row.bytes(3).data(), row.bytes(3).size());
+    if (!row.is_null(3)) entry.set_data(std::string(row.bytes(3)));
     return entry;
 }
 
@@ -44,9 +44,9 @@ Store::~Store() {
     settle();
 }
 
-void Store::write(const std::vector<Entry>& entries) {
+void Store::write(const std::vector<const Entry*>& entries) {
     change([&] {
-        for (const Entry& entry : entries) upsert(entry);
+        for (const Entry* entry : entries) upsert(*entry);
     });
 }
 

@@ -43,7 +43,7 @@ public:
     void for_each(const std::vector<std::uint32_t>& otaids, const Visit& visit);
 
     /// All of them or none. A field that an entry does not hold keeps its stored value.
-    void write(const std::vector<Entry>& entries);
+    void write(const std::vector<const Entry*>& entries);
 
     /// All of them or none, each once. A field that an entry does not hold keeps its stored value.
     /// With `replace` the store then holds no other parameters.
