@@ -54,17 +54,6 @@ int try_port(int (*operation)(int, const sockaddr*, socklen_t), int port) {
                              cause);
 }
 
-/// A broker that is on the port already would be mistaken for ours. One that a killed unit has left
-/// behind ends soon.
-void wait_until_free(int port) {
-    int error = 0;
-    program::poll_until(PORT_TIMEOUT, [&] {
-        error = try_port(bind, port);
-        return error != EADDRINUSE;
-    });
-    if (error != 0) fail(port, std::strerror(error));
-}
-
 /// In memory, so that nothing is left behind however this process ends.
 Descriptor configuration_file(int port) {
     Descriptor file(memfd_create("mosquitto.conf", 0));
@@ -108,7 +97,14 @@ void leave_root() {
 }
 
 pid_t start_broker(int port) {
-    wait_until_free(port);
+    // A broker that is on the port already would be mistaken for ours. One that a killed unit has
+    // left behind ends soon.
+    int error = 0;
+    program::poll_until(PORT_TIMEOUT, [&] {
+        error = try_port(bind, port);
+        return error != EADDRINUSE;
+    });
+    if (error != 0) fail(port, std::strerror(error));
     const Descriptor configuration = configuration_file(port);
     const pid_t parent = getpid();
     const pid_t process = fork();

@@ -14,25 +14,6 @@ Prints "ready" on standard output once it serves; SIGTERM and SIGINT end it.
 )",
     ""};
 
-std::uint32_t read_only_otaid(const std::string& text) {
-    const auto otaid = program::parse_whole_otaid(text);
-    if (!otaid) throw UsageError("'" + text + "' is not an OTAID");
-    return *otaid;
-}
-
-void require_consistency(const Options& options) {
-    if (options.replace && options.import_from.empty()) {
-        throw UsageError("--replace needs --import");
-    }
-    if (options.store == ":memory:") {
-        throw UsageError("a store in ':memory:' would lose what it has acknowledged: name a file");
-    }
-    const std::string& host = options.common.host;
-    if (options.broker && !host.empty() && host != "127.0.0.1" && host != "localhost") {
-        throw UsageError("the broker of -b runs on 127.0.0.1, not on '" + host + "'");
-    }
-}
-
 std::vector<program::Option> own_options(Options& options) {
     using program::flag_option;
     using program::text_option;
@@ -46,7 +27,11 @@ std::vector<program::Option> own_options(Options& options) {
         flag_option(0, "replace", "with -i: the store then holds these parameters and no others",
                     options.replace),
         {'r', "read-only", "OTAID", "refuse writes of this parameter (may be repeated)",
-         [&options](const std::string& text) { options.read_only.insert(read_only_otaid(text)); }},
+         [&options](const std::string& text) {
+             const auto otaid = program::parse_whole_otaid(text);
+             if (!otaid) throw UsageError("'" + text + "' is not an OTAID");
+             options.read_only.insert(*otaid);
+         }},
         flag_option('b', "broker",
                     "also run a broker on that port of 127.0.0.1, as long as this runs;\n"
                     "of the configuration only the port counts then",
@@ -61,8 +46,17 @@ Options parse_options(int argc, char** argv) {
     const auto arguments = program::parse_command_line(argc, argv, HELP, own_options(options),
                                                        program::common_options(options.common));
     if (!arguments.empty()) throw UsageError("unexpected argument '" + arguments.front() + "'");
-    require_consistency(options);
-    if (options.broker) options.common.host = "127.0.0.1";
+    if (options.replace && options.import_from.empty()) {
+        throw UsageError("--replace needs --import");
+    }
+    if (options.store == ":memory:") {
+        throw UsageError("a store in ':memory:' would lose what it has acknowledged: name a file");
+    }
+    std::string& host = options.common.host;
+    if (options.broker && !host.empty() && host != "127.0.0.1" && host != "localhost") {
+        throw UsageError("the broker of -b runs on 127.0.0.1, not on '" + host + "'");
+    }
+    if (options.broker) host = "127.0.0.1";
     return options;
 }
 

@@ -24,7 +24,7 @@ constexpr std::size_t MAX_ELEMENTS = std::size_t{1} << 18U;
 /// The longest encoding of one OTAID: a tag and a varint.
 constexpr std::size_t MAX_OTAID_BYTES = 11;
 
-void require_few(std::size_t elements, const char* name) {
+void require_bounded(std::size_t elements, const char* name) {
     if (elements <= MAX_ELEMENTS) return;
     throw std::runtime_error("the request holds more than " + std::to_string(MAX_ELEMENTS) + " " +
                              name);
@@ -44,26 +44,27 @@ Request parse(const Message& message) {
 
 /// In ascending order and each once.
 std::vector<std::uint32_t> parse_read_request(const Message& message) {
-    require_few(message.payload.size() / MAX_OTAID_BYTES, "OTAIDs");
+    require_bounded(message.payload.size() / MAX_OTAID_BYTES, "OTAIDs");
     const auto request = parse<protocol::ReadRequest>(message);
     std::vector<std::uint32_t> otaids(request.otaid().begin(), request.otaid().end());
-    require_few(otaids.size(), "OTAIDs");
+    require_bounded(otaids.size(), "OTAIDs");
     std::sort(otaids.begin(), otaids.end());
     otaids.erase(std::unique(otaids.begin(), otaids.end()), otaids.end());
     return otaids;
 }
 
 /// Counts the records before each becomes an object that is many times as large.
-void require_few_records(const Message& message) {
+void bound_records(const Message& message) {
     constexpr auto ENTRY_TAG =
         protocol::make_tag(protocol::WriteRequest::kEntryFieldNumber, protocol::LENGTH_DELIMITED);
     google::protobuf::io::CodedInputStream input(message.payload.data(),
                                                  static_cast<int>(message.payload.size()));
     std::size_t records = 0;
     while (const std::uint32_t tag = input.ReadTag()) {
-        if (tag == ENTRY_TAG) require_few(++records, "records");
+        if (tag == ENTRY_TAG) require_bounded(++records, "records");
         require_well_formed(protocol::skip_field(input, tag));
     }
+    require_well_formed(input.ConsumedEntireMessage());
 }
 
 /// What MQTT can carry in one packet, less room for topic and properties.
@@ -107,7 +108,7 @@ Message ParameterService::read(const Message& message) {
 }
 
 Message ParameterService::write(const Message& message) {
-    require_few_records(message);
+    bound_records(message);
     const auto request = parse<protocol::WriteRequest>(message);
     protocol::WriteReply reply;
     std::vector<const Entry*> entries;

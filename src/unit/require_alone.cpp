@@ -9,19 +9,24 @@
 #include "program/sysparams.h"
 
 namespace unit {
-namespace {
 
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::config::Configuration;
 using lapi_mqtt::TransportError;
 
-bool is_served(ecu::lapi::var::ISystemParameterClient& client) {
+void require_alone(const Configuration& configuration) {
     using Kind = TransportError::Kind;
+    // A client of its own, without a last will: it would say that the other unit is gone.
+    auto own = std::make_unique<Configuration>(configuration);
+    const auto client = program::create_transport(own);
+    client->connect();
+    client->start();
+    bool is_served = true;
     try {
-        client.get_parameter(0, 0);
-        return true;
+        program::create_sysparams(client)->get_parameter(0, 0);
     } catch (const TransportError& error) {
         if (error.kind() == Kind::not_connected) throw;
+        is_served = error.kind() == Kind::refused;
         if (error.kind() == Kind::outcome_unknown) {
             logging::write(logging::WARNING,
                            "Somebody listens for requests, but does not answer: ", error.what());
@@ -31,22 +36,10 @@ bool is_served(ecu::lapi::var::ISystemParameterClient& client) {
                            ". Without the right to publish there, a second unit goes unnoticed and "
                            "both answer clients");
         }
-        return error.kind() == Kind::refused;
     }
-}
-
-}  // namespace
-
-void require_alone(const Configuration& configuration) {
-    // A client of its own, without a last will: it would say that the other unit is gone.
-    auto own = std::make_unique<Configuration>(configuration);
-    const auto client = program::create_transport(own);
-    client->connect();
-    client->start();
-    const bool served = is_served(*program::create_sysparams(client));
     client->disconnect();
     client->stop();
-    if (!served) return;
+    if (!is_served) return;
     throw std::runtime_error("another unit already serves parameters on the broker at " +
                              lapi_mqtt::broker_name(configuration));
 }

@@ -20,15 +20,21 @@ void SecStoreService::start(Store& store, lapi_mqtt::IServiceClient& client) {
 }
 
 void SecStoreService::message(const std::string& topic, const Message& msg) {
-    if (topic == protocol::ANNOUNCEMENT_TOPIC) {
-        const std::string subscribed(msg.payload.begin(), msg.payload.end());
-        if (subscribed == protocol::SECSTORE_GET_TOPIC) want(Wanted::yes);
-        // Our own subscription, new or renewed: clients may have announced themselves before it.
-        if (subscribed == protocol::ANNOUNCEMENT_TOPIC) want(Wanted::unless_empty);
-    } else {
+    if (topic == protocol::SECSTORE_SET_TOPIC) {
         if (!newest) client.post([self = shared_from_this()] { self->store_newest(); });
         newest = msg.payload;
+        return;
     }
+    const std::string subscribed(msg.payload.begin(), msg.payload.end());
+    if (subscribed == protocol::SECSTORE_GET_TOPIC) {
+        wanted = Wanted::yes;
+    } else if (subscribed == protocol::ANNOUNCEMENT_TOPIC) {
+        // Our own subscription, new or renewed: clients may have announced themselves before it.
+        wanted = std::max(wanted, Wanted::unless_empty);
+    } else {
+        return;
+    }
+    if (!in_flight) begin_round();
 }
 
 void SecStoreService::store_newest() {
@@ -43,22 +49,15 @@ void SecStoreService::store_newest() {
     }
 }
 
-void SecStoreService::want(Wanted kind) {
-    wanted = std::max(wanted, kind);
-    if (!in_flight) begin_round();
-}
-
 void SecStoreService::begin_round() {
-    Message barrier;  // without the name of a topic it means nothing to anybody
-    barrier.set_qos(1);
-    in_flight = true;
     try {
-        client.publish(protocol::ANNOUNCEMENT_TOPIC, barrier,
+        // A message without the name of a topic means nothing to anybody.
+        client.publish(protocol::ANNOUNCEMENT_TOPIC, Message(),
                        [self = shared_from_this()](bool acknowledged) {
                            acknowledged ? self->send_blob() : self->end_round(false);
                        });
+        in_flight = true;
     } catch (const std::exception& error) {
-        in_flight = false;
         logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
     }
 }

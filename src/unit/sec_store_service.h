@@ -39,7 +39,6 @@ private:
         yes,
     };
 
-    void want(Wanted kind);
     void begin_round();
     void send_blob();
     void end_round(bool acknowledged, Wanted served = Wanted::no);

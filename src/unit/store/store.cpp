@@ -1,7 +1,9 @@
 #include "unit/store/store.h"
 
+#include <algorithm>
 #include <exception>
-#include <set>
+#include <map>
+#include <stdexcept>
 
 #include "ecu/lapi/logging.h"
 #include "protocol/record.h"
@@ -20,18 +22,13 @@ Entry entry_of(const Statement& row) {
 
 }  // namespace
 
-Store::Store(const std::string& path) : database(open_store(path)), files(path) {}
-
-std::optional<Entry> Store::find(std::uint32_t otaid) {
-    std::optional<Entry> found;
-    select_one.bind(1, otaid).run([&] { found = entry_of(select_one); });
-    return found;
-}
+Store::Store(const std::string& file)
+    : path(file), database(open_store(path)), files(files_at(path)) {}
 
 void Store::for_each(const std::vector<std::uint32_t>& otaids, const Visit& visit) {
     database.transact("BEGIN", [&] {
         for (const auto otaid : otaids) {
-            if (auto entry = find(otaid)) visit(std::move(*entry));
+            select_one.bind(1, otaid).run([&] { visit(entry_of(select_one)); });
         }
     });
 }
@@ -53,20 +50,22 @@ void Store::write(const std::vector<const Entry*>& entries) {
 ImportResult Store::import(const std::vector<Entry>& entries, bool replace) {
     ImportResult result;
     change([&] {
-        std::set<std::uint32_t> others;
-        for_each([&](const Entry& stored) { others.insert(others.end(), stored.otaid()); });
+        std::map<std::uint32_t, Entry> others;
+        for_each([&](const Entry& stored) {
+            others.emplace_hint(others.end(), stored.otaid(), stored);
+        });
         for (const Entry& entry : entries) {
-            const bool is_known = others.erase(entry.otaid()) != 0;
+            const auto stored = others.extract(entry.otaid());
             const bool is_changed =
-                is_known && protocol::changed_fields(entry, *find(entry.otaid()),
-                                                     protocol::Missing::zero_or_empty)
-                                .any();
-            ++(!is_known ? result.added : is_changed ? result.changed : result.unchanged);
-            if (!is_known || is_changed) upsert(entry);
+                stored &&
+                protocol::changed_fields(entry, stored.mapped(), protocol::Missing::zero_or_empty)
+                    .any();
+            ++(!stored ? result.added : is_changed ? result.changed : result.unchanged);
+            if (!stored || is_changed) upsert(entry);
         }
         result.others = others.size();
         if (!replace) return;
-        for (const auto otaid : others) delete_one.bind(1, otaid).run();
+        for (const auto& other : others) delete_one.bind(1, other.first).run();
     });
     return result;
 }
@@ -96,20 +95,29 @@ void Store::change(const std::function<void()>& work) {
     try {
         database.transact("BEGIN IMMEDIATE", [&] {
             work();
-            files.require();
+            require_files();
         });
-        files.require();  // deleted in between, it took the changes with it
+        require_files();  // deleted in between, it took the changes with it
     } catch (...) {
         settle();
         throw;
     }
 }
 
+void Store::require_files() const {
+    const auto found = files_at(path);
+    const auto misplaced = std::mismatch(files.begin(), files.end(), found.begin()).first;
+    if (misplaced == files.end()) return;
+    throw std::runtime_error("the store's file '" + std::get<std::string>(*misplaced) +
+                             "' was deleted or replaced while the unit runs: nothing is written "
+                             "until it is restarted");
+}
+
 /// What the log holds belongs to the file that was moved away, and would spoil the one that lies in
 /// its place at the next start.
 void Store::settle() {
     try {
-        if (!files.misplaced().empty()) database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
+        if (files_at(path) != files) database.execute("PRAGMA wal_checkpoint(TRUNCATE)");
     } catch (const std::exception& error) {
         ecu::lapi::logging::write(ecu::lapi::logging::ERROR,
                                   "Cannot settle the store's log: ", error.what());

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,7 +29,7 @@ class Store {
 public:
     /// Opens the file, or creates it. On a medium that cannot be written the store can be read
     /// all the same. Throws SqliteError that names the file.
-    explicit Store(const std::string& path);
+    explicit Store(const std::string& file);
     ~Store();
 
     /// Must not write: a read is open while it is called.
@@ -54,11 +53,12 @@ public:
     void replace_blob(const std::vector<std::uint8_t>& bytes);
 
 private:
-    std::optional<Entry> find(std::uint32_t otaid);
     void upsert(const Entry& entry);
     void change(const std::function<void()>& work);
+    void require_files() const;
     void settle();
 
+    const std::string path;
     Database database;
     Statement select_one{database,
                          "SELECT otaid, did, xcpid, data FROM parameter WHERE otaid = ?1"};
@@ -70,7 +70,7 @@ private:
     Statement delete_one{database, "DELETE FROM parameter WHERE otaid = ?1"};
     Statement select_blob{database, "SELECT blob FROM secstore"};
     Statement upsert_blob{database, "INSERT OR REPLACE INTO secstore (id, blob) VALUES (0, ?1)"};
-    FilesInPlace files;
+    const std::vector<FileAt> files;
 };
 
 }  // namespace unit

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <stdexcept>
 
 #include "ecu/lapi/logging.h"
 
@@ -71,12 +70,14 @@ bool holds_something(const std::string& path) {
     return !none && size > 0;
 }
 
-/// A store on a medium that cannot be written still serves its parameters. Changes that wait in
-/// a log beside it could not be seen, so there must be none.
-Database open(const std::string& path) {
+}  // namespace
+
+Database open_store(const std::string& path) try {
     try {
         return open_for_writing(path);
     } catch (const SqliteError& error) {
+        // On a medium that cannot be written it still serves its parameters. Changes that wait in
+        // a log beside it could not be seen, so there must be none.
         const bool unwritable = error.code == SQLITE_READONLY || error.code == SQLITE_CANTOPEN;
         if (!unwritable || !holds_something(path) || holds_something(path + "-wal") ||
             holds_something(path + "-journal")) {
@@ -88,43 +89,19 @@ Database open(const std::string& path) {
     ecu::lapi::logging::write(ecu::lapi::logging::WARNING, "The store '", path,
                               "' cannot be written: every write will be refused");
     return database;
+} catch (const SqliteError& error) {
+    throw SqliteError(error.code, "cannot open the store '" + path + "': " + error.what());
 }
 
-}  // namespace
-
-Database open_store(const std::string& path) {
-    try {
-        return open(path);
-    } catch (const SqliteError& error) {
-        throw SqliteError(error.code, "cannot open the store '" + path + "': " + error.what());
-    }
-}
-
-FilesInPlace::FilesInPlace(const std::string& store_path) {
+std::vector<FileAt> files_at(const std::string& store_path) {
+    std::vector<FileAt> files;
     for (const char* suffix : {"", "-wal", "-shm"}) {
-        noted.emplace_back(store_path + suffix, identity(store_path + suffix));
+        const std::string path = store_path + suffix;
+        struct stat status {};
+        stat(path.c_str(), &status);
+        files.emplace_back(path, status.st_dev, status.st_ino);
     }
-}
-
-std::string FilesInPlace::misplaced() const {
-    for (const auto& [path, noted_identity] : noted) {
-        if (identity(path) != noted_identity) return path;
-    }
-    return {};
-}
-
-void FilesInPlace::require() const {
-    const std::string file = misplaced();
-    if (file.empty()) return;
-    throw std::runtime_error("the store's file '" + file +
-                             "' was deleted or replaced while the unit runs: nothing is written "
-                             "until it is restarted");
-}
-
-FilesInPlace::Identity FilesInPlace::identity(const std::string& path) {
-    struct stat status {};
-    stat(path.c_str(), &status);
-    return {status.st_dev, status.st_ino};
+    return files;
 }
 
 }  // namespace unit

@@ -3,7 +3,7 @@
 #include <sys/types.h>
 
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "unit/store/sqlite.h"
@@ -15,24 +15,10 @@ namespace unit {
 /// is not exactly a store.
 Database open_store(const std::string& path);
 
-/// Which files lie at the store's paths. What is written into one that was deleted or replaced
-/// meanwhile is lost, so that nothing may be acknowledged any more.
-class FilesInPlace {
-public:
-    /// Notes the files of an open store.
-    explicit FilesInPlace(const std::string& store_path);
+/// A path, and the device and inode of the file there: zeros when there is none.
+using FileAt = std::tuple<std::string, dev_t, ino_t>;
 
-    /// The first that is not at its path any more; empty when all are.
-    std::string misplaced() const;
-
-    /// Throws std::runtime_error when one is misplaced.
-    void require() const;
-
-private:
-    using Identity = std::pair<dev_t, ino_t>;  ///< zeros: there is no such file
-    static Identity identity(const std::string& path);
-
-    std::vector<std::pair<std::string, Identity>> noted;
-};
+/// The files of a store. What is written into one that was deleted or replaced meanwhile is lost.
+std::vector<FileAt> files_at(const std::string& store_path);
 
 }  // namespace unit
