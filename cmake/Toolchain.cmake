@@ -63,7 +63,7 @@ function(korvid_describe variable file)
 endfunction()
 
 # korvid_executable(NAME LINKS ...): the program of main.cpp. It shows the time of its own link: each link
-# makes a new description, which takes the place of the one in a library.
+# makes a new description, which takes the place of the one in a library. A release is built for size.
 function(korvid_executable name)
     cmake_parse_arguments(EXECUTABLE "" "" "LINKS" ${ARGN})
     set(description ${CMAKE_BINARY_DIR}/generated/build_description/${name})
@@ -76,6 +76,7 @@ function(korvid_executable name)
         VERBATIM)
     target_link_options(${name} PRIVATE ${description}.o)
     target_link_libraries(${name} PRIVATE korvid_warnings ${EXECUTABLE_LINKS})
+    target_compile_options(${name} PRIVATE $<$<CONFIG:Release>:-Os>)
 endfunction()
 
 # korvid_module(NAME [FAST] SOURCES... [LINKS ...]): a module of src/ as one library. A release is built for
