@@ -1,4 +1,4 @@
-"""ejabberd as the broker, one node or a cluster: children of the caller, on free loopback ports, epmd too."""
+"""ejabberd as the broker, one node or a cluster: children of the caller, on free loopback ports."""
 
 import contextlib
 import glob
@@ -15,22 +15,27 @@ class Node:
     def __init__(self, name, home, environment):
         self.name, self.home, self.port = f"{name}@localhost", home, free_port()
         home.mkdir()
-        local = SHIPPED.replace("tls: true", 'ip: "127.0.0.1"\n    backlog: 1000').replace("8883", str(self.port))
-        (home / "ejabberd.yml").write_text("hosts: [localhost]\n" + local)
-        self.env = {**environment, "HOME": home, "EJABBERD_CONFIG_PATH": home / "ejabberd.yml",
-                    "EJABBERD_LOG_PATH": home / "ejabberd.log"}
-        self.process = self.erlang(subprocess.Popen, self.name, "-mnesia", "dir", f'"{home}"', "-s", "ejabberd")
+        local = SHIPPED.replace("tls: true", 'ip: "127.0.0.1"\n    backlog: 1000')
+        config, log = home / "ejabberd.yml", home / "ejabberd.log"
+        config.write_text("hosts: [localhost]\n" + local.replace("8883", str(self.port)))
+        self.env = {**environment, "HOME": home,
+                    "EJABBERD_CONFIG_PATH": config, "EJABBERD_LOG_PATH": log}
+        self.process = self.erlang(subprocess.Popen, self.name, "-mnesia", "dir", f'"{home}"',
+                                   "-s", "ejabberd")
 
     def erlang(self, run, name, *words, **more):
-        return run(["erl", "-sname", name, "-setcookie", "bench", "-start_epmd", "false", "-noinput", "-kernel",
-                    "inet_dist_use_interface", "{127,0,0,1}", *words], cwd=self.home, env=self.env,
-                   stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT, **more)
+        return run(["erl", "-sname", name, "-setcookie", "bench", "-start_epmd", "false",
+                    "-noinput", "-kernel", "inet_dist_use_interface", "{127,0,0,1}", *words],
+                   cwd=self.home, env=self.env, stdin=subprocess.DEVNULL,
+                   stdout=subprocess.DEVNULL, stderr=subprocess.STDOUT, **more)
 
     def control(self, *words):
-        asking = f"ask{os.urandom(8).hex()}@localhost", "-hidden", "-s", "ejabberd_ctl", "-extra", self.name, *words
-        # A node that is asked before it has started up may hang, and who asks with it; a little later it refuses.
+        ask = [f"ask{os.urandom(8).hex()}@localhost", "-hidden", "-s", "ejabberd_ctl",
+               "-extra", self.name, *words]
+        # A node that is asked before it has started up may hang, and who asks with it; a little
+        # later it refuses.
         await_that(lambda: Broker.accepts(self), f"{self.name} listens", 90)
-        await_that(lambda: self.erlang(subprocess.run, *asking, timeout=scaled(90)).returncode == 0, words, 90)
+        await_that(lambda: self.erlang(subprocess.call, *ask, timeout=scaled(90)) == 0, words, 90)
 
 
 class Cluster:
@@ -58,9 +63,10 @@ class Cluster:
 
     def settings(self, account, unit="4711"):
         """What a client or a unit needs, beside the port of a node."""
-        return {"username": f"{account}@localhost", "password_file": self.password, "topic_prefix": f"units/{unit}/"}
+        return {"username": f"{account}@localhost", "password_file": self.password,
+                "topic_prefix": f"units/{unit}/"}
 
     def processes(self):
         """What runs of all that was started, by its surroundings."""
-        return subprocess.run(["grep", "-las", f"ERL_EPMD_PORT={self.port}", *glob.glob("/proc/[0-9]*/environ")],
-                              stdout=subprocess.PIPE).stdout
+        return subprocess.run(["grep", "-las", f"ERL_EPMD_PORT={self.port}",
+                               *glob.glob("/proc/[0-9]*/environ")], stdout=subprocess.PIPE).stdout

@@ -29,7 +29,7 @@ class Listening:
 
 
 class Proxy(Listening):
-    """A link to a port: slow, cut or stalled after so many bytes from the client, or at any moment."""
+    """A link to a port: slow, and cut or stalled after so many bytes from the client or at once."""
 
     def __init__(self, target, latency=0.0, bandwidth=1e9, cut_at=None, stall_at=None, port=0):
         self.target, self.latency, self.bandwidth = target, latency, bandwidth
@@ -44,7 +44,7 @@ class Proxy(Listening):
         with contextlib.suppress(OSError):
             ends.append(socket.create_connection(("127.0.0.1", self.target)))
             self.links.append(ends[1])
-            back = threading.Thread(target=self.pump, args=(*ends[::-1], bytearray(), None, None), daemon=True)
+            back = threading.Thread(target=self.pump, args=(*ends[::-1], bytearray()), daemon=True)
             back.start()
             self.pump(*ends, self.upstream, self.cut_at, self.stall_at)
             back.join()
@@ -52,7 +52,7 @@ class Proxy(Listening):
             end.close()
             self.links.remove(end)
 
-    def pump(self, source, sink, passed, cut_at, stall_at):
+    def pump(self, source, sink, passed, cut_at=None, stall_at=None):
         """Up to a limit to the byte; behind a stall nothing is read any more."""
         with contextlib.suppress(OSError):
             limit = min(x for x in (cut_at, stall_at, 1 << 62) if x is not None)

@@ -32,7 +32,7 @@ def free_port():
 
 def environment(**settings):
     """The programs in the PATH, and no settings of this machine's own unit."""
-    env = {k: v for k, v in os.environ.items() if not k.startswith("ECU_LAPI_") and k != "LOG_LEVEL"}
+    env = {k: v for k, v in os.environ.items() if not re.match("ECU_LAPI_|LOG_LEVEL$", k)}
     settings = {"config": os.devnull, **settings}
     return {**env, "LC_ALL": "C", "PATH": f"{BIN}:{os.environ['PATH']}",
             **{f"ECU_LAPI_{k.upper()}": str(v) for k, v in settings.items()}}
@@ -45,7 +45,8 @@ def assert_no_sanitizer_report(text):
 class Running:
     """One of our programs on its way; keywords that are not its own are settings of the library."""
 
-    def __init__(self, *args, program="korvid", port=None, stdin=subprocess.DEVNULL, prefix=(), **settings):
+    def __init__(self, *args, program="korvid", port=None, stdin=subprocess.DEVNULL, prefix=(),
+                 **settings):
         command = [*prefix, BIN / program, *(["-p", str(port)] if port else []), *map(str, args)]
         self.began = time.monotonic()
         self.process = subprocess.Popen(command, stdin=stdin, stdout=subprocess.PIPE,
@@ -56,13 +57,15 @@ class Running:
             self.out, err = self.process.communicate(timeout=scaled(timeout))
         finally:
             self.process.kill()
-        self.seconds, self.status, self.err = time.monotonic() - self.began, self.process.returncode, err.decode()
+        self.seconds = time.monotonic() - self.began
+        self.status, self.err = self.process.returncode, err.decode()
         assert_no_sanitizer_report(err)
         assert self.status >= 0, f"ended by a signal: {self}"
         return self
 
     def __repr__(self):
-        return f"status {self.status} in {self.seconds:.2f} s\nout: {self.out[:2000]}\nerr: {self.err}"
+        return (f"status {self.status} in {self.seconds:.2f} s\nout: {self.out[:2000]}\n"
+                f"err: {self.err}")
 
 
 def run_korvid(*args, **options):
@@ -82,7 +85,8 @@ class Unit:
 
     def __init__(self, directory, port, *args, prefix=(), stdin=None, **settings):
         self.env, self.log = environment(**settings), directory / "unit.log"
-        self.command = [*prefix, BIN / "korvid-unit", "-p", str(port), "-d", directory / "unit.db", *map(str, args)]
+        self.command = [*prefix, BIN / "korvid-unit", "-p", str(port), "-d", directory / "unit.db",
+                        *map(str, args)]
         self.start(stdin)
 
     def launch(self, stdin=None):
@@ -99,7 +103,8 @@ class Unit:
         end(self.process, signal.SIGKILL)
 
     def stop(self, number=signal.SIGTERM):
-        status = end(self.process, number) if self.process.poll() is None else self.process.returncode
+        running = self.process.poll() is None
+        status = end(self.process, number) if running else self.process.returncode
         assert_no_sanitizer_report(self.log.read_bytes())
         assert status == 0, (status, self.log.read_text(errors="replace"))
 

@@ -8,7 +8,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 
 
 def prepare(preset, *needs):
-    """Installs what they need and the sections `needs`. Must come before `processes` is imported."""
+    """Installs what they need and the sections `needs`. Comes before `processes` is imported."""
     subprocess.run([ROOT / "tools/install-packages", "run", *needs], check=True)
     if "KORVID_BIN" not in os.environ:
         subprocess.run([ROOT / "tools/install-packages", "build"], check=True)

@@ -20,12 +20,16 @@ def record(*values):
     return b"".join(field(n, v) for n, v in enumerate(values, 1) if v is not None)
 
 
-def read_reply(*records, count=None):
-    return b"".join(field(1, r) for r in records) + field(2, len(records) if count is None else count)
+def read_reply(*records):
+    return b"".join(field(1, r) for r in records) + field(2, len(records))
 
 
 def block(otaid, did, xcpid, data):
     """What `korvid get` prints of a parameter."""
-    return (f"SysParam ({otaid}):\n  OTAID: {otaid} - 0x{otaid:03x}\n  DID: {did:x}\n  XCPID: {xcpid:x}\n"
-            f"  data(char) [{len(data):x}]: '").encode() + data + (
-            f"'\n  data(hex) [{len(data):x}]: " + "".join(f"0x{b:02x} " for b in data) + "\n").encode()
+    head = f"""SysParam ({otaid}):
+  OTAID: {otaid} - 0x{otaid:03x}
+  DID: {did:x}
+  XCPID: {xcpid:x}
+  data(char) [{len(data):x}]: '"""
+    shown = "".join(f"0x{byte:02x} " for byte in data)
+    return head.encode() + data + f"'\n  data(hex) [{len(data):x}]: {shown}\n".encode()

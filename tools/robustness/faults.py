@@ -11,7 +11,8 @@ import time
 from links import Proxy
 from processes import Broker, Unit, assert_no_sanitizer_report, end, scaled
 
-ABOUT_THE_CONNECTION = re.compile("connect|broker|no reply|Cannot (request|serve|subscribe|publish)", re.I)
+ABOUT_THE_CONNECTION = re.compile("connect|broker|no reply|"
+                                  "Cannot (request|serve|subscribe|publish)", re.I)
 
 
 class SoakUnit(Unit):
@@ -33,7 +34,8 @@ class SoakUnit(Unit):
             watchdog.cancel()
             if line == b"ready\n":
                 return
-            status, said = self.process.wait(), self.log.read_bytes()[said_before:].decode(errors="replace")
+            status = self.process.wait()
+            said = self.log.read_bytes()[said_before:].decode(errors="replace")
             if status != 1 or not ABOUT_THE_CONNECTION.search(said):
                 self.complain("wrong", f"the unit's start ended with {status}: {said[-500:]}")
             time.sleep(0.1)
@@ -105,8 +107,8 @@ class Site:
         self.lanes = [
             [unit_killed, unit_killed, self.unit_killed_asleep, self.unit_killed_at_its_start,
              restarts(self.unit, self.unit.terminate, 0.5), *[sleeps(self.unit, 6)] * 2],
-            [restarts(self.broker, self.broker.kill, 1.5), restarts(self.broker, self.broker.stop, 1.5),
-             sleeps(self.broker, 4)],
+            [restarts(self.broker, self.broker.kill, 1.5),
+             restarts(self.broker, self.broker.stop, 1.5), sleeps(self.broker, 4)],
             link_faults(self.unit_link),
             link_faults(self.clients_link),
         ]
@@ -114,7 +116,8 @@ class Site:
     def draw_round(self, rng):
         """For each lane what happens when: [(pause before, fault, two numbers of 0 to 1)]."""
         return [[(rng.uniform(0.05, 2), rng.choice(faults), rng.random(), rng.random())
-                 for _ in range(rng.randint(0, 1 if n else 3))] for n, faults in enumerate(self.lanes)]
+                 for _ in range(rng.randint(0, 1 if n else 3))]
+                for n, faults in enumerate(self.lanes)]
 
     def unit_killed_asleep(self, long, _):
         self.unit.process.send_signal(signal.SIGSTOP)

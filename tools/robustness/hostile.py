@@ -17,8 +17,8 @@ import time
 
 from links import Proxy
 from mutation import ERROR_TEXT, Mutator
-from packets import (CONTENT_TYPE, CORRELATION_DATA, PUBLISH, RESPONSE_TOPIC, SUBACK, parsed, publish, read_packet,
-                     text_property)
+from packets import (CONTENT_TYPE, CORRELATION_DATA, PUBLISH, RESPONSE_TOPIC, SUBACK, parsed,
+                     publish, read_packet, text_property)
 from processes import BIN, DEMO_UNIT, TIME_FACTOR, Broker, Unit, environment, scaled
 from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, READ_TOPIC, WRITE_TOPIC, field, record
 
@@ -28,30 +28,34 @@ STRETCH_S = 10       # by so much, at the most, may what comes in meanwhile stre
 MARGIN_S = 6         # a sanitizer's start and end on a busy machine
 PEAK_MB = 150 * TIME_FACTOR  # the programs take 10, with AddressSanitizer 25, with others more
 
-# libmosquitto 2.0 ends the process where a broker sends a property that MQTT does not know: its parser
-# wants to log that, without a client to log for.
+# libmosquitto 2.0 ends the process where a broker sends a property that MQTT does not know: its
+# parser wants to log that, without a client to log for.
 KNOWN_ABORT = re.compile(rb"logging_mosq\.c:\d+: log__printf: Assertion `mosq' failed\.")
 # It also forgets the properties of an acknowledgement that nothing asked for.
 KNOWN_LEAK = re.compile(rb"#0 .*\n +#1 [^\n]*libmosquitto\.so(?s:.)* in mosquitto_loop ")
 LEAK = re.compile(rb"(?:Direct|Indirect) leak of (?s:.)*?\n\n")
 SANITIZER = re.compile(rb"Sanitizer|runtime error:")
-SUMMARY = re.compile(rb"==\d+==ERROR: LeakSanitizer: detected memory leaks|SUMMARY: AddressSanitizer: .* leaked")
-RAW = re.compile(rb"[\0-\x08\x0b-\x1f\x7f]|\xe2\x80\xae")  # moves, colours or reorders a terminal's text
+SUMMARY = re.compile(rb"==\d+==ERROR: LeakSanitizer: detected memory leaks|"
+                     rb"SUMMARY: AddressSanitizer: .* leaked")
+# What moves, colours or reorders a terminal's text.
+RAW = re.compile(rb"[\0-\x08\x0b-\x1f\x7f]|\xe2\x80\xae")
 
 
 def messages(rng, program, prefix):
     """What others send to a program that has just subscribed."""
-    correlation = text_property(CORRELATION_DATA, rng.randbytes(16))
-    request = [text_property(RESPONSE_TOPIC, b"clients/hostile/reply"), correlation, b"\x02" + struct.pack(">I", 5)]
+    request = [text_property(RESPONSE_TOPIC, b"clients/hostile/reply"),
+               text_property(CORRELATION_DATA, rng.randbytes(16)), b"\x02" + struct.pack(">I", 5)]
+    text = text_property(CONTENT_TYPE, b"text")
     sent = {
         "unit": [(READ_TOPIC, b"", request), (READ_TOPIC, field(1, b"\xa0\x02\x07"), request),
-                 (WRITE_TOPIC, field(1, record(288, 1, 1, b"x")), request), (WRITE_TOPIC, b"", request),
+                 (WRITE_TOPIC, field(1, record(288, 1, 1, b"x")), request),
+                 (WRITE_TOPIC, b"", request),
                  (BLOB_SET, rng.randbytes(rng.choice((1, 500, 100_000))), []),
                  *((ANNOUNCEMENT, topic.encode(), []) for topic in (BLOB_GET, ANNOUNCEMENT))],
-        "monitor": [("a/x", rng.randbytes(n), [text_property(CONTENT_TYPE, b"text")] * (n % 2)) for n in (0, 9, 5000)],
+        "monitor": [("a/x", rng.randbytes(n), [text] * (n % 2)) for n in (0, 9, 5000)],
     }.get(program, [])
-    return [publish((prefix + topic).encode(), payload, *properties, qos=rng.choice((0, 1, 1, 2)), packet_id=1000 + n)
-            for n, (topic, payload, properties) in enumerate(sent)]
+    return [publish((prefix + topic).encode(), payload, *properties, qos=rng.choice((0, 1, 1, 2)),
+                    packet_id=1000 + n) for n, (topic, payload, properties) in enumerate(sent)]
 
 
 class HostilePeer(Proxy):
@@ -65,10 +69,12 @@ class HostilePeer(Proxy):
         rng = random.Random(f"{self.session.name} {len(self.connections)}")
         connection = HostileConnection(link, rng, self.passing)
         self.connections.append(connection)
-        with contextlib.suppress(OSError), socket.create_connection(("127.0.0.1", self.target)) as broker:
+        session, address = self.session, ("127.0.0.1", self.target)
+        with contextlib.suppress(OSError), socket.create_connection(address) as broker:
             self.links.append(broker)
-            threading.Thread(target=self.pump, args=(link, broker, bytearray(), None, None), daemon=True).start()
-            connection.serve(broker, lambda: messages(rng, self.session.program, self.session.prefix))
+            threading.Thread(target=self.pump, args=(link, broker, bytearray()),
+                             daemon=True).start()
+            connection.serve(broker, lambda: messages(rng, session.program, session.prefix))
         self.cut(link)
 
     def close(self):
@@ -76,8 +82,8 @@ class HostilePeer(Proxy):
         super().close()
 
     def story(self):
-        return "; ".join(f"packet {c.mutator.at} at rate {c.mutator.rate}: {', '.join(c.mutator.done)}"
-                         for c in self.connections[:3])
+        mutators = [connection.mutator for connection in self.connections[:3]]
+        return "; ".join(f"packet {m.at} at rate {m.rate}: {', '.join(m.done)}" for m in mutators)
 
 
 class HostileConnection:
@@ -127,8 +133,8 @@ class HostileConnection:
         self.link.close()
 
 
-# program: (share of the sessions, words, seconds until SIGTERM or None, seconds that it may take, behind a
-# connection and without the margin)
+# program: (share of the sessions, words, seconds until SIGTERM or None, seconds that it may take,
+# behind a connection and without the margin)
 PROGRAMS = {
     "get": (5, ("korvid", "get"), None, 2 * REQUEST_S),
     "get by name": (2, ("korvid", "get", "288", "1"), None, 3 * REQUEST_S),
@@ -175,9 +181,10 @@ class Session:
         return self
 
     def surroundings(self):
-        options = "exitcode=99:detect_leaks=1:fast_unwind_on_malloc=0:quarantine_size_mb=8:" + os.environ.get("ASAN_OPTIONS", "")
-        return {**environment(connect_timeout_ms=int(CONNECT_S * 1000), request_timeout_ms=int(REQUEST_S * 1000),
-                              topic_prefix=self.prefix), "ASAN_OPTIONS": options}
+        options = "exitcode=99:detect_leaks=1:fast_unwind_on_malloc=0:quarantine_size_mb=8:"
+        return {**environment(connect_timeout_ms=int(CONNECT_S * 1000), topic_prefix=self.prefix,
+                              request_timeout_ms=int(REQUEST_S * 1000)),
+                "ASAN_OPTIONS": options + os.environ.get("ASAN_OPTIONS", "")}
 
     def end_of(self, process):
         """(status, peak in MB, whether it had to be killed)."""
@@ -198,8 +205,8 @@ class Session:
         """`fine`, what is known of libmosquitto, or what must not be."""
         if self.hung:
             return "hang"
-        leaks = LEAK.findall(self.err)
-        if leaks and all(map(KNOWN_LEAK.search, leaks)) and not SANITIZER.search(SUMMARY.sub(b"", self.err)):
+        leaks, others = LEAK.findall(self.err), SUMMARY.sub(b"", self.err)
+        if leaks and all(map(KNOWN_LEAK.search, leaks)) and not SANITIZER.search(others):
             return "known leak"
         if SANITIZER.search(self.err):
             return "crash"
@@ -214,8 +221,8 @@ class Session:
         return "fine"
 
     def __str__(self):
-        return (f"session {self.name}, {self.program}: {self.verdict()}, status {self.status} after "
-                f"{self.seconds:.1f} s, {self.peak_mb:.0f} MB\n  peer: {self.peer.story()}\n"
+        return (f"session {self.name}, {self.program}: {self.verdict()}, status {self.status} "
+                f"after {self.seconds:.1f} s, {self.peak_mb:.0f} MB\n  peer: {self.peer.story()}\n"
                 f"  said: {self.err[-1500:].decode(errors='backslashreplace')}")
 
 
@@ -233,19 +240,21 @@ def run(sessions, seed, lanes=12, only=None):
         verdict = session.verdict()
         with lock:
             verdicts[verdict] += 1
-            slowest = max(slowest, (session.seconds / session.bound, f"{session.seconds:.1f} s of "
-                                    f"{session.bound:.1f} s ({session.program}, session {session.name})"))
+            slowest = max(slowest, (session.seconds / session.bound,
+                                    f"{session.seconds:.1f} s of {session.bound:.1f} s "
+                                    f"({session.program}, session {session.name})"))
             peak = max(peak, session.peak_mb)
             if verdict in BAD or only is not None:
                 print(session, flush=True)
-    with tempfile.TemporaryDirectory(prefix="korvid-hostile-") as directory, contextlib.ExitStack() as stack:
-        broker = Broker(pathlib.Path(directory))
+    with contextlib.ExitStack() as stack:
+        scratch = stack.enter_context(tempfile.TemporaryDirectory(prefix="korvid-hostile-"))
+        broker = Broker(pathlib.Path(scratch))
         stack.callback(broker.stop)
-        stack.callback(Unit(pathlib.Path(directory), broker.port, "-i", DEMO_UNIT).stop)
+        stack.callback(Unit(pathlib.Path(scratch), broker.port, "-i", DEMO_UNIT).stop)
         with concurrent.futures.ThreadPoolExecutor(lanes) as pool:
             list(pool.map(one, numbers))
-    print(f"seed {seed}: {len(numbers)} sessions, {verdicts['fine']} fine, "
-          f"of libmosquitto: {verdicts['known abort']} known aborts, {verdicts['known leak']} known leaks, "
+    print(f"seed {seed}: {len(numbers)} sessions, {verdicts['fine']} fine, of libmosquitto: "
+          f"{verdicts['known abort']} known aborts, {verdicts['known leak']} known leaks, "
           + ", ".join(f"{kind}: {verdicts[kind]}" for kind in BAD)
           + f"\nslowest against its bound: {slowest[1]}, peak memory: {peak:.0f} MB", flush=True)
     return sum(verdicts[kind] for kind in BAD)

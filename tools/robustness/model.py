@@ -1,8 +1,8 @@
 """What was written, what of it must be stored, and what was printed, held against it.
 
-A slot is a parameter or the blob. Every write to it carries a value of its own. What counts for the
-order of two writes is when the broker took them: it hands them to the unit in that order, so a stall
-between broker and unit changes nothing.
+A slot is a parameter or the blob. Every write to it carries a value of its own. What counts for
+the order of two writes is when the broker took them: it hands them to the unit in that order, so a
+stall between broker and unit changes nothing.
 """
 
 import bisect
@@ -36,7 +36,8 @@ class Slot:
         first = Write(-math.inf)
         first.ended, first.outcome = -math.inf, ACKNOWLEDGED
         self.name, self.writes = name, {initial: first}
-        self.known_at, self.known_since = [-math.inf], [-math.inf]  # by then a write of then was stored
+        # By the one a write of the other was stored.
+        self.known_at, self.known_since = [-math.inf], [-math.inf]
 
     def is_stored(self, write, now):
         if now < write.seen_at:
@@ -50,7 +51,7 @@ class Slot:
 
 
 class Model:
-    """Thread-safe. `complain(kind, text)` is called for what must not be, kind `lost` or `wrong`."""
+    """Thread-safe. `complain(kind, text)` is called for what must not be: `lost` or `wrong`."""
 
     def __init__(self, complain):
         self.lock, self.slots, self.counts, self.complain = threading.Lock(), {}, {}, complain
@@ -72,7 +73,7 @@ class Model:
             if outcome == ACKNOWLEDGED:
                 slot.is_stored(write, now)
             elif outcome == FAILED and write.seen_at < math.inf:
-                self.complain("wrong", f"{name}: {shown(value)} was read, but its writer reports a failure")
+                self.complain("wrong", f"{name}: {shown(value)} was read, {outcome}")
 
     def read(self, name, value, since):
         """A value that a command printed which began at `since` and has just ended."""
@@ -81,12 +82,13 @@ class Model:
             write = slot.writes.get(value) if slot else None
             if write is None:
                 return self.complain("wrong", f"{name}: {shown(value)} was read, but never written")
+            was_read = f"{name}: {shown(value)} was read, {write.outcome}"
             if write.outcome == FAILED:
-                return self.complain("wrong", f"{name}: {shown(value)} was read, but its writer reported a failure")
+                return self.complain("wrong", was_read)
             newer_by = slot.known_before(since) - write.taken_by()
             if newer_by > 0:
-                return self.complain("lost", f"{name}: {shown(value)} was read, {write.outcome}, but a write that "
-                                             f"began {newer_by:.3f} s after it was stored before the read began "
+                return self.complain("lost", f"{was_read}, but a write that began {newer_by:.3f} s "
+                                             "after it was stored before the read began "
                                              f"({now - since:.3f} s ago)")
             slot.is_stored(write, now)
             return None

@@ -12,8 +12,9 @@ CONNECT, CONNACK, PUBLISH, PUBACK, PUBREC, PUBREL, PUBCOMP = range(1, 8)
 SUBSCRIBE, SUBACK, UNSUBSCRIBE, UNSUBACK, PINGREQ, PINGRESP, DISCONNECT, AUTH = range(8, 16)
 
 BYTE, TWO, FOUR, VARIABLE, BINARY, STRING, PAIR = range(7)  # paho's numbers
-PROPERTY_KINDS = {number: kind for number, (kind, _) in Properties(PacketTypes.CONNECT).properties.items()}
-RESPONSE_TOPIC, CORRELATION_DATA, CONTENT_TYPE, REASON_STRING, USER_PROPERTY = 0x08, 0x09, 0x03, 0x1f, 0x26
+PROPERTY_KINDS = {number: kind for number, (kind, _)
+                  in Properties(PacketTypes.CONNECT).properties.items()}
+CONTENT_TYPE, RESPONSE_TOPIC, CORRELATION_DATA, REASON_STRING, USER_PROPERTY = 3, 8, 9, 31, 38
 
 
 def counted(data):
@@ -22,7 +23,7 @@ def counted(data):
 
 @dataclasses.dataclass
 class Packet:
-    """`properties` are encoded ones, or None in a packet that has none; `tail` is what follows them."""
+    """`properties` are encoded, or None in a packet that has none; `tail` is what follows them."""
     kind: int
     flags: int = 0
     head: bytes = b""

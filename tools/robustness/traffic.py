@@ -1,4 +1,4 @@
-"""Clients that write and read without end, are killed and paused now and then, and check what they print."""
+"""Clients that write and read without end, are killed and paused now and then, and are checked."""
 
 import hashlib
 import random
@@ -8,7 +8,7 @@ import subprocess
 import threading
 import time
 
-from processes import BIN, assert_no_sanitizer_report, environment, scaled
+from processes import Running, assert_no_sanitizer_report, scaled
 from protocol import block
 from model import ACKNOWLEDGED, FAILED, TAKEN, UNKNOWN
 
@@ -17,7 +17,8 @@ CONSTANTS = {otaid: b"constant %d" % otaid for otaid in range(5000, 5030)}
 BLOB = "blob"
 MARGIN_S = 3       # start, the fixed pause, DISCONNECT, and a busy machine
 GRACE_S = 15       # behind its bound a command is given so long to end after all, then it is killed
-BLOCK = re.compile(rb"SysParam \((\d+)\):\n.*?\n  data\(hex\) \[[0-9a-f]+\]: ((?:0x[0-9a-f]{2} )*)\n", re.S)
+BLOCK = re.compile(rb"SysParam \((\d+)\):\n.*?\n"
+                   rb"  data\(hex\) \[[0-9a-f]+\]: ((?:0x[0-9a-f]{2} )*)\n", re.S)
 ABOVE_WARNING = re.compile(rb"^(?!WARNING: |NOTICE: ).", re.M)
 CONNECT_S = 2
 DOUBT, NOT_CONNECTED = b"may or may not", b"Cannot connect to the broker"
@@ -47,15 +48,15 @@ class Clients:
         self.lock, self.serial = threading.Lock(), 0
 
     def run(self, words, bound, rng=None, request_timeout=5.0):
-        """(status, output, complaints); the status is None when the client was killed on purpose."""
+        """(status, output, complaints); no status when the client was killed on purpose."""
         port, fate, moment, long = self.ports[0], 1.0, 0.0, 0.0
         if rng:
-            port, fate, moment, long = rng.choice(self.ports), rng.random(), rng.random() ** 2, rng.random()
-        bound, began, paused, killed = scaled(bound + CONNECT_S + MARGIN_S), time.monotonic(), 0.0, False
-        client = subprocess.Popen(
-            [BIN / "korvid", "-p", str(port), *map(str, words)], stdin=subprocess.DEVNULL,
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-            env=environment(connect_timeout_ms=CONNECT_S * 1000, request_timeout_ms=int(request_timeout * 1000)))
+            port, fate = rng.choice(self.ports), rng.random()
+            moment, long = rng.random() ** 2, rng.random()
+        bound, paused, killed = scaled(bound + CONNECT_S + MARGIN_S), 0.0, False
+        running = Running(*words, port=port, connect_timeout_ms=CONNECT_S * 1000,
+                          request_timeout_ms=int(request_timeout * 1000))
+        client, began = running.process, running.began
         if fate < 0.08:
             try:
                 client.communicate(timeout=moment * 0.4)
@@ -78,7 +79,8 @@ class Clients:
         command = f"{' '.join(map(str, words))[:60]}: status {status} after {seconds:.2f} s"
         with self.lock:
             self.commands += 1
-            self.slowest = max(self.slowest, (seconds / bound, f"{seconds:.2f} s of {bound:.1f} s ({words[0]})"))
+            self.slowest = max(self.slowest, (seconds / bound,
+                                              f"{seconds:.2f} s of {bound:.1f} s ({words[0]})"))
         if seconds > bound:
             self.complain("hung", f"{command}, more than {bound:.1f} s: {err[-300:]!r}")
         if killed:
@@ -92,10 +94,14 @@ class Clients:
     def set(self, rng=None):
         source, timeout = rng or random.Random(), 5.0 if not rng else rng.choice((1.0, 2.0, 5.0))
         otaid = source.choice(OTAIDS)
-        value = b"%d-%s" % (self.next(), source.randbytes(source.choice((4, 30, 30, 5000))).hex().encode())
+        size = source.choice((4, 30, 30, 5000))
+        value = b"%d-%s" % (self.next(), source.randbytes(size).hex().encode())
         self.model.begin(otaid, value)
-        status, out, err = self.run(("set", otaid, "str", value.decode()), 2 * timeout, rng, timeout)
-        outcome = UNKNOWN if status is None or DOUBT in err else ACKNOWLEDGED if status == 0 else FAILED
+        words = "set", otaid, "str", value.decode()
+        status, out, err = self.run(words, 2 * timeout, rng, timeout)
+        outcome = ACKNOWLEDGED if status == 0 else FAILED
+        if status is None or DOUBT in err:
+            outcome = UNKNOWN
         self.model.end(otaid, value, outcome)
         if out:
             self.complain("wrong", f"set printed {out[:80]!r}")
@@ -112,14 +118,16 @@ class Clients:
         found = parameters(out)
         expected = {*words[1:]} if len(words) > 1 else {*OTAIDS, *CONSTANTS}
         if found is None or (expected != found.keys() if status == 0 else found):
-            self.complain("wrong", f"{words} with status {status} printed {sorted(found or ())} {out[-80:]!r}")
+            self.complain("wrong", f"{words} with status {status} printed {sorted(found or ())} "
+                                   f"{out[-80:]!r}")
         for otaid, data in (found or {}).items():
             self.model.read(otaid, data, since)
         return status
 
     def setsec(self, rng=None):
         source = rng or random.Random()
-        blob = b"blob %d " % self.next() + source.randbytes(source.choice((10, 3000, 3000, 90_000) * 4 + (3_000_000,)))
+        size = source.choice((10, 3000, 3000, 90_000) * 4 + (3_000_000,))
+        blob = b"blob %d " % self.next() + source.randbytes(size)
         path, value = self.directory / f"blob-{self.next()}", hashlib.sha256(blob).digest()
         path.write_bytes(blob)
         self.model.begin(BLOB, value)
