@@ -12,96 +12,103 @@
 
 namespace fake {
 
+/// A packet as "connect", "publish TOPIC PAYLOAD q1", "subscribe FILTER q1", "unsubscribe FILTER".
+using Packet = std::string;
+
 /// The broker's side of scripted connections, of which there is one at a time: what was sent over
 /// all of them, and what it does.
-struct Broker {
-    /// A packet as "publish TOPIC PAYLOAD q1", "subscribe FILTER q1", "unsubscribe FILTER".
-    using Packet = std::string;
+class Broker {
+public:
+    using Event = std::function<void(lapi_mqtt::ConnectionEvents&)>;
 
-    /// Answers a packet: the reason of its acknowledgement, or nothing for none.
-    std::function<std::optional<lapi_mqtt::Reason>(const Packet&)> answer = [](auto& packet) {
-        lapi_mqtt::Reason reason;
-        if (packet.rfind("subscribe", 0) == 0) reason.code = packet.back() - '0';
-        return reason;
-    };
-
-    /// Runs while a connection is opened.
-    std::function<void()> on_open;
-
-    std::mutex mutex;  ///< guards what follows
-    std::condition_variable changed;
-    std::vector<Packet> packets;
+    std::function<void()> on_open;                         ///< runs while a connection is opened
     std::vector<lapi_mqtt::PublishProperties> properties;  ///< of the publications, in order
-    lapi_mqtt::Traffic traffic;
-    int connections_made = 0;
-    bool is_cut = false;
-    std::vector<std::function<void(lapi_mqtt::ConnectionEvents&)>> events;  ///< still to be told
+    std::atomic<std::uint64_t> bytes_received = 0;         ///< by the client
 
-    /// Sends a message that has been on its way for some time.
+    /// Packets that begin so are acknowledged with this reason from now on, or not at all.
+    void script(const Packet& begin, std::optional<lapi_mqtt::Reason> reason) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        reasons.emplace_back(begin, std::move(reason));
+    }
     void send(const std::string& topic, const std::string& text,
-              lapi_mqtt::PublishProperties fields = {}, bool retain = false,
-              std::chrono::milliseconds age = {}) {
-        lapi_mqtt::Incoming incoming;
-        incoming.topic = topic;
-        incoming.message = ecu::lapi::com::Message({text.begin(), text.end()});
-        incoming.message.retain = retain ? 1 : 0;
-        incoming.properties = std::move(fields);
-        incoming.sent_after = std::chrono::steady_clock::now() - age;
-        const std::lock_guard<std::mutex> lock(mutex);
-        events.emplace_back([incoming](auto& owner) { owner.on_message(incoming); });
-        changed.notify_all();
+              const lapi_mqtt::PublishProperties& fields = {}, bool retain = false) {
+        ecu::lapi::com::Message message({text.begin(), text.end()});
+        message.retain = retain ? 1 : 0;
+        const auto now = std::chrono::steady_clock::now();
+        tell([=](auto& owner) { owner.on_message({topic, message, fields, now}); });
     }
-    void cut() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        is_cut = true;
-        changed.notify_all();
+    /// Acknowledges the n-th packet.
+    void acknowledge(int n) {
+        tell([n](auto& owner) { owner.on_acknowledged(n, {}); });
     }
-    /// Takes the packet that is the n-th, and returns n.
-    int take(const Packet& packet) {
-        const std::lock_guard<std::mutex> lock(mutex);
-        packets.push_back(packet);
-        const int n = static_cast<int>(packets.size());
-        if (const auto reason = answer(packet)) acknowledge(n, *reason);
-        changed.notify_all();
-        return n;
-    }
-    /// With `mutex` held.
-    void acknowledge(int n, const lapi_mqtt::Reason& reason = {}) {
-        events.emplace_back([n, reason](auto& owner) { owner.on_acknowledged(n, reason); });
-    }
+    /// Ends the connection.
+    void cut() { tell(nullptr); }
+
     std::vector<Packet> sent() {
         const std::lock_guard<std::mutex> lock(mutex);
         return packets;
     }
-    template <typename Done>
-    bool await(Done done) {
+    /// Whether so many packets come in time.
+    bool await(std::size_t count) {
         std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, std::chrono::seconds(5), done);
+        return changed.wait_for(lock, std::chrono::seconds(5),
+                                [&] { return packets.size() >= count; });
     }
+
+    /// Takes a packet and returns its number.
+    int take(const Packet& packet) {
+        std::optional<lapi_mqtt::Reason> reason;
+        std::unique_lock<std::mutex> lock(mutex);
+        packets.push_back(packet);
+        for (const auto& [begin, given] : reasons) {
+            if (packet.rfind(begin, 0) == 0) reason = given;
+        }
+        const int n = static_cast<int>(packets.size());
+        if (reason) {
+            events.emplace_back([n, r = *reason](auto& owner) { owner.on_acknowledged(n, r); });
+        }
+        changed.notify_all();
+        return n;
+    }
+    /// What there is to tell, once there is something.
+    std::vector<Event> wait_for_events(std::chrono::milliseconds timeout) {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait_for(lock, timeout, [this] { return !events.empty(); });
+        return std::exchange(events, {});
+    }
+
+private:
+    void tell(Event event) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        events.push_back(std::move(event));
+        changed.notify_all();
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    // Guarded by mutex.
+    std::vector<Packet> packets;
+    std::vector<Event> events;  ///< an empty one is the connection's end
+    std::vector<std::pair<Packet, std::optional<lapi_mqtt::Reason>>> reasons{
+        {"", lapi_mqtt::Reason{}}, {"subscribe", lapi_mqtt::Reason{1, ""}}};
 };
 
 class ScriptedConnection : public lapi_mqtt::Connection {
 public:
     ScriptedConnection(Broker& peer, lapi_mqtt::ConnectionEvents& events)
         : broker(peer), owner(events) {
-        const std::lock_guard<std::mutex> lock(broker.mutex);
-        broker.events.clear();
-        broker.is_cut = false;
-        ++broker.connections_made;
-        broker.changed.notify_all();
+        broker.wait_for_events({});  // the connection before it has ended
+        broker.take("connect");
     }
     void open(const std::atomic<bool>&) override {
         if (broker.on_open) broker.on_open();
     }
     bool loop(std::chrono::milliseconds timeout) override {
-        std::unique_lock<std::mutex> lock(broker.mutex);
-        broker.changed.wait_for(lock, timeout,
-                                [&] { return broker.is_cut || !broker.events.empty(); });
-        const bool goes_on = !broker.is_cut;
-        const auto events = std::exchange(broker.events, {});
-        lock.unlock();
-        for (const auto& event : events) event(owner);
-        return goes_on;
+        for (const auto& event : broker.wait_for_events(timeout)) {
+            if (!event) return false;
+            event(owner);
+        }
+        return true;
     }
     std::string end_cause() const override { return "cut"; }
     int publish(const std::string& topic, const ecu::lapi::com::Message& message, int qos,
@@ -119,20 +126,16 @@ public:
     int unsubscribe(const std::string& filter) override {
         return broker.take("unsubscribe " + filter);
     }
-    void disconnect() override {
-        broker.take("disconnect");
-        broker.cut();
-    }
-    void abort() override {
-        broker.take("abort");
-        broker.cut();
-    }
-    lapi_mqtt::Traffic traffic() const override {
-        const std::lock_guard<std::mutex> lock(broker.mutex);
-        return broker.traffic;
-    }
+    void disconnect() override { end("disconnect"); }
+    void abort() override { end("abort"); }
+    lapi_mqtt::Traffic traffic() const override { return {0, broker.bytes_received}; }
 
 private:
+    void end(const Packet& packet) {
+        broker.take(packet);
+        broker.cut();
+    }
+
     Broker& broker;
     lapi_mqtt::ConnectionEvents& owner;
 };

@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using Packets = std::vector<fake::Broker::Packet>;
+using Packets = std::vector<fake::Packet>;
 
 Message text(const std::string& bytes, char qos = '\0') {
     Message message({bytes.begin(), bytes.end()});
@@ -55,17 +55,8 @@ struct Transport : testing::Test {
         client->connect();
         client->start();
     }
-    /// Answers packets that begin so with a reason, or not at all.
-    void script(const std::string& begin, std::optional<Reason> given) {
-        broker.answer = [begin, given, usual = broker.answer](const auto& packet) {
-            return packet.rfind(begin, 0) == 0 ? given : usual(packet);
-        };
-    }
     void serve(std::function<void()> action = [] {}) {
         client->serve("s", [action](const Message&) { return action(), text("!"); });
-    }
-    bool await_count(std::size_t packets) {
-        return broker.await([&] { return broker.packets.size() >= packets; });
     }
     /// What was sent from the n-th packet on.
     Packets sent_from(std::size_t n) {
@@ -83,21 +74,19 @@ struct Transport : testing::Test {
 TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
     settings.topic_prefix = "units/7/";
     connect();
-    script("publish units/7/t", std::nullopt);
-    script("subscribe clients/", std::nullopt);
+    broker.script("publish units/7/t", std::nullopt);
+    broker.script("subscribe clients/", std::nullopt);
     const auto request = [this] { client->request("t", text("?")); };
     EXPECT_THAT(request, fails("/reply on the broker at unit:1883: the broker does not answer"));
-    ASSERT_EQ(broker.sent().size(), 1U);
-    const std::string reply_topic = broker.sent().front().substr(10, 35);
-    script("subscribe clients/", Reason{0x87, "Not authorized (ask the admin)"});
+    ASSERT_EQ(broker.sent().size(), 2U);
+    const std::string reply_topic = broker.sent().back().substr(10, 35);
+    broker.script("subscribe clients/", Reason{0x87, "Not authorized (ask the admin)"});
     EXPECT_THAT(request, fails("Not authorized (ask the admin)"));
-    script("subscribe clients/", Reason{1, ""});
+    broker.script("subscribe clients/", Reason{1, ""});
     const auto start = std::chrono::steady_clock::now();
     std::thread unrelated([&] {  // as many as there are, none of them stretches the wait
         for (int n = 0; n < 50; ++n, std::this_thread::sleep_for(milliseconds(10))) {
-            std::unique_lock<std::mutex> lock(broker.mutex);
-            broker.traffic.bytes_received += 100'000;
-            lock.unlock();
+            broker.bytes_received += 100'000;
             broker.send(reply_topic, "another's", asked("", "other"));
         }
     });
@@ -112,7 +101,7 @@ TEST_F(Transport, SendsARequestWhenTheReplyTopicIsGrantedAndNotBefore) {
 TEST_F(Transport, GivesAMessageOnceToAnObserverWhileItsSubscriptionLasts) {
     connect();
     const auto other = std::make_shared<Observer>();
-    script("subscribe no", Reason{0x8f, "Topic filter invalid"});
+    broker.script("subscribe no", Reason{0x8f, "Topic filter invalid"});
     EXPECT_THAT([this] { client->subscribe("no", 0, observer); }, fails("Topic filter"));
     for (const auto* filter : {"a/#", "a/b", "gone", "#"}) client->subscribe(filter, 1, observer);
     for (const auto* filter : {"a/b", "$share/g/+/c"}) client->subscribe(filter, 2, other);
@@ -120,7 +109,7 @@ TEST_F(Transport, GivesAMessageOnceToAnObserverWhileItsSubscriptionLasts) {
     client->unsubscribe("gone", observer);
     client->unsubscribe("gone", observer);
     client->unsubscribe("#", observer);
-    EXPECT_THAT(sent_from(13), ElementsAre("unsubscribe gone", "unsubscribe #"));
+    EXPECT_THAT(sent_from(14), ElementsAre("unsubscribe gone", "unsubscribe #"));
     for (const auto* topic : {"no", "a/b", "a/c", "a", "gone", "b"}) broker.send(topic, "");
     std::promise<void> last;
     client->publish("x", text(""), [&last](bool) { last.set_value(); });
@@ -135,11 +124,11 @@ TEST_F(Transport, GivesAMessageOnceToAnObserverWhileItsSubscriptionLasts) {
 TEST_F(Transport, RemembersALostPublicationWhateverFollows) {
     connect();
     client->publish("x", text("sure", '2'));
-    EXPECT_TRUE(await_count(1));
-    script(announced + "lost", std::nullopt);
+    EXPECT_TRUE(broker.await(2));
+    broker.script(announced + "lost", std::nullopt);
     client->publish("lost", text("1"));
     broker.cut();
-    EXPECT_TRUE(broker.await([this] { return broker.connections_made == 2; }));
+    EXPECT_TRUE(broker.await(5));  // connected again
     const auto publishes = [this] {
         try {
             return client->publish("later", text("2")), true;
@@ -149,15 +138,15 @@ TEST_F(Transport, RemembersALostPublicationWhateverFollows) {
     };
     while (!publishes()) std::this_thread::sleep_for(milliseconds(5));
     EXPECT_THAT([this] { client->disconnect(); }, fails("publish on lost"));
-    EXPECT_THAT(broker.sent(),
-                ElementsAre("publish x sure q2", "publish lost 1 q0", announced + "lost q1",
-                            "publish later 2 q0", announced + "later q1", "disconnect"));
+    EXPECT_THAT(broker.sent(), ElementsAre("connect", "publish x sure q2", "publish lost 1 q0",
+                                           announced + "lost q1", "connect", "publish later 2 q0",
+                                           announced + "later q1", "disconnect"));
 }
 
 TEST_F(Transport, TellsWhatBecameOfAMessage) {
     connect();
-    script("publish refused", Reason{0x87, ""});
-    script("publish lost", std::nullopt);
+    broker.script("publish refused", Reason{0x87, ""});
+    broker.script("publish lost", std::nullopt);
     std::vector<std::promise<bool>> told(3);
     const auto publish = [&](const char* topic, std::promise<bool>& outcome) {
         client->publish(topic, text(""), [&outcome](bool ack) { outcome.set_value(ack); });
@@ -169,12 +158,12 @@ TEST_F(Transport, TellsWhatBecameOfAMessage) {
     EXPECT_FALSE(told[1].get_future().get());
     broker.cut();
     EXPECT_FALSE(told[2].get_future().get());
-    EXPECT_EQ(broker.sent().front(), "publish acknowledged  q1");
+    EXPECT_EQ(sent_from(1).front(), "publish acknowledged  q1");
 }
 
 TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     connect(true);
-    script("subscribe s", Reason{0, ""});
+    broker.script("subscribe s", Reason{});
     std::atomic<int> runs = 0;
     std::promise<void> leaving;
     const auto run = [&] { serve([&] { ++runs, leaving.get_future().wait(); }); };
@@ -182,12 +171,12 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     broker.send("s", "?", asked("clients/7/reply"));
     std::this_thread::sleep_for(milliseconds(100));
     EXPECT_EQ(runs, 0);
-    script("subscribe s", Reason{1, ""});
+    broker.script("subscribe s", Reason{1, ""});
     run();
     client->show_presence();
     broker.send("system/vard/unit", "online", {}, true);
     broker.send("system/vard/unit", "offline", {}, true);
-    EXPECT_TRUE(await_count(5));
+    EXPECT_TRUE(broker.await(6));
     broker.send("s", "?", asked("clients/7/reply"), true);
     broker.send("s", "?", asked("elsewhere"));
     broker.send("s", "runs", asked("clients/7/reply"));
@@ -200,7 +189,7 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     left.get();
     client->stop();
     EXPECT_EQ(runs, 1);
-    EXPECT_THAT(broker.sent(),
+    EXPECT_THAT(sent_from(1),
                 ElementsAre("subscribe s q1", "subscribe s q1", "subscribe system/vard/unit q1",
                             "publish system/vard/unit online retained q1",
                             "publish system/vard/unit online retained q1",
@@ -209,19 +198,19 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
 
 TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
     connect();
-    script("publish clients/", std::nullopt);
+    broker.script("publish clients/", std::nullopt);
     std::promise<void> all_sent;
     serve([waiting = all_sent.get_future().share()] { waiting.wait(); });
     for (int n = 0; n < 3; ++n) broker.send("s", "?", asked("clients/6/reply"));
     broker.send("s", "?", asked("clients/7/reply"));
     std::this_thread::sleep_for(milliseconds(100));
     all_sent.set_value();
-    EXPECT_TRUE(await_count(5));
+    EXPECT_TRUE(broker.await(6));
     EXPECT_THAT(broker.sent(), Contains("publish clients/7/reply ! q1"));
     EXPECT_EQ(broker.sent().back(), "publish clients/6/reply ! q1");
     auto leaving = std::async(std::launch::async, [this] { client->disconnect(); });
     EXPECT_EQ(leaving.wait_for(milliseconds(100)), std::future_status::timeout);
-    for (const int packet : {2, 3, 4, 5}) broker.acknowledge(packet);
+    for (const int packet : {3, 4, 5, 6}) broker.acknowledge(packet);
     EXPECT_EQ(leaving.wait_for(milliseconds(1000)), std::future_status::ready);
     EXPECT_EQ(broker.sent().back(), "disconnect");
 }
@@ -230,9 +219,11 @@ TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
 TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
     std::future<void> stopped;
     const std::pair<std::function<void()>, Packets> table[] = {
-        {[this] { client->disconnect(); }, {"disconnect"}},
-        {[&] { stopped = std::async(std::launch::async, [this] { client->stop(); }); }, {}},
-        {[] { throw lapi_mqtt::MqttError("refused"); }, {"subscribe a q0", announced + "a q1"}},
+        {[this] { client->disconnect(); }, {"connect", "disconnect"}},
+        {[&] { stopped = std::async(std::launch::async, [this] { client->stop(); }); },
+         {"connect"}},
+        {[] { throw lapi_mqtt::MqttError("refused"); },
+         {"connect", "connect", "subscribe a q0", announced + "a q1"}},
     };
     for (const auto& [action, packets] : table) {
         broker.on_open = nullptr;
@@ -246,8 +237,7 @@ TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
             std::this_thread::sleep_for(milliseconds(50));
         };
         broker.cut();
-        while (is_first) std::this_thread::sleep_for(milliseconds(5));
-        EXPECT_TRUE(await_count(before + packets.size()));
+        EXPECT_TRUE(broker.await(before + packets.size()));
         std::this_thread::sleep_for(milliseconds(100));
         EXPECT_EQ(sent_from(before), packets);
         if (stopped.valid()) stopped.get();
@@ -257,20 +247,19 @@ TEST_F(Transport, LeavesAndStopsWhileItReconnects) {
 
 TEST_F(Transport, RenewsWhatItHadOnANewConnection) {
     connect(true);
-    script("subscribe", Reason{1, ""});
     serve();
     client->subscribe("a", 1, observer);
     client->subscribe("b", 2 + ecu::lapi::com::WATCH_ONLY, observer);
     client->show_presence();
     EXPECT_THROW(client->request("t", text("?")), TransportError);
     broker.cut();
-    EXPECT_TRUE(await_count(14));
-    EXPECT_THAT(sent_from(8),
-                ElementsAre("subscribe s q1", "subscribe a q1", announced + "a q1",
+    EXPECT_TRUE(broker.await(16));
+    EXPECT_THAT(sent_from(9),
+                ElementsAre("connect", "subscribe s q1", "subscribe a q1", announced + "a q1",
                             "subscribe b retained q2", "subscribe system/vard/unit q1",
                             "publish system/vard/unit online retained q1"));
     EXPECT_THROW(client->request("t", text("?")), TransportError);
-    EXPECT_THAT(sent_from(14).front(), HasSubstr("subscribe clients/"));
+    EXPECT_THAT(sent_from(16).front(), HasSubstr("subscribe clients/"));
 }
 
 }  // namespace
