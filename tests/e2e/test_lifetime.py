@@ -1,8 +1,7 @@
-"""A unit's start, its ends, its broker, and how it serves under load."""
+"""How units start, serve and end, and monitors end."""
 
 import functools
 import os
-import pathlib
 import re
 import signal
 import subprocess
@@ -10,12 +9,13 @@ import time
 
 import pytest
 
-from harness import HI_BLOCK, gets_signals_at_once, needs_root
+from harness import HI_BLOCK, gets_signals_at_once
 from packets import CONNECT, SUBSCRIBE
-from processes import DEMO_UNIT, Running, Unit, await_that, end, free_port, run_korvid, scaled
+from processes import DEMO_UNIT, Running, Unit, await_that, end, run_korvid, scaled
 from protocol import PRESENCE, READ_TOPIC, block, field
 
-run_unit = functools.partial(Running, program="korvid-unit")
+run_unit, run_monitor = (functools.partial(Running, program=f"korvid-{name}")
+                         for name in ("unit", "monitor"))
 
 
 def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(
@@ -38,28 +38,6 @@ def test_a_unit_that_always_has_more_to_read_takes_no_request_for_a_late_one(
     for client in asking:
         late = [m for m in client.messages if hasattr(m.properties, "UserProperty")]
         assert client.messages and not late, (len(client.messages), len(late), late[0].properties)
-
-
-def own_broker(unit):
-    number = unit.process.pid
-    return int(pathlib.Path(f"/proc/{number}/task/{number}/children").read_text())
-
-
-@needs_root
-def test_the_units_own_broker_is_nobodys_else_and_ends_with_it(tmp_path, broker):
-    port = free_port()
-    unit = Unit(tmp_path, port, "-b", host="elsewhere.invalid", ca_file="/no/such", username="me")
-    for number in signal.SIGTERM, signal.SIGINT, signal.SIGKILL:
-        assert run_korvid("get", port=port).err == ""  # an empty unit
-        assert os.stat(f"/proc/{own_broker(unit)}").st_uid != 0
-        if number == signal.SIGKILL:
-            unit.kill()
-        else:
-            unit.stop(number)
-            assert "refused" in run_korvid("get", port=port).err
-        unit.start()
-    os.kill(own_broker(unit), signal.SIGKILL)
-    assert unit.process.wait(scaled(5)) == 1 and "the broker ended" in unit.log.read_text()
 
 
 def test_a_second_unit_says_so_and_a_listener_that_does_not_answer_is_none(
@@ -144,3 +122,18 @@ def test_presence_is_true_and_replies_arrive_however_a_unit_ends(broker, new_uni
     unit.stop()
     time.sleep(1)
     assert watching.messages[-1].payload == b"offline"
+
+
+@gets_signals_at_once
+def test_a_signal_ends_a_monitor_that_connects_or_whose_reader_has_stopped_reading(
+        broker, scripted, peer):
+    connecting = run_monitor("a", port=scripted({CONNECT: b""}).port, connect_timeout_ms=20000)
+    unread, publisher = run_monitor("-PQTS", "a", port=broker.port), peer(broker.port)
+    time.sleep(scaled(0.4))
+    for _ in range(2000):  # more blocks than a pipe holds
+        publisher.publish("a", wait=False)
+    time.sleep(scaled(0.4))
+    for monitor, number, seconds in (connecting, signal.SIGINT, 1), (unread, signal.SIGTERM, 3):
+        began = time.monotonic()
+        assert end(monitor.process, number) == 0 and time.monotonic() - began < scaled(seconds)
+        assert monitor.process.stderr.read() == b""
