@@ -11,7 +11,7 @@ import subprocess
 import pytest
 
 from harness import HI
-from processes import BIN, DEMO_UNIT, Running, await_that, environment, free_port
+from processes import BIN, DEMO_UNIT, Running, await_that, environment, free_port, scaled
 from protocol import READ_TOPIC, WRITE_TOPIC, read_reply
 
 DOCUMENT = (pathlib.Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text()
@@ -31,7 +31,7 @@ def runs(new_broker, new_unit, scripted, peer, proxy, certificates, tmp_path):
         port = new_broker().port
         peer(port, READ_TOPIC, WRITE_TOPIC, on_message=answer)
         return port
-    get, run_unit = (functools.partial(run, "get"),
+    get, run_unit = (functools.partial(run, "get", connect_timeout_ms=int(scaled(900))),
                      functools.partial(run, "-d", tmp_path / "spare.db", program="korvid-unit"))
     pem = {name: certificates / f"{name}.pem" for name in ("ca", "here", "elsewhere", "foreign")}
     ca, key = pem["ca"], {name: path.with_suffix(".key") for name, path in pem.items()}

@@ -59,7 +59,10 @@ class Proxy(Listening):
             while len(passed) < limit and (data := source.recv(min(16384, limit - len(passed)))):
                 time.sleep(self.latency + len(data) / self.bandwidth)
                 self.passing.wait()
-                sink.sendall(data)
+                try:
+                    sink.sendall(data)
+                except OSError:  # what the sink has sent is still on its way, and its end cuts the link
+                    return
                 passed += data
         if stall_at is None or len(passed) < stall_at:
             self.cut(source, sink)
