@@ -1,6 +1,7 @@
 #include "dump/parse.h"
 
-#include "dump/compose.h"
+#include <cstring>
+
 #include "dump/hex.h"
 
 namespace dump {
@@ -9,6 +10,17 @@ namespace {
 using Entry = ecu::lapi::pb::SystemParameterEntry;
 
 constexpr std::size_t HEX_PIECE = 4096;  // bytes of a value that are compared in one go
+
+/// True when `text` begins with the bytes of `data` as a block shows them.
+bool begins_with_hex(std::string_view text, std::string_view data) {
+    if (text.size() / SHOWN_BYTE_SIZE < data.size()) return false;
+    const char* shown = text.data();
+    for (const char byte : data) {
+        if (std::memcmp(shown, shown_byte(byte).data(), SHOWN_BYTE_SIZE) != 0) return false;
+        shown += SHOWN_BYTE_SIZE;
+    }
+    return true;
+}
 
 /// The value's bytes in hexadecimal, which are mostly as we write them.
 void read_hex(Scanner& scanner, std::string_view value) {
@@ -29,21 +41,6 @@ void read_hex(Scanner& scanner, std::string_view value) {
     }
 }
 
-std::string read_value(Scanner& scanner) {
-    scanner.expect("  data(char) [");
-    const std::uint32_t size = scanner.number(16);
-    scanner.expect("]: '");
-    std::string value = scanner.bytes(size);
-    scanner.expect("'");
-    scanner.expect("\n");
-    scanner.expect("  data(hex) [");
-    if (scanner.number(16) != size) scanner.fail("the two sizes of the value differ");
-    scanner.expect("]: ");
-    read_hex(scanner, value);
-    scanner.expect("\n");
-    return value;
-}
-
 }  // namespace
 
 std::optional<Entry> next_block(Scanner& scanner) {
@@ -51,20 +48,23 @@ std::optional<Entry> next_block(Scanner& scanner) {
     Entry entry;
     scanner.expect("SysParam (");
     entry.set_otaid(scanner.number(10));
-    scanner.expect("):");
-    scanner.expect("\n");
-    scanner.expect("  OTAID: ");
+    scanner.expect("):\n  OTAID: ");
     if (scanner.number(10) != entry.otaid()) scanner.fail("the record has another OTAID");
     scanner.expect(" - 0x");
     if (scanner.number(16) != entry.otaid()) scanner.fail("the two forms of the OTAID differ");
-    scanner.expect("\n");
-    scanner.expect("  DID: ");
+    scanner.expect("\n  DID: ");
     entry.set_did(scanner.number(16));
-    scanner.expect("\n");
-    scanner.expect("  XCPID: ");
+    scanner.expect("\n  XCPID: ");
     entry.set_xcpid(scanner.number(16));
+    scanner.expect("\n  data(char) [");
+    const std::uint32_t size = scanner.number(16);
+    scanner.expect("]: '");
+    entry.set_data(scanner.bytes(size));
+    scanner.expect("'\n  data(hex) [");
+    if (scanner.number(16) != size) scanner.fail("the two sizes of the value differ");
+    scanner.expect("]: ");
+    read_hex(scanner, entry.data());
     scanner.expect("\n");
-    entry.set_data(read_value(scanner));
     return entry;
 }
 

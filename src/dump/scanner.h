@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -19,10 +20,10 @@ public:
     Scanner(Source source, std::string name);
 
     /// The line of what comes next, from 1.
-    std::size_t line() const { return line_number; }
+    std::size_t line();
 
     /// Throws std::runtime_error "NAME:LINE: cause", with the present line unless another is given.
-    [[noreturn]] void fail(const std::string& cause) const { fail_at(line_number, cause); }
+    [[noreturn]] void fail(const std::string& cause) { fail_at(line(), cause); }
     [[noreturn]] void fail_at(std::size_t line, const std::string& cause) const;
 
     bool at_end() { return ahead(1).empty(); }
@@ -32,12 +33,12 @@ public:
     std::string_view ahead(std::size_t count);
 
     /// Skips bytes that `ahead` has shown.
-    void skip(std::size_t count);
+    void skip(std::size_t count) { position += std::min(count, end - position); }
 
     /// The first character that is no blank and no line end; 0 when there is none.
     char first_character();
 
-    /// Skips this text, which must come next.
+    /// Skips this text, which must come next. An error names only the line of it that differs.
     void expect(std::string_view literal);
 
     /// A number of 32 bits in base 10 or 16, at most `max_digits` long.
@@ -53,11 +54,17 @@ private:
     bool read_more();
     std::string_view left() const { return {buffer.data() + position, end - position}; }
 
+    /// Reads until `find_from` finds something in what comes next, and returns its position: that
+    /// of the end when there is no such thing. What was searched before is not searched again.
+    template <typename Find>
+    std::size_t find(Find find_from);
+
     const Source source;
     const std::string name;
     std::string buffer;
     std::size_t position = 0;  ///< in `buffer`, of what comes next
     std::size_t end = 0;       ///< in `buffer`, of what has been read
+    std::size_t counted = 0;   ///< in `buffer`, of what `line_number` is the line of
     std::size_t line_number = 1;
 };
 

@@ -1,5 +1,56 @@
-#include "json/run.h"
+#include <cstdlib>
+#include <iostream>
+#include <stdexcept>
+
+#include "dump/json_record.h"
+#include "dump/parse.h"
+#include "program/input.h"
+#include "program/options.h"
+#include "program/process.h"
+
+namespace {
+
+constexpr char PROGRAM_NAME[] = "korvid-json";
+
+constexpr program::Help HELP{
+    PROGRAM_NAME, "[FILE]",
+    R"(Prints the parameters in FILE (default "-": standard input), the text that `korvid get`
+prints, as JSON Lines: an object a parameter and line. Needs no broker.
+)",
+    ""};
+
+std::string parse_file(int argc, char** argv) {
+    const auto arguments = program::parse_command_line(argc, argv, HELP, {}, {});
+    if (arguments.size() > 1) throw program::UsageError("one FILE at most can be named");
+    return arguments.empty() ? "-" : arguments.front();
+}
+
+/// One parameter after the other, as they arrive.
+int convert(const std::string& file) {
+    program::Input input(file);
+    const auto source = [&input](char* buffer, std::size_t size) {
+        program::flush_standard_output();  // reading may have to wait
+        return input.read(buffer, size);
+    };
+    dump::Scanner scanner(source, program::input_name(file));
+    if (scanner.at_end()) {
+        // What a `korvid get` that failed leaves behind.
+        throw std::runtime_error(program::input_name(file) + " holds no parameter");
+    }
+    std::string line;
+    while (const auto entry = dump::next_block(scanner)) {
+        line = R"({"otaid":)" + std::to_string(entry->otaid()) + ',';
+        dump::append_fields(line, *entry);
+        std::cout << line << "}\n";
+    }
+    program::flush_standard_output();
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-    return json::run(argc, argv);
+    program::secure_standard_streams();
+    std::ios::sync_with_stdio(false);
+    return program::attempt(PROGRAM_NAME, [&] { return convert(parse_file(argc, argv)); });
 }

@@ -3,20 +3,38 @@
 #include <cerrno>
 #include <iostream>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
+#include "dump/json.h"
 #include "program/termination.h"
 
 namespace monitor {
 
 using ecu::lapi::com::Message;
 
+namespace {
+
+std::string json_line(const std::string& topic, const Message& msg) {
+    const std::string_view payload(reinterpret_cast<const char*>(msg.payload.data()),
+                                   msg.payload.size());
+    std::string json = R"({"topic":)";
+    dump::append_string(json, topic);
+    json += R"(,"timestamp":)" + std::to_string(msg.get_timestamp()) + R"(,"qos":)" +
+            std::to_string(msg.get_qos()) + R"(,"retain":)" + (msg.retain != 0 ? "true" : "false") +
+            R"(,"size":)" + std::to_string(payload.size()) + ',';
+    dump::append_value(json, payload);
+    return json + "}\n";
+}
+
+}  // namespace
+
 Output::Output(const Options& all_options) : options(all_options), printer(all_options.shown) {}
 
 void Output::message(const std::string& topic, const Message& msg) {
     if (finished) return;
     if (options.json) {
-        print_json(topic, msg);
+        std::cout << json_line(topic, msg) << std::flush;
     } else {
         printer.message(topic, msg);
     }
@@ -24,18 +42,6 @@ void Output::message(const std::string& topic, const Message& msg) {
     if (std::cout && ++printed != options.count) return;
     finished = true;
     program::end_wait();
-}
-
-void Output::print_json(const std::string& topic, const Message& msg) {
-    json.begin();
-    json.text("topic", topic);
-    json.number("timestamp", msg.get_timestamp());
-    json.number("qos", static_cast<std::uint64_t>(msg.get_qos()));
-    json.flag("retain", msg.retain != 0);
-    json.number("size", msg.payload.size());
-    json.value({reinterpret_cast<const char*>(msg.payload.data()), msg.payload.size()});
-    json.end();
-    std::cout << json.line() << std::flush;
 }
 
 void Output::finish(bool time_is_over) {

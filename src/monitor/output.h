@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include "dump/json.h"
 #include "monitor/options.h"
 #include "topic_printer/topic_printer.h"
 
@@ -24,11 +23,8 @@ public:
     void finish(bool time_is_over);
 
 private:
-    void print_json(const std::string& topic, const ecu::lapi::com::Message& msg);
-
     const Options& options;
     TopicPrinter printer;
-    dump::JsonLines json;
     std::atomic<std::uint32_t> printed{0};
     std::atomic<bool> finished{false};
     std::atomic<int> error{0};  ///< of the write that failed

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <string>
 
-#include "dump/json.h"
 #include "system_parameter_entry.pb.h"
 
 namespace restore {
@@ -23,7 +22,7 @@ struct Change {
 /// to differ.
 std::string change_line(const Change& change);
 
-/// Composes the same as JSON, with all fields of both sides.
-void compose_change(dump::JsonLines& json, const Change& change);
+/// The same as a line of JSON, with all fields of both sides.
+std::string change_json(const Change& change);
 
 }  // namespace restore

@@ -1,54 +1,37 @@
 #include "restore/differences.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "protocol/record.h"
 
 namespace restore {
-namespace {
 
 using ecu::lapi::var::ParameterMap;
-using Entry = ecu::lapi::pb::SystemParameterEntry;
 
-std::vector<std::uint32_t> without(const ParameterMap& unit, std::vector<std::uint32_t> named) {
-    std::sort(named.begin(), named.end());
-    std::vector<std::uint32_t> others;
-    auto next = named.begin();
-    for (const auto& parameter : unit) {
-        while (next != named.end() && *next < parameter.first) ++next;
-        if (next == named.end() || *next != parameter.first) others.push_back(parameter.first);
-    }
-    return others;
-}
-
-}  // namespace
-
-Differences differences(const ParameterMap& unit, std::vector<Entry> file) {
+Differences differences(const ParameterMap& unit, ParameterMap file) {
     Differences found;
-    std::vector<std::uint32_t> named;
+    ParameterMap& changes = found.changes;
     auto stored = unit.begin();
-    for (Entry& wanted : file) {
-        const auto otaid = wanted.otaid();
-        named.push_back(otaid);
-        // Files are in ascending order, so that a parameter's place is mostly the next.
-        if (stored == unit.end() || stored->first != otaid) stored = unit.find(otaid);
-        if (stored == unit.end()) {
-            found.changes.emplace_hint(found.changes.end(), otaid, std::move(wanted));
+    const auto is_left = [&] { return stored != unit.end(); };
+    for (auto& [otaid, wanted] : file) {
+        for (; is_left() && stored->first < otaid; ++stored) {
+            found.not_in_file.push_back(stored->first);
+        }
+        if (!is_left() || stored->first != otaid) {
+            changes.emplace_hint(changes.end(), otaid, std::move(wanted));
             continue;
         }
         const auto changed =
             protocol::changed_fields(wanted, stored->second, protocol::Missing::zero_or_empty);
         if (changed.any()) {
-            const auto added =
-                found.changes.emplace_hint(found.changes.end(), otaid, stored->second);
+            const auto added = changes.insert(changes.end(), *stored);
             protocol::set_fields(added->second, changed, wanted);
         } else {
             ++found.same;
         }
         ++stored;
     }
-    found.not_in_file = without(unit, std::move(named));
+    for (; is_left(); ++stored) found.not_in_file.push_back(stored->first);
     return found;
 }
 

@@ -18,8 +18,8 @@ struct Differences {
 };
 
 /// A field that an entry of the file does not have is no difference, nor is one that the unit does
-/// not have and the file shows as 0 or as empty, as a dump does. `file` names each OTAID once.
+/// not have and the file shows as 0 or as empty, as a dump does.
 Differences differences(const ecu::lapi::var::ParameterMap& unit,
-                        std::vector<ecu::lapi::pb::SystemParameterEntry> file);
+                        ecu::lapi::var::ParameterMap file);
 
 }  // namespace restore

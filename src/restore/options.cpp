@@ -1,7 +1,6 @@
 #include "restore/options.h"
 
 namespace restore {
-namespace {
 
 constexpr program::Help HELP{
     PROGRAM_NAME, "[OPTIONS] FILE",
@@ -15,8 +14,6 @@ With -l ERROR neither summary nor progress is shown. The exit status is 0 when t
 has what FILE says, or with -n when the two could be compared, whether or not they differ,
 and 1 otherwise.
 )"};
-
-}  // namespace
 
 Options parse_options(int argc, char** argv) {
     using program::flag_option;

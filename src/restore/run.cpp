@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <stdexcept>
-#include <vector>
+#include <utility>
 
 #include "dump/read.h"
 #include "ecu/lapi/com.h"
@@ -24,27 +24,16 @@ namespace {
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::var::ISystemParameterClient;
 using ecu::lapi::var::ParameterMap;
-using Parameters = std::vector<ecu::lapi::pb::SystemParameterEntry>;
 
 /// diff(1) ends with 1, which stands for a failure here.
 constexpr int DIFFERENT = 3;
 
-Parameters read_parameters(const std::string& file) {
-    Parameters parameters = dump::read_file(file);
-    // An empty file is what a `korvid get` that failed leaves behind.
-    if (parameters.empty())
-        throw std::runtime_error(program::input_name(file) + " holds no parameter");
-    return parameters;
-}
-
 /// On standard output: the refused ones only as JSON, the unit's own only where they count.
 void print_changes(const Options& options, const ParameterMap& unit, const Differences& found,
                    const ParameterMap& refused) {
-    dump::JsonLines json;
     const auto print = [&](const Change& change) {
         if (options.json) {
-            compose_change(json, change);
-            std::cout << json.line();
+            std::cout << change_json(change);
         } else if (!change.refused) {
             std::cout << change_line(change);
         }
@@ -69,10 +58,10 @@ void print_summary(const Options& options, const Differences& found, std::size_t
 }
 
 /// Returns the exit status.
-int compare_and_write(const Options& options, Parameters parameters,
-                      ISystemParameterClient& sysparams, program::ProgressLine& progress) {
+int compare_and_write(const Options& options, ParameterMap file, ISystemParameterClient& sysparams,
+                      program::ProgressLine& progress) {
     const ParameterMap unit = sysparams.get_parameters(0);
-    Differences found = differences(unit, std::move(parameters));
+    Differences found = differences(unit, std::move(file));
     std::pair<bool, ParameterMap> outcome{true, {}};
     if (!options.only_show && !found.changes.empty()) {
         sysparams.set_parameters(found.changes);
@@ -93,15 +82,18 @@ int compare_and_write(const Options& options, Parameters parameters,
 
 int restore(const Options& options) {
     auto configuration = program::load_configuration(PROGRAM_NAME, options.common);
-    Parameters parameters = read_parameters(options.file);
-
+    ParameterMap file = dump::read_file(options.file);
+    // An empty file is what a `korvid get` that failed leaves behind.
+    if (file.empty()) {
+        throw std::runtime_error(program::input_name(options.file) + " holds no parameter");
+    }
     const auto client = program::create_transport(configuration);
     return program::run_connected(PROGRAM_NAME, *client, [&] {
         const auto sysparams = program::create_sysparams(client);
         program::ProgressLine progress(PROGRAM_NAME, client);
         client->connect();
         client->start();
-        return compare_and_write(options, std::move(parameters), *sysparams, progress);
+        return compare_and_write(options, std::move(file), *sysparams, progress);
     });
 }
 

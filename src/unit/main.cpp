@@ -5,7 +5,6 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "dump/read.h"
 #include "ecu/lapi/logging.h"
@@ -25,6 +24,7 @@ namespace {
 
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::config::Configuration;
+using ecu::lapi::var::ParameterMap;
 
 /// Service managers allow more before they kill a process.
 constexpr std::chrono::seconds LEAVE_TIMEOUT{10};
@@ -43,13 +43,13 @@ std::unique_ptr<Configuration> configure(const Options& options) {
 }
 
 /// Puts the parameters of the file into the store and reports on standard error what that changed.
-void import_into(Store& store, const std::vector<Entry>& entries, const Options& options) {
+void import_into(Store& store, const ParameterMap& parameters, const Options& options) {
     const std::string name = program::input_name(options.import_from);
-    if (options.replace && entries.empty()) {
+    if (options.replace && parameters.empty()) {
         throw std::runtime_error(name + " holds no parameters: the store was not replaced");
     }
-    const ImportResult result = store.import(entries, options.replace);
-    std::cerr << PROGRAM_NAME << ": imported " << entries.size() << " parameters from " << name
+    const ImportResult result = store.import(parameters, options.replace);
+    std::cerr << PROGRAM_NAME << ": imported " << parameters.size() << " parameters from " << name
               << ": " << result.added << " added, " << result.changed << " changed, "
               << result.unchanged << " unchanged; "
               << (options.replace ? "removed " : "the store holds ") << result.others << " others"
@@ -68,7 +68,7 @@ int serve(const Options& options) {
     program::end_at_termination_signals();
     auto configuration = configure(options);
     const std::string port = Configuration(*configuration)["port"];  // looked up in a copy
-    std::optional<std::vector<Entry>> imported;
+    std::optional<ParameterMap> imported;
     if (!options.import_from.empty()) imported = dump::read_file(options.import_from);
 
     Store store(options.store);

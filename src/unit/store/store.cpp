@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <map>
 #include <stdexcept>
 
 #include "ecu/lapi/logging.h"
@@ -47,15 +46,15 @@ void Store::write(const std::vector<const Entry*>& entries) {
     });
 }
 
-ImportResult Store::import(const std::vector<Entry>& entries, bool replace) {
+ImportResult Store::import(const ecu::lapi::var::ParameterMap& parameters, bool replace) {
     ImportResult result;
     change([&] {
-        std::map<std::uint32_t, Entry> others;
+        ecu::lapi::var::ParameterMap others;
         for_each([&](const Entry& stored) {
             others.emplace_hint(others.end(), stored.otaid(), stored);
         });
-        for (const Entry& entry : entries) {
-            const auto stored = others.extract(entry.otaid());
+        for (const auto& [otaid, entry] : parameters) {
+            const auto stored = others.extract(otaid);
             const bool is_changed =
                 stored &&
                 protocol::changed_fields(entry, stored.mapped(), protocol::Missing::zero_or_empty)

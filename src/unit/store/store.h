@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "system_parameter_entry.pb.h"
+#include "ecu/lapi/var.h"
 #include "unit/store/sqlite.h"
 #include "unit/store/store_file.h"
 
@@ -44,9 +44,9 @@ public:
     /// All of them or none. A field that an entry does not hold keeps its stored value.
     void write(const std::vector<const Entry*>& entries);
 
-    /// All of them or none, each once. A field that an entry does not hold keeps its stored value.
+    /// All of them or none. A field that an entry does not hold keeps its stored value.
     /// With `replace` the store then holds no other parameters.
-    ImportResult import(const std::vector<Entry>& entries, bool replace);
+    ImportResult import(const ecu::lapi::var::ParameterMap& parameters, bool replace);
 
     /// Empty while there is none.
     std::vector<std::uint8_t> blob();
