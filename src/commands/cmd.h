@@ -16,8 +16,6 @@ using Arguments = std::vector<std::string>;
 class Cmd {
 public:
     explicit Cmd(const char* word) : name(word) {}
-    Cmd(const Cmd&) = delete;
-    Cmd& operator=(const Cmd&) = delete;
     virtual ~Cmd() = default;
 
     /// Runs the command with the arguments behind its word, over a connected and started client.

@@ -1,5 +1,4 @@
 #include <iostream>
-#include <sstream>
 
 #include "commands/commands.h"
 #include "commands/otaid.h"
@@ -46,16 +45,14 @@ bool GetCmd::execute(Client& client, const Arguments& args) const {
 }
 
 std::string GetCmd::help_text(const char* program) const {
-    std::ostringstream text;
-    text << "  get [OTAID]...\n"
-            "\n"
-            "     Description: \n"
-            "        Get system parameters based on the given OTAIDs.\n"
-            "        If not OTAID is provide, all will be fetched!\n"
-            "     Examples: \n"
-            "           "
-         << program << " get 42 23\n";
-    return text.str();
+    return "  get [OTAID]...\n"
+           "\n"
+           "     Description: \n"
+           "        Get system parameters based on the given OTAIDs.\n"
+           "        If not OTAID is provide, all will be fetched!\n"
+           "     Examples: \n"
+           "           " +
+           std::string(program) + " get 42 23\n";
 }
 
 }  // namespace commands

@@ -1,5 +1,4 @@
 #include <iostream>
-#include <sstream>
 
 #include "commands/commands.h"
 #include "ecu/lapi/logging.h"
@@ -24,15 +23,13 @@ bool GetSecCmd::execute(Client& client, const Arguments& /*args*/) const {
 }
 
 std::string GetSecCmd::help_text(const char* program) const {
-    std::ostringstream text;
-    text << "  getsec\n"
-            "\n"
-            "     Description: \n"
-            "        Gets the secure store entry from the NOR.\n"
-            "     Example:\n"
-            "        "
-         << program << " getsec \n";
-    return text.str();
+    return "  getsec\n"
+           "\n"
+           "     Description: \n"
+           "        Gets the secure store entry from the NOR.\n"
+           "     Example:\n"
+           "        " +
+           std::string(program) + " getsec \n";
 }
 
 }  // namespace commands

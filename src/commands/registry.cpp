@@ -2,13 +2,9 @@
 
 #include "commands/commands.h"
 
-namespace {
-
 const commands::GetCmd get("get");
 const commands::SetCmd set("set");
 const commands::GetSecCmd getsec("getsec");
 const commands::SetSecCmd setsec("setsec");
-
-}  // namespace
 
 const std::vector<const commands::Cmd*> command_registry{&get, &set, &getsec, &setsec};

@@ -1,6 +1,5 @@
 #include <iostream>
 #include <optional>
-#include <sstream>
 
 #include "commands/commands.h"
 #include "commands/interpretation.h"
@@ -39,15 +38,6 @@ std::optional<Interpretation> interpretation_of(const SetCmd& command, const Arg
     return interpretation;
 }
 
-bool write(ecu::lapi::var::ISystemParameterClient& sysparams,
-           ecu::lapi::var::ParameterMap& parameters) {
-    sysparams.set_parameters(parameters);
-    const auto [written, refused] = sysparams.write_parameters();
-    if (written) return true;
-    program::report_refused(refused);
-    return false;
-}
-
 }  // namespace
 
 bool SetCmd::execute(Client& client, const Arguments& args) const {
@@ -67,49 +57,50 @@ bool SetCmd::execute(Client& client, const Arguments& args) const {
     auto& entry = parameters[key];
     entry.set_otaid(key);
     entry.set_data(interpret_value(*interpretation, args));
-    return write(*sysparams, parameters);
+    sysparams->set_parameters(parameters);
+    const auto [written, refused] = sysparams->write_parameters();
+    if (!written) program::report_refused(refused);
+    return written;
 }
 
 std::string SetCmd::help_text(const char* program) const {
-    const std::string example = "          ";
-    std::ostringstream text;
-    text << "  set <OTAID> <AS> value\n"
-            "\n"
-            "     Description: \n"
-            "        Set the given OTAIDs to the provided value\n"
-            "\n"
-            "     OTAID: \n"
-            "        The OTAID which shall be set, either as hex with 0x prefix or\n"
-            "        dec without prefix.\n"
-            "\n"
-            "     AS: \n"
-            "        Specifies how the <value> shall be interpreted, available\n"
-            "        interpretations: \n"
-            "          s | str:\n"
-            "             Read value as is, ASCII string\n"
-            "          b | bytes: \n"
-            "             Read values as bytes separated by space\n"
-            "          h | hex:\n"
-            "             Read value as hexadecimal number\n"
-            "          d | dec:\n"
-            "             Read value as decimal number\n"
-            "\n"
-            "     value: The value which shall be set. Depending on the <AS>\n"
-            "            this should be a single string or bytes separated by space\n"
-            "\n"
-            "     Examples:\n"
-            "        Set as bytes:\n"
-         << example << program
-         << " set 0x120 bytes 1b 2c 4c\n"
-            "        Set as decimal number:\n"
-         << example << program
-         << " set 0x120 dec 4223\n"
-            "        Set as hex number:\n"
-         << example << program
-         << " set 0x120 hex ab18\n"
-            "        Set as string number:\n"
-         << example << program << " set 0x120 str \"Hello World\"\n";
-    return text.str();
+    const std::string example = std::string("          ") + program;
+    return "  set <OTAID> <AS> value\n"
+           "\n"
+           "     Description: \n"
+           "        Set the given OTAIDs to the provided value\n"
+           "\n"
+           "     OTAID: \n"
+           "        The OTAID which shall be set, either as hex with 0x prefix or\n"
+           "        dec without prefix.\n"
+           "\n"
+           "     AS: \n"
+           "        Specifies how the <value> shall be interpreted, available\n"
+           "        interpretations: \n"
+           "          s | str:\n"
+           "             Read value as is, ASCII string\n"
+           "          b | bytes: \n"
+           "             Read values as bytes separated by space\n"
+           "          h | hex:\n"
+           "             Read value as hexadecimal number\n"
+           "          d | dec:\n"
+           "             Read value as decimal number\n"
+           "\n"
+           "     value: The value which shall be set. Depending on the <AS>\n"
+           "            this should be a single string or bytes separated by space\n"
+           "\n"
+           "     Examples:\n"
+           "        Set as bytes:\n" +
+           example +
+           " set 0x120 bytes 1b 2c 4c\n"
+           "        Set as decimal number:\n" +
+           example +
+           " set 0x120 dec 4223\n"
+           "        Set as hex number:\n" +
+           example +
+           " set 0x120 hex ab18\n"
+           "        Set as string number:\n" +
+           example + " set 0x120 str \"Hello World\"\n";
 }
 
 }  // namespace commands

@@ -1,5 +1,3 @@
-#include <sstream>
-
 #include "commands/commands.h"
 #include "ecu/lapi/logging.h"
 #include "secstore/sec_store.h"
@@ -25,15 +23,13 @@ bool SetSecCmd::execute(Client& client, const Arguments& args) const {
 }
 
 std::string SetSecCmd::help_text(const char* program) const {
-    std::ostringstream text;
-    text << "  setsec FILE\n"
-            "\n"
-            "     Description: \n"
-            "        Sets the secure store data with the give FILE content.\n"
-            "     Example:\n"
-            "        "
-         << program << " setsec secfileb64_10kb\n";
-    return text.str();
+    return "  setsec FILE\n"
+           "\n"
+           "     Description: \n"
+           "        Sets the secure store data with the give FILE content.\n"
+           "     Example:\n"
+           "        " +
+           std::string(program) + " setsec secfileb64_10kb\n";
 }
 
 }  // namespace commands

@@ -5,7 +5,10 @@
 #include <cstdlib>
 #include <iostream>
 
+#include "commands/registry.h"
 #include "program/build_description.h"
+
+using korvid::PROGRAM_NAME;
 
 std::string opt_loglevel = "WARNING";
 std::string opt_host;
@@ -14,8 +17,6 @@ bool opt_payload = false;
 bool opt_payload_size = false;
 bool opt_qos = false;
 bool opt_timestamp = false;
-
-namespace {
 
 constexpr char SHORT_OPTIONS[] = "p:H:l:hvPQTS";
 
@@ -27,50 +28,46 @@ constexpr option long_options[] = {
     {"help", no_argument, nullptr, 'h'},           {nullptr, 0, nullptr, 0},
 };
 
-/// Takes one option; false when it ends the parsing.
-bool take_option(int letter) {
-    switch (letter) {
-        case 'H':
-            opt_host = optarg;
-            return true;
-        case 'p':
-            opt_port = optarg;
-            return true;
-        case 'l':
-            opt_loglevel = optarg;
-            return true;
-        case 'P':
-            opt_payload = true;
-            return true;
-        case 'Q':
-            opt_qos = true;
-            return true;
-        case 'S':
-            opt_payload_size = true;
-            return true;
-        case 'T':
-            opt_timestamp = true;
-            return true;
-        case 'v':
+bool parse_opts(int argc, char** argv, std::vector<std::string>& args) {
+    int letter = 0;
+    while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, long_options, nullptr)) != -1) {
+        if (letter == 'H') opt_host = optarg;
+        if (letter == 'p') opt_port = optarg;
+        if (letter == 'l') opt_loglevel = optarg;
+        if (letter == 'P') opt_payload = true;
+        if (letter == 'Q') opt_qos = true;
+        if (letter == 'S') opt_payload_size = true;
+        if (letter == 'T') opt_timestamp = true;
+        if (letter == 'v') {
             version();
             std::exit(0);
-        default:
-            return false;
-    }
-}
-
-}  // namespace
-
-bool parse_opts(int argc, char** argv, std::vector<std::string>& args) {
-    int index = 0;
-    int letter = 0;
-    while ((letter = getopt_long(argc, argv, SHORT_OPTIONS, long_options, &index)) != -1) {
-        if (!take_option(letter)) return false;
+        }
+        if (letter == 'h' || letter == '?') return false;
     }
     while (optind < argc) args.emplace_back(argv[optind++]);
     return true;
 }
 
 void version() {
-    std::cerr << korvid::PROGRAM_NAME << ": " << program::build_description << std::endl;
+    std::cerr << PROGRAM_NAME << ": " << program::build_description << std::endl;
+}
+
+void usage() {
+    version();
+    std::cerr << "\n"
+              << "USAGE: " << PROGRAM_NAME << " [OPTIONS] [COMMAND]\n\n"
+              << "COMMAND: \n";
+    for (const auto* command : command_registry) {
+        std::cerr << command->help_text(PROGRAM_NAME) << "\n";
+    }
+    std::cerr << "OPTIONS:\n"
+              << "  -p, --port PORT         a port which shall be used, override config\n"
+              << "  -H, --host HOST         a hostname which shall be used, override config\n"
+              << "  -l, --loglevel          Enforces the loglevel and overrides the LOG_LEVEL.\n"
+              << "        Possibles values: EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, "
+                 "DEBUG\n"
+              << "        Default: " << opt_loglevel << "\n"
+              << "  -h, --help              show this help\n"
+              << "  -v, --version          show version\n"
+              << std::endl;
 }

@@ -26,3 +26,6 @@ bool parse_opts(int argc, char** argv, std::vector<std::string>& args);
 
 /// Writes the version line to standard error.
 void version();
+
+/// Writes the usage text, with every command's help, to standard error.
+void usage();

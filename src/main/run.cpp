@@ -16,7 +16,6 @@
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 #include "main/options.h"
-#include "main/usage.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
 #include "program/sysparams.h"
@@ -44,11 +43,8 @@ bool execute_command(commands::Client& client, Arguments& args) {
 }
 
 int run_over_connection(Arguments& args) {
-    program::CommonOptions options;
-    options.host = opt_host;
-    options.port = opt_port;
-    options.loglevel = opt_loglevel;
-    auto configuration = program::load_configuration(PROGRAM_NAME, options);
+    auto configuration =
+        program::load_configuration(PROGRAM_NAME, {opt_host, opt_port, opt_loglevel});
     auto client = program::create_transport(configuration);
     // Held for the whole run; commands create their own.
     std::shared_ptr<ecu::lapi::var::ISystemParameterClient> sysparams;

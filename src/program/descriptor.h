@@ -16,7 +16,6 @@ public:
         if (number < 0) throw std::system_error(errno, std::generic_category());
     }
     Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-    Descriptor& operator=(Descriptor&&) = delete;
     ~Descriptor() { reset(); }
 
     int get() const { return number; }

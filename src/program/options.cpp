@@ -20,12 +20,12 @@ constexpr std::size_t HELP_COLUMN = 25;
 struct GetoptTables {
     explicit GetoptTables(const std::vector<Option>& options) {
         for (const auto& known : options) {
-            const int has_value = known.value != nullptr ? required_argument : no_argument;
-            if (known.letter != 0) letters += known.letter;
-            if (known.letter != 0 && known.value != nullptr) letters += ':';
+            const bool has_value = known.value != nullptr;
             const int code =
                 known.letter != 0 ? known.letter : FIRST_CODE + static_cast<int>(names.size());
-            names.push_back({known.name, has_value, nullptr, code});
+            names.push_back(
+                {known.name, has_value ? required_argument : no_argument, nullptr, code});
+            if (known.letter != 0) letters.append(1, known.letter).append(has_value ? ":" : "");
         }
         names.push_back({nullptr, 0, nullptr, 0});
     }
@@ -121,12 +121,11 @@ std::vector<std::string> parse_command_line(int argc, char** argv, const Help& h
     while ((code = getopt_long(argc, argv, tables.letters.c_str(), tables.names.data(), nullptr)) !=
            -1) {
         const std::size_t index = tables.index_of(code);
-        const std::string value = optarg != nullptr ? optarg : "";
         // What a script expanded to nothing must not count as not given.
-        const bool is_empty = optarg != nullptr && value.empty();
+        const bool is_empty = optarg != nullptr && *optarg == '\0';
         if (is_empty) optopt = code;
         if (is_empty || index == options.size()) refuse(options, tables, argv[optind - 1]);
-        options[index].take(value);
+        options[index].take(optarg != nullptr ? optarg : "");
     }
     return {argv + optind, argv + argc};
 }

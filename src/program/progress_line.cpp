@@ -56,18 +56,15 @@ ProgressLine::ProgressLine(std::string program_name,
 }
 
 void ProgressLine::end() {
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        ended = true;
-    }
-    changed.notify_all();
-    if (drawing.joinable()) drawing.join();
+    if (!drawing.joinable()) return;
+    ended.set_value();
+    drawing.join();
 }
 
 void ProgressLine::draw_until_the_end() {
-    std::unique_lock<std::mutex> lock(mutex);
+    const auto end = ended.get_future();
     auto pause = FIRST_DRAW_DELAY;
-    while (!changed.wait_for(lock, pause, [this] { return ended; })) {
+    while (end.wait_for(pause) == std::future_status::timeout) {
         draw();
         pause = DRAW_INTERVAL;
     }

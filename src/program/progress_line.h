@@ -1,8 +1,7 @@
 #pragma once
 
-#include <condition_variable>
+#include <future>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
@@ -22,8 +21,6 @@ public:
     ProgressLine(std::string program_name,
                  const std::shared_ptr<ecu::lapi::com::ITransportClient>& client,
                  bool shows_received = true);
-    ProgressLine(const ProgressLine&) = delete;
-    ProgressLine& operator=(const ProgressLine&) = delete;
     ~ProgressLine() { end(); }
 
     /// Erases the line for good.
@@ -37,10 +34,7 @@ private:
     const std::weak_ptr<const ecu::lapi::com::ITransferProgress> transfers;
     const bool received_too;
     std::string drawn;  ///< used by the thread alone
-
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool ended = false;  ///< guarded by `mutex`
+    std::promise<void> ended;
     std::thread drawing;
 };
 

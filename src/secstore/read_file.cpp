@@ -1,4 +1,3 @@
-#include <exception>
 #include <fstream>
 #include <ios>
 #include <vector>
@@ -6,33 +5,9 @@
 #include "ecu/lapi/logging.h"
 #include "secstore/sec_store.h"
 
-namespace {
-
 namespace logging = ecu::lapi::logging;
 
 constexpr std::size_t READ_SIZE = 256UL * 1024;
-
-/// Makes room for a file's content if `size` is one to make room for: it is -1 for a pipe and
-/// absurd for a directory.
-void reserve(std::string& content, std::streamoff size) {
-    try {
-        content.reserve(static_cast<std::size_t>(size));
-    } catch (const std::exception&) {
-        // The content then grows as it is read.
-    }
-}
-
-/// Appends what is left in `buffer`, a read at a time.
-void append_rest(std::string& content, std::streambuf& buffer) {
-    while (buffer.sgetc() != std::streambuf::traits_type::eof()) {
-        const auto available = buffer.in_avail();
-        const auto end = content.size();
-        content.resize(end + static_cast<std::size_t>(available));
-        buffer.sgetn(&content[end], available);
-    }
-}
-
-}  // namespace
 
 std::string SecStore::read_file_to_str(const std::string& path) {
     std::vector<char> read_buffer(READ_SIZE);
@@ -48,10 +23,18 @@ std::string SecStore::read_file_to_str(const std::string& path) {
     file.seekg(0, std::ios::end);
     const std::streamoff end = file.tellg();
     logging::write(logging::DEBUG, "Tellg size for provided file: ", end);
-    reserve(content, end);
+    // The size is -1 for a pipe and absurd for a directory.
+    const auto size = static_cast<std::size_t>(end);
+    if (size < content.max_size()) content.reserve(size);
     file.seekg(0, std::ios::beg);
+    std::streambuf& buffer = *file.rdbuf();
     try {
-        append_rest(content, *file.rdbuf());
+        while (buffer.sgetc() != std::streambuf::traits_type::eof()) {
+            const auto available = buffer.in_avail();
+            const auto read = content.size();
+            content.resize(read + static_cast<std::size_t>(available));
+            buffer.sgetn(&content[read], available);
+        }
     } catch (const std::ios_base::failure&) {
         // A read error ends the content, as the end of the file does.
     }

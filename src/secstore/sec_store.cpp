@@ -39,35 +39,9 @@ private:
     SecStore* store;  // guarded by forwarding
 };
 
-/// The store's subscription to its get topic, ended on every way out.
-class Subscription {
-public:
-    Subscription(com::ITransportClient& transport, SecStore* store)
-        : client(transport), observer(std::make_shared<SecStoreObserver>(store)) {
-        try {
-            client.subscribe(topic, 0, observer);
-        } catch (...) {
-            observer->release_store();
-            throw;
-        }
-    }
-    Subscription(const Subscription&) = delete;
-    Subscription& operator=(const Subscription&) = delete;
-
-    ~Subscription() {
-        try {
-            client.unsubscribe(topic, observer);
-        } catch (const std::exception& error) {
-            // Whether a blob has arrived is settled by now.
-            logging::write(logging::DEBUG, "Unsubscribing failed: ", error.what());
-        }
-        observer->release_store();
-    }
-
-private:
-    const std::string topic = protocol::SECSTORE_GET_TOPIC;
-    com::ITransportClient& client;
-    std::shared_ptr<SecStoreObserver> observer;
+/// Ends the forwarding on every way out.
+struct Release {
+    void operator()(SecStoreObserver* observer) const { observer->release_store(); }
 };
 
 }  // namespace
@@ -75,13 +49,21 @@ private:
 SecStore::SecStore(std::shared_ptr<com::ITransportClient>& transport) : client(transport) {}
 
 const std::string& SecStore::get_data() {
-    const Subscription subscription(*client, this);
-    const auto deadline = std::chrono::steady_clock::now() + RECEPTION_TIMEOUT;
     auto reception = blob_promise.get_future();
+    const auto observer = std::make_shared<SecStoreObserver>(this);
+    const std::unique_ptr<SecStoreObserver, Release> forwarding(observer.get());
+    client->subscribe(protocol::SECSTORE_GET_TOPIC, 0, observer);
+    const auto deadline = std::chrono::steady_clock::now() + RECEPTION_TIMEOUT;
     if (reception.wait_until(deadline) == std::future_status::ready) {
         blob = reception.get();
     } else {
         logging::write(logging::WARNING, "Timeout waiting for data from SecStore data");
+    }
+    try {
+        client->unsubscribe(protocol::SECSTORE_GET_TOPIC, observer);
+    } catch (const std::exception& error) {
+        // Whether a blob has arrived is settled by now.
+        logging::write(logging::DEBUG, "Unsubscribing failed: ", error.what());
     }
     return blob;
 }

@@ -4,27 +4,16 @@
 #include <iostream>
 #include <sstream>
 
-namespace {
-
 constexpr char NEXT_LINE[] = "\n           ";
-
-}  // namespace
-
-TopicPrinter::TopicPrinter(const DisplayFlags& flags)
-    : show_payload(flags.show_payload),
-      show_payload_size(flags.show_payload_size),
-      show_qos(flags.show_qos),
-      show_timestamp(flags.show_timestamp),
-      start_time(std::chrono::steady_clock::now()) {}
 
 void TopicPrinter::message(const std::string& topic, const ecu::lapi::com::Message& msg) {
     const std::chrono::nanoseconds elapsed = std::chrono::steady_clock::now() - start_time;
     std::ostringstream block;
     block << "[" << std::fixed << std::setprecision(3) << std::setw(7) << std::setfill('0')
           << static_cast<double>(elapsed.count()) / 1e9 << "] " << topic;
-    if (show_payload_size) block << NEXT_LINE << "size: " << msg.payload.size();
-    if (show_timestamp) block << NEXT_LINE << "timestamp: " << msg.get_timestamp();
-    if (show_qos) block << NEXT_LINE << "QoS: " << static_cast<char>(msg.qos);
-    if (show_payload) block << NEXT_LINE << "Data: THE DATA HERE";
+    if (shown.show_payload_size) block << NEXT_LINE << "size: " << msg.payload.size();
+    if (shown.show_timestamp) block << NEXT_LINE << "timestamp: " << msg.get_timestamp();
+    if (shown.show_qos) block << NEXT_LINE << "QoS: " << static_cast<char>(msg.qos);
+    if (shown.show_payload) block << NEXT_LINE << "Data: THE DATA HERE";
     std::cout << block.str() << std::endl;
 }

@@ -17,15 +17,12 @@ struct DisplayFlags {
 class TopicPrinter : public ecu::lapi::com::ISubscriptionObserver {
 public:
     /// Elapsed time counts from here.
-    explicit TopicPrinter(const DisplayFlags& flags);
+    explicit TopicPrinter(const DisplayFlags& flags) : shown(flags) {}
 
     /// Called on the delivery thread.
     void message(const std::string& topic, const ecu::lapi::com::Message& msg) override;
 
 private:
-    const bool show_payload;
-    const bool show_payload_size;
-    const bool show_qos;
-    const bool show_timestamp;
-    const std::chrono::steady_clock::time_point start_time;
+    const DisplayFlags shown;
+    const std::chrono::steady_clock::time_point start_time = std::chrono::steady_clock::now();
 };

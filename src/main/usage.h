@@ -1,4 +1,0 @@
-#pragma once
-
-/// Writes the usage text, with every command's help, to standard error.
-void usage();
