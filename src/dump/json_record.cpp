@@ -1,7 +1,6 @@
 #include "dump/json_record.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <stdexcept>
 #include <utility>
@@ -20,7 +19,10 @@ constexpr std::string_view KEYS[] = {"otaid", "did", "xcpid", "data", "text"};
 
 /// Nothing unless there are two digits a byte.
 std::optional<std::string> bytes_of_hex(std::string_view digits) {
-    const auto is_digit = [](unsigned char any) { return std::isxdigit(any) != 0; };
+    const auto is_digit = [](char any) {
+        const char lower = static_cast<char>(any | ' ');
+        return (any >= '0' && any <= '9') || (lower >= 'a' && lower <= 'f');
+    };
     const auto value = [](char digit) { return digit <= '9' ? digit - '0' : digit % 16 + 9; };
     if (digits.size() % 2 != 0 || !std::all_of(digits.begin(), digits.end(), is_digit)) {
         return std::nullopt;
@@ -122,7 +124,8 @@ Entry parse_object(std::string_view line) {
         rapidjson::kParseValidateEncodingFlag | rapidjson::kParseNumbersAsStringsFlag;
     rapidjson::MemoryStream stream(line.data(), line.size());
     ObjectHandler handler;
-    const auto result = rapidjson::Reader().Parse<FLAGS>(stream, handler);
+    static thread_local rapidjson::Reader reader;  // which keeps its buffer for the next line
+    const auto result = reader.Parse<FLAGS>(stream, handler);
     if (result.IsError()) {
         // As when jq has spread an object over lines.
         const bool is_cut = result.Offset() >= line.size();

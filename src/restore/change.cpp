@@ -23,15 +23,16 @@ constexpr std::string_view ESCAPED = "\n\r\t\"\\";
 constexpr std::string_view ESCAPES = "nrt\"\\";
 
 bool is_quotable(char character) {
-    return (character >= ' ' && character <= '~') || ESCAPED.find(character) != ESCAPED.npos;
+    return (character >= ' ' && character <= '~') || ESCAPED.find(character) < ESCAPED.size();
 }
 
 std::string quoted(std::string_view text) {
     std::string shown = "\"";
     for (const char character : text) {
         const std::size_t escape = ESCAPED.find(character);
-        if (escape != ESCAPED.npos) shown += '\\';
-        shown += escape != ESCAPED.npos ? ESCAPES[escape] : character;
+        const bool is_escaped = escape < ESCAPED.size();
+        if (is_escaped) shown += '\\';
+        shown += is_escaped ? ESCAPES[escape] : character;
     }
     return shown + '"';
 }
@@ -74,7 +75,8 @@ std::string changed_fields(const Entry& was, const Entry& is) {
     if (was.did() != is.did()) add("DID ", hex(was.did()), hex(is.did()));
     if (was.xcpid() != is.xcpid()) add("XCPID ", hex(was.xcpid()), hex(is.xcpid()));
     if (was.data() != is.data()) {
-        const std::string &old = was.data(), &now = is.data();
+        const std::string& old = was.data();
+        const std::string& now = is.data();
         const auto at = std::mismatch(old.begin(), old.end(), now.begin(), now.end()).first;
         const auto first = static_cast<std::size_t>(at - old.begin());
         add("data ", shown_value(old, first), shown_value(now, first));

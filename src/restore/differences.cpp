@@ -12,26 +12,26 @@ Differences differences(const ParameterMap& unit, ParameterMap file) {
     Differences found;
     ParameterMap& changes = found.changes;
     auto stored = unit.begin();
-    const auto is_left = [&] { return stored != unit.end(); };
-    for (auto& [otaid, wanted] : file) {
-        for (; is_left() && stored->first < otaid; ++stored) {
+    while (!file.empty()) {
+        auto wanted = file.extract(file.begin());
+        for (; stored != unit.end() && stored->first < wanted.key(); ++stored) {
             found.not_in_file.push_back(stored->first);
         }
-        if (!is_left() || stored->first != otaid) {
-            changes.emplace_hint(changes.end(), otaid, std::move(wanted));
+        if (stored == unit.end() || stored->first != wanted.key()) {
+            changes.insert(changes.end(), std::move(wanted));
             continue;
         }
-        const auto changed =
-            protocol::changed_fields(wanted, stored->second, protocol::Missing::zero_or_empty);
+        const auto changed = protocol::changed_fields(wanted.mapped(), stored->second,
+                                                      protocol::Missing::zero_or_empty);
         if (changed.any()) {
             const auto added = changes.insert(changes.end(), *stored);
-            protocol::set_fields(added->second, changed, wanted);
+            protocol::set_fields(added->second, changed, wanted.mapped());
         } else {
             ++found.same;
         }
         ++stored;
     }
-    for (; is_left(); ++stored) found.not_in_file.push_back(stored->first);
+    for (; stored != unit.end(); ++stored) found.not_in_file.push_back(stored->first);
     return found;
 }
 
