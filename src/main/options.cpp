@@ -8,8 +8,6 @@
 #include "commands/registry.h"
 #include "program/build_description.h"
 
-using korvid::PROGRAM_NAME;
-
 std::string opt_loglevel = "WARNING";
 std::string opt_host;
 std::string opt_port;

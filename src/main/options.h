@@ -3,12 +3,8 @@
 #include <string>
 #include <vector>
 
-namespace korvid {
-
 /// The program's name in every text that it writes, however it was invoked.
 inline constexpr char PROGRAM_NAME[] = "korvid";
-
-}  // namespace korvid
 
 /// Values of the command line's options; only read once `parse_opts` has returned.
 extern std::string opt_loglevel;  ///< "WARNING" without -l; not validated
