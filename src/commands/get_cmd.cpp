@@ -2,7 +2,7 @@
 
 #include "commands/commands.h"
 #include "commands/otaid.h"
-#include "commands/print_sysparam.h"
+#include "dump/compose.h"
 #include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 #include "program/sysparams.h"
@@ -13,6 +13,13 @@ namespace {
 
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::var::ISystemParameterClient;
+
+/// Prints the six lines of a parameter stored under `otaid`, in one write and without a flush.
+void print_sysparam(const std::uint32_t& otaid, const ecu::lapi::pb::SystemParameterEntry& entry) {
+    static std::string block;  // which keeps its memory for the next one
+    dump::compose(block, otaid, entry);
+    std::cout << block;
+}
 
 bool print_all(ISystemParameterClient& sysparams) {
     logging::write(logging::INFO, "Read all System Parameters!");

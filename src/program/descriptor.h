@@ -16,12 +16,11 @@ public:
         if (number < 0) throw std::system_error(errno, std::generic_category());
     }
     Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-    ~Descriptor() { reset(); }
+    ~Descriptor() {
+        if (number >= 0) close(number);
+    }
 
     int get() const { return number; }
-    void reset() {
-        if (number >= 0) close(std::exchange(number, -1));
-    }
 
 private:
     int number;
