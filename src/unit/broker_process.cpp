@@ -21,7 +21,6 @@
 #include <cstring>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 
 #include "program/poll_until.h"
 
@@ -66,7 +65,7 @@ Descriptor configuration_file(int port) {
                                 "log_dest stderr\n"
                                 "log_type error\n",
                                 port);
-    if (written < 0) throw std::system_error(errno, std::generic_category(), "mosquitto.conf");
+    if (written < 0) fail(port, std::strerror(errno));
     return file;
 }
 
@@ -109,7 +108,7 @@ pid_t start_broker(int port) {
     const pid_t parent = getpid();
     const pid_t process = fork();
     if (process == 0) become_broker(configuration.get(), parent);
-    if (process < 0) throw std::system_error(errno, std::generic_category(), "mosquitto");
+    if (process < 0) fail(port, std::strerror(errno));
     return process;
 }
 

@@ -11,11 +11,11 @@
 #include "lapi_mqtt/service_client.h"
 #include "program/input.h"
 #include "program/startup.h"
+#include "program/sysparams.h"
 #include "program/termination.h"
 #include "unit/broker_process.h"
 #include "unit/options.h"
 #include "unit/parameter_service.h"
-#include "unit/require_alone.h"
 #include "unit/sec_store_service.h"
 #include "unit/store/store.h"
 
@@ -25,6 +25,7 @@ namespace {
 namespace logging = ecu::lapi::logging;
 using ecu::lapi::config::Configuration;
 using ecu::lapi::var::ParameterMap;
+using lapi_mqtt::TransportError;
 
 /// Service managers allow more before they kill a process.
 constexpr std::chrono::seconds LEAVE_TIMEOUT{10};
@@ -40,6 +41,39 @@ std::unique_ptr<Configuration> configure(const Options& options) {
     own["port"] = Configuration()["port"];
     program::apply(options.common, own);
     return configuration;
+}
+
+/// Asks whether another unit serves on the broker: clients would get an answer now from the one and
+/// now from the other. Throws when there is one, or no connection; where that cannot be found out,
+/// a WARNING says why.
+void require_alone(const Configuration& configuration) {
+    using Kind = TransportError::Kind;
+    // A client of its own, without a last will: it would say that the other unit is gone.
+    auto own = std::make_unique<Configuration>(configuration);
+    const auto client = program::create_transport(own);
+    client->connect();
+    client->start();
+    bool is_served = true;
+    try {
+        program::create_sysparams(client)->get_parameter(0, 0);
+    } catch (const TransportError& error) {
+        if (error.kind() == Kind::not_connected) throw;
+        is_served = error.kind() == Kind::refused;
+        if (error.kind() == Kind::outcome_unknown) {
+            logging::write(logging::WARNING,
+                           "Somebody listens for requests, but does not answer: ", error.what());
+        } else if (error.kind() == Kind::failed) {
+            logging::write(logging::WARNING,
+                           "Cannot ask whether another unit serves: ", error.what(),
+                           ". Without the right to publish there, a second unit goes unnoticed and "
+                           "both answer clients");
+        }
+    }
+    client->disconnect();
+    client->stop();
+    if (!is_served) return;
+    throw std::runtime_error("another unit already serves parameters on the broker at " +
+                             lapi_mqtt::broker_name(configuration));
 }
 
 /// Puts the parameters of the file into the store and reports on standard error what that changed.
