@@ -47,12 +47,12 @@ TEST_F(ParameterClient, TakesNoReplyThatIsNotWholeForOne) {
         "",                         // nothing
         HI,                         // cut before the count
         HI + "10 02",               // a record is missing
-        HI + HI + "10 02",          // a record twice
+        HI + HI + "10 01",          // a record twice
         "0a 0c 08 a0 02 10 ff 01",  // cut inside a record
         "0a ff ff ff ff 0f 08",     // a length beyond the end
         "0a 02 22 05 10 01",        // a length beyond its record
         "10 00 00",                 // a field number of 0
-        "0a 02 10 ff 10 01",        // a record without an OTAID
+        "0a 02 10 0f 10 01",        // a record without an OTAID
     };
     const auto get = [this] { client.get_parameter(288, 0); };
     for (const auto& each : malformed) {
