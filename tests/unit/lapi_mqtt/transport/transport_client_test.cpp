@@ -55,8 +55,12 @@ struct Transport : testing::Test {
         client->connect();
         client->start();
     }
+    /// Answers requests with themselves.
     void serve(std::function<void()> action = [] {}) {
-        client->serve("s", [action](const Message&) { return action(), text("!"); });
+        client->serve("s", [action](const Message& request) {
+            action();
+            return Message(request.payload);
+        });
     }
     /// What was sent from the n-th packet on.
     Packets sent_from(std::size_t n) {
@@ -178,7 +182,7 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     broker.send("system/vard/unit", "online", {}, true);
     broker.send("system/vard/unit", "offline", {}, true);
     EXPECT_TRUE(broker.await(6));
-    broker.send("s", "?", asked("clients/7/reply"), true);
+    broker.send("s", "retained", asked("clients/7/reply"), true);
     broker.send("s", "?", asked("elsewhere"));
     broker.send("s", "runs", asked("clients/7/reply"));
     broker.send("s", "comes while it leaves", asked("clients/7/reply"));
@@ -194,7 +198,7 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
                 ElementsAre("subscribe s q1", "subscribe s q1", "subscribe system/vard/unit q1",
                             "publish system/vard/unit online retained q1",
                             "publish system/vard/unit online retained q1",
-                            "publish clients/7/reply ! q1", "disconnect"));
+                            "publish clients/7/reply runs q1", "disconnect"));
 }
 
 TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
@@ -207,8 +211,8 @@ TEST_F(Transport, ServesClientsInTurnAndWaitsForItsRepliesBeforeItDisconnects) {
     std::this_thread::sleep_for(milliseconds(100));
     all_sent.set_value();
     EXPECT_TRUE(broker.await(6));
-    EXPECT_THAT(broker.sent(), Contains("publish clients/7/reply ! q1"));
-    EXPECT_EQ(broker.sent().back(), "publish clients/6/reply ! q1");
+    EXPECT_THAT(broker.sent(), Contains("publish clients/7/reply ? q1"));
+    EXPECT_EQ(broker.sent().back(), "publish clients/6/reply ? q1");
     auto leaving = std::async(std::launch::async, [this] { client->disconnect(); });
     EXPECT_EQ(leaving.wait_for(milliseconds(100)), std::future_status::timeout);
     for (const int packet : {3, 4, 5, 6}) broker.acknowledge(packet);
