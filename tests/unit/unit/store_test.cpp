@@ -42,16 +42,18 @@ TEST_F(UnitStore, IsNewOrWholeAfterFirstStartsThatCameAtOnceAndWereKilled) {
     }
 }
 
+std::string removed_at_commit;
+
 TEST_F(UnitStore, AcknowledgesNothingThatWentIntoAFileDeletedDuringTheCommit) {
     const auto add_hook = [](sqlite3* database, char**, const sqlite3_api_routines*) {
-        sqlite3_commit_hook(
-            database, [](void*) { return fs::remove(PATH) ? 0 : 1; }, nullptr);
+        const auto remove_file = [](void*) { return fs::remove(removed_at_commit), 0; };
+        sqlite3_commit_hook(database, remove_file, nullptr);
         return SQLITE_OK;
     };
-    { Store store(PATH); }
     sqlite3_auto_extension(reinterpret_cast<void (*)()>(+add_hook));
     Store store(PATH);
     sqlite3_reset_auto_extension();
+    removed_at_commit = PATH;
     EXPECT_THROW(store.replace_blob({1}), std::runtime_error);
 }
 
