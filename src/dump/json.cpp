@@ -29,6 +29,7 @@ void append_string(std::string& json, std::string_view text) {
 }
 
 void append_value(std::string& json, std::string_view bytes) {
+    json.reserve(json.size() + 4 * bytes.size());  // or a large value would be copied as it grows
     json += R"("data":")";
     for (const char byte : bytes) json += shown_byte(byte).substr(2, 2);  // behind "0x"
     json += '"';

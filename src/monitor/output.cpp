@@ -24,7 +24,8 @@ std::string json_line(const std::string& topic, const Message& msg) {
             std::to_string(msg.get_qos()) + R"(,"retain":)" + (msg.retain != 0 ? "true" : "false") +
             R"(,"size":)" + std::to_string(payload.size()) + ',';
     dump::append_value(json, payload);
-    return json + "}\n";
+    json += "}\n";
+    return json;
 }
 
 }  // namespace

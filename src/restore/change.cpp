@@ -110,7 +110,9 @@ std::string change_json(const Change& change) {
     std::string json = R"({"otaid":)" + std::to_string(change.otaid);
     append_side(json, R"(,"was":)", change.was);
     append_side(json, R"(,"is":)", change.is);
-    return json + (change.refused ? R"(,"refused":true)" : "") + "}\n";
+    json += change.refused ? R"(,"refused":true})" : "}";
+    json += '\n';
+    return json;
 }
 
 }  // namespace restore
