@@ -76,6 +76,6 @@ def certificates(tmp_path_factory):
         openssl("req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-days", "9999",
                 "-subj", f"/CN={name}", "-addext", f"subjectAltName={names}", *options,
                 "-keyout", f"{name}.key", "-out", f"{name}.pem")
-    openssl("x509", "-req", "-in", "expired.pem", "-out", "expired.pem", "-days", "-1",
+    openssl("x509", "-req", "-in", "expired.pem", "-out", "expired.pem", "-days", "0",
             "-copy_extensions", "copy", *BY_CA)
     return place
