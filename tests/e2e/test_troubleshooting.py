@@ -1,7 +1,6 @@
 """docs/troubleshooting.md quotes what the programs print, and what it advises works."""
 
 import functools
-import os
 import pathlib
 import re
 import signal
@@ -11,7 +10,7 @@ import subprocess
 import pytest
 
 from harness import HI
-from processes import BIN, DEMO_UNIT, Running, await_that, environment, free_port, scaled
+from processes import DEMO_UNIT, Running, await_that, environment, free_port, scaled
 from protocol import READ_TOPIC, WRITE_TOPIC, read_reply
 
 DOCUMENT = (pathlib.Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text()
@@ -116,8 +115,7 @@ def test_a_blob_that_the_broker_drops_is_found_by_reading_it_back(new_broker, ne
         (tmp_path / "secfile").write_text(f"\0\n{rights}\n")
         port = new_broker(f"acl_file {tmp_path / 'acl'}").port
         unit = new_unit(port)
-        env = {**environment(port=port), "PATH": f"{BIN}:{os.environ['PATH']}"}
-        got = subprocess.run(advice, shell=True, cwd=tmp_path, env=env, capture_output=True,
-                             check=False)
+        got = subprocess.run(advice, shell=True, cwd=tmp_path, env=environment(port=port),
+                             capture_output=True, check=False)
         unit.stop()
         assert (got.stdout == b"the unit has it\n") == (rights == "") and got.stderr == b"", got
