@@ -22,9 +22,8 @@ TEST(Deadline, IsMovedByItsOwnTrafficAlone) {
         int end;
     };
     const std::tuple<const char*, std::uint64_t, std::vector<Update>> table[] = {
-        {"its own request goes out",
-         90'000,
-         {{0, 500, 700, 0, 1000}, {400, 50'000, 700, 0, 1400}, {900, 90'000, 700, 0, 1900}}},
+        {"nothing has moved", 600, {{0, 500, 700, 0, 1000}}},
+        {"its own goes out", 90'000, {{400, 50'000, 700, 0, 1400}, {900, 90'000, 700, 0, 1900}}},
         {"what others send goes out", 600, {{400, 50'000, 700, 0, 1000}}},
         {"a large packet comes in", 0, {{500, 500, 9'000, 0, 1500}, {1400, 500, 20'000, 0, 2400}}},
         {"it was unrelated", 0, {{500, 500, 9'000, 0, 1500}, {900, 500, 20'000, 20'000, 1000}}},

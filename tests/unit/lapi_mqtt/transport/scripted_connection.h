@@ -44,15 +44,11 @@ public:
     /// Ends the connection.
     void cut() { tell(nullptr); }
 
-    std::vector<Packet> sent() {
-        const std::lock_guard<std::mutex> lock(mutex);
-        return packets;
-    }
-    /// Whether so many packets come in time.
-    bool await(std::size_t count) {
+    /// What was sent, once so many packets have come, or after 5 seconds.
+    std::vector<Packet> sent(std::size_t count = 0) {
         std::unique_lock<std::mutex> lock(mutex);
-        return changed.wait_for(lock, std::chrono::seconds(5),
-                                [&] { return packets.size() >= count; });
+        changed.wait_for(lock, std::chrono::seconds(5), [&] { return packets.size() >= count; });
+        return packets;
     }
 
     /// Takes a packet and returns its number.
