@@ -74,11 +74,13 @@ public:
     void subscribe(const std::string& topic, int qos, Observer observer) override {
         subscribed.emplace_back(topic, observer);
         tell("subscribe " + topic + " " + std::to_string(qos));
-        for (const auto* other : {"system/vard/secstore", "system/vard/secstore/set"}) {
-            deliver(observer, other, "another's");
-        }
-        deliver(observer, topic + "/below", "below");
-        for (const auto* text : {"one\n", "two"}) deliver(observer, topic, text);
+        const std::pair<std::string, const char*> messages[] = {
+            {"system/vard/secstore", "above"},
+            {"system/vard/secstore/set", "other"},
+            {topic + "/more", "below"},
+            {topic, "one\n"},
+            {topic, "two"}};
+        for (const auto& [name, text] : messages) deliver(observer, name, text);
     }
     void unsubscribe(const std::string& topic, Observer observer) override {
         const bool is_known =
@@ -102,8 +104,8 @@ public:
     std::pair<bool, SystemParameterEntry> get_parameter(std::uint32_t otaid, int flags) override {
         tell("get_parameter " + std::to_string(otaid) + " " + std::to_string(flags));
         const auto found = PARAMETERS.find(otaid);
-        return found == PARAMETERS.end() ? std::pair(false, SystemParameterEntry())
-                                         : std::pair(true, found->second);
+        if (found == PARAMETERS.end()) return {false, {}};
+        return {true, found->second};
     }
     ParameterMap get_parameters(int flags) override {
         return tell("get_parameters " + std::to_string(flags)) ? PARAMETERS : ParameterMap();
