@@ -1,20 +1,22 @@
 #pragma once
 
 #include <optional>
-#include <string>
+#include <string_view>
+#include <vector>
 
-#include "dump/scanner.h"
+#include "dump/json.h"
 #include "system_parameter_entry.pb.h"
 
 /// Records as JSON. Apart from the JSON itself, which a program without records uses, too.
 namespace dump {
 
-/// Appends all fields of a record but its OTAID, as the members of an object.
-void append_fields(std::string& json, const ecu::lapi::pb::SystemParameterEntry& entry);
+/// The next object as a record with the fields that it names.
+std::optional<ecu::lapi::pb::SystemParameterEntry> next_json_record(Scanner& scanner);
 
-/// The record in the next line that is not blank, with the fields that the line's object names;
-/// nothing at the end. Throws std::runtime_error "NAME:LINE: cause" for a line that is no such
-/// object.
-std::optional<ecu::lapi::pb::SystemParameterEntry> next_object(Scanner& scanner);
+/// A record as a line, with its end. Valid until the next line is composed.
+std::string_view json_line(const ecu::lapi::pb::SystemParameterEntry& entry);
+
+/// All fields of a record but its OTAID. Refers to the record.
+std::vector<Member> members_of(const ecu::lapi::pb::SystemParameterEntry& entry);
 
 }  // namespace dump

@@ -16,7 +16,7 @@ ParameterMap read_parameters(Source source, const std::string& name) {
     ParameterMap parameters;
     for (;;) {
         const std::size_t line = scanner.line();
-        auto entry = is_json ? next_object(scanner) : next_block(scanner);
+        auto entry = is_json ? next_json_record(scanner) : next_block(scanner);
         if (!entry) return parameters;
         // Mostly in ascending order.
         auto& known = parameters.try_emplace(parameters.end(), entry->otaid())->second;

@@ -37,12 +37,7 @@ int convert(const std::string& file) {
         // What a `korvid get` that failed leaves behind.
         throw std::runtime_error(program::input_name(file) + " holds no parameter");
     }
-    std::string line;
-    while (const auto entry = dump::next_block(scanner)) {
-        line = R"({"otaid":)" + std::to_string(entry->otaid()) + ',';
-        dump::append_fields(line, *entry);
-        std::cout << line << "}\n";
-    }
+    while (const auto entry = dump::next_block(scanner)) std::cout << dump::json_line(*entry);
     program::flush_standard_output();
     return EXIT_SUCCESS;
 }

@@ -15,17 +15,15 @@ using ecu::lapi::com::Message;
 
 namespace {
 
-std::string json_line(const std::string& topic, const Message& msg) {
+std::string_view json_line(const std::string& topic, const Message& msg) {
     const std::string_view payload(reinterpret_cast<const char*>(msg.payload.data()),
                                    msg.payload.size());
-    std::string json = R"({"topic":)";
-    dump::append_string(json, topic);
-    json += R"(,"timestamp":)" + std::to_string(msg.get_timestamp()) + R"(,"qos":)" +
-            std::to_string(msg.get_qos()) + R"(,"retain":)" + (msg.retain != 0 ? "true" : "false") +
-            R"(,"size":)" + std::to_string(payload.size()) + ',';
-    dump::append_value(json, payload);
-    json += "}\n";
-    return json;
+    return dump::json_line({{"topic", std::string_view(topic)},
+                            {"timestamp", msg.get_timestamp()},
+                            {"qos", static_cast<std::uint64_t>(msg.get_qos())},
+                            {"retain", msg.retain != 0},
+                            {"size", std::uint64_t{payload.size()}},
+                            {nullptr, dump::Bytes{payload}}});
 }
 
 }  // namespace

@@ -84,15 +84,9 @@ std::string changed_fields(const Entry& was, const Entry& is) {
     return shown;
 }
 
-void append_side(std::string& json, const char* key, const Entry* entry) {
-    json += key;
-    if (entry == nullptr) {
-        json += "null";
-        return;
-    }
-    json += '{';
-    dump::append_fields(json, *entry);
-    json += '}';
+dump::Member side(const char* key, const Entry* entry) {
+    if (entry == nullptr) return {key, nullptr};
+    return {key, dump::members_of(*entry)};
 }
 
 }  // namespace
@@ -106,13 +100,11 @@ std::string change_line(const Change& change) {
            '\n';
 }
 
-std::string change_json(const Change& change) {
-    std::string json = R"({"otaid":)" + std::to_string(change.otaid);
-    append_side(json, R"(,"was":)", change.was);
-    append_side(json, R"(,"is":)", change.is);
-    json += change.refused ? R"(,"refused":true})" : "}";
-    json += '\n';
-    return json;
+std::string_view change_json(const Change& change) {
+    std::vector<dump::Member> members{
+        {"otaid", std::uint64_t{change.otaid}}, side("was", change.was), side("is", change.is)};
+    if (change.refused) members.push_back({"refused", true});
+    return dump::json_line(members);
 }
 
 }  // namespace restore

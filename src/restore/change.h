@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "system_parameter_entry.pb.h"
 
@@ -22,7 +23,7 @@ struct Change {
 /// to differ.
 std::string change_line(const Change& change);
 
-/// The same as a line of JSON, with all fields of both sides.
-std::string change_json(const Change& change);
+/// The same as a line of JSON, with all fields of both sides. Valid until the next one.
+std::string_view change_json(const Change& change);
 
 }  // namespace restore

@@ -45,9 +45,7 @@ void check(ParameterMap parameters) {
         entry.set_data(entry.data());
         dump::compose(block, otaid, entry);
         blocks += block;
-        lines += "{\"otaid\":" + std::to_string(otaid) + ',';
-        dump::append_fields(lines, entry);
-        lines += "}\n";
+        lines += dump::json_line(entry);
     }
     require_each_once(parameters, blocks);
     require_each_once(parameters, lines);

@@ -49,13 +49,14 @@ void Configuration::load_file(const std::string& path, bool must_exist) {
         load_errors.push_back(path + ": cannot read the configuration: " + std::strerror(errno));
         return;
     }
+    const auto place = [&path](const auto& line) {
+        return path + ":" + std::to_string(line.number);
+    };
     for (const auto& line : lines) {
-        const std::string place = path + ":" + std::to_string(line.number);
-        if (line.error.empty()) {
-            take(line.key, line.value, place);
-        } else {
-            load_errors.push_back(place + ": " + line.error);
-        }
+        if (!line.error.empty()) load_errors.push_back(place(line) + ": " + line.error);
+    }
+    for (const auto& line : lines) {
+        if (line.error.empty()) take(line.key, line.value, place(line));
     }
 }
 

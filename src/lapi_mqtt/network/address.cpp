@@ -27,18 +27,21 @@ std::string literal_of(const addrinfo& entry) {
     return failure == 0 ? text.data() : "";
 }
 
-/// Empty when `flags` ask for a literal and the host is none. Throws std::runtime_error.
-Addresses look_up(const std::string& host, int flags) {
+/// What a look-up found, or why it found nothing.
+struct Found {
+    Addresses addresses;
+    std::string cause;
+};
+
+Found look_up(const std::string& host, int flags) {
     addrinfo hints{};
     hints.ai_family = AF_UNSPEC;
     hints.ai_socktype = SOCK_STREAM;
     hints.ai_flags = flags;
     addrinfo* list = nullptr;
     const int failure = getaddrinfo(host.c_str(), nullptr, &hints, &list);
-    if (failure != 0 && flags == AI_NUMERICHOST) return {};
     if (failure != 0) {
-        throw std::runtime_error(failure == EAI_SYSTEM ? std::strerror(errno)
-                                                       : gai_strerror(failure));
+        return {{}, failure == EAI_SYSTEM ? std::strerror(errno) : gai_strerror(failure)};
     }
     const std::unique_ptr<addrinfo, void (*)(addrinfo*)> owned(list, freeaddrinfo);
     Addresses found;
@@ -46,22 +49,24 @@ Addresses look_up(const std::string& host, int flags) {
         const std::string literal = literal_of(*entry);
         if (std::find(found.begin(), found.end(), literal) == found.end()) found.push_back(literal);
     }
-    return found;
+    return {found, {}};
 }
 
 }  // namespace
 
 Addresses resolve(const std::string& host, const ConnectLimit& limit) {
-    auto literal = look_up(host, AI_NUMERICHOST);
-    if (!literal.empty()) return literal;
+    Found found = look_up(host, AI_NUMERICHOST);
+    if (!found.addresses.empty()) return found.addresses;
     // The system's look-up has no timeout, so it gets a thread that may be left behind.
-    std::packaged_task<Addresses()> task([host] { return look_up(host, 0); });
-    auto found = task.get_future();
+    std::packaged_task<Found()> task([host] { return look_up(host, 0); });
+    auto result = task.get_future();
     std::thread(std::move(task)).detach();
-    while (found.wait_for(POLL_INTERVAL) != std::future_status::ready) {
+    while (result.wait_for(POLL_INTERVAL) != std::future_status::ready) {
         if (limit.has_passed()) throw std::runtime_error("the look-up of the name takes too long");
     }
-    return found.get();
+    found = result.get();
+    if (found.addresses.empty()) throw std::runtime_error(found.cause);
+    return found.addresses;
 }
 
 }  // namespace lapi_mqtt
