@@ -19,27 +19,22 @@ Deadline::Deadline(Timeouts wait_timeouts, Clock::time_point begin_time, const M
       unrelated_end(start.unrelated_end) {}
 
 void Deadline::update(Clock::time_point now, const Movement& movement) {
-    update_sending(now, std::min(movement.traffic.bytes_acked, send_end));
-    update_receiving(now, movement);
-}
-
-void Deadline::update_sending(Clock::time_point now, std::uint64_t acked_now) {
-    if (acked_now <= bytes_acked + MIN_PROGRESS_BYTES) return;
-    bytes_acked = acked_now;
-    sent_at = now;
-}
-
-/// Until a packet is whole it may be the one that is waited for. Once it turns out to be unrelated,
-/// it has not reset anything.
-void Deadline::update_receiving(Clock::time_point now, const Movement& movement) {
+    const std::uint64_t acked_now = std::min(movement.traffic.bytes_acked, send_end);
+    if (acked_now > bytes_acked + MIN_PROGRESS_BYTES) {
+        bytes_acked = acked_now;
+        sent_at = now;
+    }
+    // Until a packet is whole it may be the one that is waited for. Once it turns out to be
+    // unrelated, it has not reset anything.
     if (movement.unrelated_end > unrelated_end) {
         unrelated_end = movement.unrelated_end;
         bytes_received = std::max(bytes_received, unrelated_end);
         received_at = begin;
     }
-    if (movement.traffic.bytes_received <= bytes_received + MIN_PROGRESS_BYTES) return;
-    bytes_received = movement.traffic.bytes_received;
-    received_at = now;
+    if (movement.traffic.bytes_received > bytes_received + MIN_PROGRESS_BYTES) {
+        bytes_received = movement.traffic.bytes_received;
+        received_at = now;
+    }
 }
 
 Deadline::Clock::time_point Deadline::time() const {

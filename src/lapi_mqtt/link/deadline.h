@@ -37,9 +37,6 @@ public:
     bool is_total() const { return time() == begin + timeouts.total; }
 
 private:
-    void update_sending(Clock::time_point now, std::uint64_t bytes_acked);
-    void update_receiving(Clock::time_point now, const Movement& movement);
-
     const Timeouts timeouts;
     const Clock::time_point begin;
     const std::uint64_t send_end;

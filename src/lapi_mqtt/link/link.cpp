@@ -234,9 +234,9 @@ void Link::require_connection(const Step& step) const {
     if (!connection) fail(Kind::not_connected, step, why_down);
 }
 
-void Link::fail(Kind kind, const Step& step, const std::string& cause) const {
-    throw TransportError(kind, printable(std::string("Cannot ") + step.verb + " " + step.topic +
-                                         " on the broker at " + broker_place + ": " + cause));
+TransportError Link::error(Kind kind, const Step& step, const std::string& cause) const {
+    return {kind, printable(std::string("Cannot ") + step.verb + " " + step.topic +
+                            " on the broker at " + broker_place + ": " + cause)};
 }
 
 void Link::on_acknowledged(int id, const Reason& reason) {

@@ -109,7 +109,10 @@ public:
     /// Which connection it is, counted.
     unsigned generation() const { return losses; }
 
-    [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const;
+    TransportError error(Kind kind, const Step& step, const std::string& cause) const;
+    [[noreturn]] void fail(Kind kind, const Step& step, const std::string& cause) const {
+        throw error(kind, step, cause);
+    }
 
 private:
     template <typename Action>

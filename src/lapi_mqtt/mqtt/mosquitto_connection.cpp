@@ -7,7 +7,6 @@
 #include <exception>
 
 #include "ecu/lapi/logging.h"
-#include "lapi_mqtt/mqtt/broker_limits.h"
 #include "lapi_mqtt/mqtt/libmosquitto.h"
 #include "lapi_mqtt/network/address.h"
 

@@ -31,4 +31,7 @@ PublishProperties from_list(const mqtt5__property* list);
 /// A property that is text; empty when the list has none.
 std::string read_text(const mqtt5__property* list, int identifier);
 
+/// What the broker's CONNACK says that it accepts, as a text.
+std::string broker_limits(const mqtt5__property* connack);
+
 }  // namespace lapi_mqtt

@@ -22,42 +22,6 @@ std::string subject_of(X509* certificate) {
     return text.data();
 }
 
-TlsContext& context_of(const SSL* connection) {
-    return *static_cast<TlsContext*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)));
-}
-
-int note_verification(int accepted, X509_STORE_CTX* store) {
-    if (accepted == 0) {
-        const auto* connection = static_cast<const SSL*>(
-            X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
-        const int error = X509_STORE_CTX_get_error(store);
-        context_of(connection)
-            .note_refusal("(" + subject_of(X509_STORE_CTX_get_current_cert(store)) +
-                          ") is refused: " + X509_verify_cert_error_string(error));
-    }
-    return accepted;
-}
-
-/// libmosquitto is given an address, so the name that the broker is to show is set here.
-void follow_handshake(const SSL* connection, int where, int result) {
-    TlsContext& context = context_of(connection);
-    // OpenSSL hands out its own object as a constant.
-    auto* own = const_cast<SSL*>(connection);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
-    context.hold(own);
-    if ((where & SSL_CB_HANDSHAKE_START) != 0 && !context.server_name().empty()) {
-        static_cast<void>(SSL_set_tlsext_host_name(own, context.server_name().c_str()));
-    }
-    const bool is_fatal = (result >> 8) == SSL3_AL_FATAL;
-    if ((where & SSL_CB_READ_ALERT) == SSL_CB_READ_ALERT && is_fatal) {
-        context.note_alert(result & 0xff);
-    }
-    if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
-        X509* const peer = SSL_get0_peer_certificate(connection);
-        logging::write(logging::DEBUG, "TLS: ", SSL_get_version(connection), ", ",
-                       SSL_get_cipher_name(connection), ", broker ", subject_of(peer));
-    }
-}
-
 /// A pass phrase is never asked for: nobody may be there to answer.
 int refuse_pass_phrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* asked) {
     *static_cast<bool*>(asked) = true;
@@ -113,10 +77,41 @@ void TlsContext::hold(ssl_st* connection) {
     last_connection.reset(connection);
 }
 
-void TlsContext::note_alert(int alert) {
-    // OpenSSL has no text for this one.
-    const bool is_required = alert == SSL_AD_CERTIFICATE_REQUIRED;
-    found.alert = is_required ? "certificate required" : SSL_alert_desc_string_long(alert);
+TlsContext& TlsContext::of(const SSL* connection) {
+    return *static_cast<TlsContext*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)));
+}
+
+int TlsContext::on_verified(int accepted, X509_STORE_CTX* store) {
+    if (accepted != 0) return accepted;
+    const auto* connection = static_cast<const SSL*>(
+        X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    of(connection).found.refusal =
+        "(" + subject_of(X509_STORE_CTX_get_current_cert(store)) +
+        ") is refused: " + X509_verify_cert_error_string(X509_STORE_CTX_get_error(store));
+    return accepted;
+}
+
+/// libmosquitto is given an address, so the name that the broker is to show is set here.
+void TlsContext::on_handshake(const SSL* connection, int where, int result) {
+    TlsContext& context = of(connection);
+    // OpenSSL hands out its own object as a constant.
+    auto* own = const_cast<SSL*>(connection);  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+    context.hold(own);
+    if ((where & SSL_CB_HANDSHAKE_START) != 0 && !context.server_name.empty()) {
+        static_cast<void>(SSL_set_tlsext_host_name(own, context.server_name.c_str()));
+    }
+    const bool is_fatal = (result >> 8) == SSL3_AL_FATAL;
+    if ((where & SSL_CB_READ_ALERT) == SSL_CB_READ_ALERT && is_fatal) {
+        // OpenSSL has no text for this one.
+        const bool is_required = (result & 0xff) == SSL_AD_CERTIFICATE_REQUIRED;
+        context.found.alert =
+            is_required ? "certificate required" : SSL_alert_desc_string_long(result);
+    }
+    if ((where & SSL_CB_HANDSHAKE_DONE) != 0) {
+        X509* const peer = SSL_get0_peer_certificate(connection);
+        logging::write(logging::DEBUG, "TLS: ", SSL_get_version(connection), ", ",
+                       SSL_get_cipher_name(connection), ", broker ", subject_of(peer));
+    }
 }
 
 void TlsContext::read_alert(int socket) {
@@ -146,10 +141,10 @@ TlsContext::TlsContext(const Settings& settings) : context(SSL_CTX_new(TLS_clien
         if (X509_VERIFY_PARAM_set1_host(checks, host.data(), host.size()) != 1) {
             throw std::runtime_error("TLS: '" + host + "' cannot be looked for in a certificate");
         }
-        name = host;
+        server_name = host;
     }
-    SSL_CTX_set_verify(own, SSL_VERIFY_PEER, note_verification);
-    SSL_CTX_set_info_callback(own, follow_handshake);
+    SSL_CTX_set_verify(own, SSL_VERIFY_PEER, on_verified);
+    SSL_CTX_set_info_callback(own, on_handshake);
 }
 
 }  // namespace lapi_mqtt

@@ -7,6 +7,7 @@
 
 struct ssl_ctx_st;
 struct ssl_st;
+struct x509_store_ctx_st;
 
 namespace lapi_mqtt {
 
@@ -35,21 +36,20 @@ public:
     /// does not read on when it cannot write any more. Call it when libmosquitto's handle is gone.
     void read_alert(int socket);
 
-    /// The host's name for the handshake (SNI); empty when the host is an address.
-    const std::string& server_name() const { return name; }
-
+private:
     // Called by OpenSSL.
-    void note_refusal(const std::string& cause) { found.refusal = cause; }
-    void note_alert(int alert);
+    static int on_verified(int accepted, x509_store_ctx_st* store);
+    static void on_handshake(const ssl_st* connection, int where, int result);
+
+    static TlsContext& of(const ssl_st* connection);
     void hold(ssl_st* connection);
 
-private:
     struct Free {
         void operator()(ssl_ctx_st* context) const;
         void operator()(ssl_st* connection) const;
     };
 
-    std::string name;
+    std::string server_name;  ///< for the handshake (SNI); empty when the host is an address
     std::unique_ptr<ssl_ctx_st, Free> context;
     std::unique_ptr<ssl_st, Free> last_connection;
     Findings found;

@@ -39,31 +39,27 @@ void Publications::publish(const Step& step, const std::string& topic,
 /// `is_own`: the acknowledgement is that of the message itself, so that its refusal is, too.
 void Publications::settle(const std::string& topic, const Outcome& outcome, bool is_own) {
     --unacknowledged;
-    std::optional<Failure> failure;
+    const Step step{"publish on", topic};
+    std::optional<TransportError> failure;
     if (!outcome) {
-        failure = {Kind::outcome_unknown, topic, {}};
+        failure = link.error(Kind::outcome_unknown, step, link.down_cause() + OUTCOME_UNKNOWN);
     } else if (outcome->no_matching_subscribers()) {
         logging::write(logging::WARNING, "No unit listens on the broker at ", link.place(),
                        ": the message on ", topic, " has reached nobody");
     } else if (outcome->is_refusal() && is_own) {
-        failure = {Kind::failed, topic, outcome->text};
+        failure = link.error(Kind::failed, step, outcome->text);
     } else if (outcome->is_refusal()) {
         announcements.report_refusal(*outcome);
     } else {
         logging::write(logging::DEBUG, "The broker has acknowledged the message on ", topic);
     }
-    if (!first_failure) first_failure = failure;
+    if (failure && !first_failure) first_failure = failure;
 }
 
 void Publications::wait_for_acks(Link::Lock& lock) {
     const auto end =
         link.wait(lock, PUBLISH_TIMEOUTS, send_end, [this] { return unacknowledged == 0; });
-    if (first_failure) {
-        const Failure failure = *first_failure;
-        const bool is_lost = failure.kind == Kind::outcome_unknown;
-        link.fail(failure.kind, {"publish on", failure.topic},
-                  is_lost ? link.down_cause() + OUTCOME_UNKNOWN : failure.cause);
-    }
+    if (first_failure) throw TransportError(*first_failure);
     if (end != Link::WaitEnd::done) {
         link.abort();  // else the rest of the message would hold up the DISCONNECT
         link.fail(Kind::outcome_unknown, {"publish on", last_topic},

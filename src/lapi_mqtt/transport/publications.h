@@ -25,12 +25,6 @@ public:
     void wait_for_acks(Link::Lock& lock);
 
 private:
-    struct Failure {
-        Link::Kind kind;
-        std::string topic;
-        std::string cause;
-    };
-
     void settle(const std::string& topic, const Outcome& outcome, bool is_own);
 
     Link& link;
@@ -40,7 +34,7 @@ private:
     int unacknowledged = 0;
     std::string last_topic;
     std::uint64_t send_end = 0;  ///< of the last one
-    std::optional<Failure> first_failure;
+    std::optional<TransportError> first_failure;
 };
 
 }  // namespace lapi_mqtt

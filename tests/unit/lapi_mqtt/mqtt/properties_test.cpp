@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "lapi_mqtt/mqtt/broker_limits.h"
 #include "lapi_mqtt/mqtt/libmosquitto.h"
 
 namespace {
