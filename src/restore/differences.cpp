@@ -10,28 +10,25 @@ using ecu::lapi::var::ParameterMap;
 
 Differences differences(const ParameterMap& unit, ParameterMap file) {
     Differences found;
-    ParameterMap& changes = found.changes;
-    auto stored = unit.begin();
-    while (!file.empty()) {
-        auto wanted = file.extract(file.begin());
-        for (; stored != unit.end() && stored->first < wanted.key(); ++stored) {
-            found.not_in_file.push_back(stored->first);
-        }
-        if (stored == unit.end() || stored->first != wanted.key()) {
-            changes.insert(changes.end(), std::move(wanted));
+    auto wanted = file.begin();
+    for (const auto& [otaid, stored] : unit) {
+        while (wanted != file.end() && wanted->first < otaid) ++wanted;
+        if (wanted == file.end() || wanted->first != otaid) {
+            found.not_in_file.push_back(otaid);
             continue;
         }
-        const auto changed = protocol::changed_fields(wanted.mapped(), stored->second,
-                                                      protocol::Missing::zero_or_empty);
-        if (changed.any()) {
-            const auto added = changes.insert(changes.end(), *stored);
-            protocol::set_fields(added->second, changed, wanted.mapped());
-        } else {
+        const auto changed =
+            protocol::changed_fields(wanted->second, stored, protocol::Missing::zero_or_empty);
+        if (!changed.any()) {
+            wanted = file.erase(wanted);
             ++found.same;
+            continue;
         }
-        ++stored;
+        auto entry = stored;
+        protocol::set_fields(entry, changed, wanted->second);
+        wanted->second = std::move(entry);
     }
-    for (; stored != unit.end(); ++stored) found.not_in_file.push_back(stored->first);
+    found.changes = std::move(file);
     return found;
 }
 
