@@ -11,7 +11,6 @@
 #include "commands/commands.h"
 #include "commands/registry.h"
 #include "ecu/lapi/com.h"
-#include "ecu/lapi/logging.h"
 #include "ecu/lapi/var.h"
 #include "main/options.h"
 #include "program/progress_line.h"
@@ -70,14 +69,12 @@ int run_over_connection(Arguments& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    program::secure_standard_streams();
     widen_standard_output();
     program::grow_heap_in_large_steps();
-    ecu::lapi::logging::set_log_mode(ecu::lapi::logging::LogMode::console);
-    Arguments args;
-    if (!parse_opts(argc, argv, args)) {
+    return program::run_program(PROGRAM_NAME, [&] {
+        Arguments args;
+        if (parse_opts(argc, argv, args)) return run_over_connection(args);
         usage();
-        std::exit(1);
-    }
-    return program::attempt(PROGRAM_NAME, [&args] { return run_over_connection(args); });
+        return EXIT_FAILURE;
+    });
 }

@@ -8,14 +8,6 @@
 #include "commands/registry.h"
 #include "program/build_description.h"
 
-std::string opt_loglevel = "WARNING";
-std::string opt_host;
-std::string opt_port;
-bool opt_payload = false;
-bool opt_payload_size = false;
-bool opt_qos = false;
-bool opt_timestamp = false;
-
 constexpr char SHORT_OPTIONS[] = "p:H:l:hvPQTS";
 
 constexpr option long_options[] = {

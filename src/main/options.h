@@ -7,13 +7,13 @@
 inline constexpr char PROGRAM_NAME[] = "korvid";
 
 /// Values of the command line's options; only read once `parse_opts` has returned.
-extern std::string opt_loglevel;  ///< "WARNING" without -l; not validated
-extern std::string opt_host;      ///< empty: as configured
-extern std::string opt_port;      ///< empty: as configured
-extern bool opt_payload;
-extern bool opt_payload_size;
-extern bool opt_qos;
-extern bool opt_timestamp;
+inline std::string opt_loglevel = "WARNING";  ///< not validated
+inline std::string opt_host;                  ///< empty: as configured
+inline std::string opt_port;                  ///< empty: as configured
+inline bool opt_payload = false;
+inline bool opt_payload_size = false;
+inline bool opt_qos = false;
+inline bool opt_timestamp = false;
 
 /// Takes the options and appends the other arguments to `args`. Returns false when the usage is to
 /// be shown: for -h, an unknown option or a missing argument. -v writes the version and ends the
