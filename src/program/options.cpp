@@ -30,24 +30,24 @@ struct GetoptTables {
         names.push_back({nullptr, 0, nullptr, 0});
     }
 
-    /// The index of the option with getopt_long's code; the number of options for no code of ours.
-    std::size_t index_of(int code) const {
-        const auto name = std::find_if(names.begin(), names.end() - 1,
-                                       [code](const option& any) { return any.val == code; });
-        return static_cast<std::size_t>(name - names.begin());
-    }
-
     std::string letters = ":";  // which tells a missing value from an unknown option
     std::vector<option> names;
 };
 
-/// Reports what getopt_long has refused with '?' or ':'.
-[[noreturn]] void refuse(const std::vector<Option>& options, const GetoptTables& tables,
-                         const std::string& last_word) {
-    const std::size_t index = tables.index_of(optopt);
-    if (index < options.size()) {
-        throw UsageError("option --" + std::string(options[index].name) +
-                         (options[index].value != nullptr ? " needs a value" : " takes no value"));
+/// The option with getopt_long's code; null when there is none.
+const Option* find_option(const std::vector<Option>& options, const GetoptTables& tables,
+                          int code) {
+    for (std::size_t i = 0; i < options.size(); ++i) {
+        if (tables.names[i].val == code) return &options[i];
+    }
+    return nullptr;
+}
+
+/// Reports what getopt_long has refused; `known` is null unless it knew the option.
+[[noreturn]] void refuse(const Option* known, const std::string& last_word) {
+    if (known != nullptr) {
+        throw UsageError("option --" + std::string(known->name) +
+                         (known->value != nullptr ? " needs a value" : " takes no value"));
     }
     const std::string unknown = {'-', static_cast<char>(optopt)};
     throw UsageError("unknown or ambiguous option '" + (optopt != 0 ? unknown : last_word) + "'");
@@ -79,25 +79,14 @@ void show_help(const Help& help, const std::vector<Option>& options) {
 
 }  // namespace
 
-Option text_option(char letter, const char* name, const char* value, const char* help,
-                   std::string& target) {
-    return {letter, name, value, help, [&target](const std::string& text) { target = text; }};
-}
-
-Option flag_option(char letter, const char* name, const char* help, bool& target) {
-    return {letter, name, nullptr, help, [&target](const std::string&) { target = true; }};
-}
-
 std::vector<Option> common_options(CommonOptions& target) {
     return {
-        text_option('H', "host", "HOST", "the broker's host, overrides the configuration",
-                    target.host),
-        text_option('p', "port", "PORT", "the broker's port, overrides the configuration",
-                    target.port),
-        text_option('l', "loglevel", "LEVEL",
-                    "one of EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG\n"
-                    "(default: WARNING)",
-                    target.loglevel),
+        {'H', "host", "HOST", "the broker's host, overrides the configuration", into(target.host)},
+        {'p', "port", "PORT", "the broker's port, overrides the configuration", into(target.port)},
+        {'l', "loglevel", "LEVEL",
+         "one of EMERG, ALERT, CRITICAL, ERROR, WARNING, NOTICE, INFO, DEBUG\n"
+         "(default: WARNING)",
+         into(target.loglevel)},
     };
 }
 
@@ -120,12 +109,12 @@ std::vector<std::string> parse_command_line(int argc, char** argv, const Help& h
     int code = 0;
     while ((code = getopt_long(argc, argv, tables.letters.c_str(), tables.names.data(), nullptr)) !=
            -1) {
-        const std::size_t index = tables.index_of(code);
+        const Option* const known = find_option(options, tables, code);
+        if (known == nullptr) refuse(find_option(options, tables, optopt), argv[optind - 1]);
+        const std::string value = optarg != nullptr ? optarg : "";
         // What a script expanded to nothing must not count as not given.
-        const bool is_empty = optarg != nullptr && *optarg == '\0';
-        if (is_empty) optopt = code;
-        if (is_empty || index == options.size()) refuse(options, tables, argv[optind - 1]);
-        options[index].take(optarg != nullptr ? optarg : "");
+        if (known->value != nullptr && value.empty()) refuse(known, argv[optind - 1]);
+        known->take(value);
     }
     return {argv + optind, argv + argc};
 }

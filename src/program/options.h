@@ -24,10 +24,13 @@ struct Option {
     std::function<void(const std::string& value)> take;  ///< a flag gets an empty text
 };
 
-/// An option whose value becomes `target`, and one that sets `target` to true.
-Option text_option(char letter, const char* name, const char* value, const char* help,
-                   std::string& target);
-Option flag_option(char letter, const char* name, const char* help, bool& target);
+/// What an option takes: its value becomes `target`, or a flag sets `target` to true.
+inline auto into(std::string& target) {
+    return [&target](const std::string& value) { target = value; };
+}
+inline auto into(bool& target) {
+    return [&target](const std::string&) { target = true; };
+}
 
 /// The values of -H, -p and -l.
 struct CommonOptions {

@@ -16,17 +16,18 @@ and 1 otherwise.
 )"};
 
 Options parse_options(int argc, char** argv) {
-    using program::flag_option;
+    using program::into;
     Options options;
     const auto arguments = program::parse_command_line(
         argc, argv, HELP,
         {
-            flag_option('n', "dry-run", "show what differs and write nothing", options.only_show),
-            flag_option(0, "exit-code",
-                        "with -n: end with 3 when anything differs, parameters that FILE\n"
-                        "does not name included; print nothing but the differences",
-                        options.exit_code),
-            flag_option(0, "json", "print the changes as JSON Lines", options.json),
+            {'n', "dry-run", nullptr, "show what differs and write nothing",
+             into(options.only_show)},
+            {0, "exit-code", nullptr,
+             "with -n: end with 3 when anything differs, parameters that FILE\n"
+             "does not name included; print nothing but the differences",
+             into(options.exit_code)},
+            {0, "json", nullptr, "print the changes as JSON Lines", into(options.json)},
         },
         program::common_options(options.common));
     if (options.exit_code && !options.only_show) throw program::UsageError("--exit-code needs -n");

@@ -15,27 +15,26 @@ Prints "ready" on standard output once it serves; SIGTERM and SIGINT end it.
     ""};
 
 std::vector<program::Option> own_options(Options& options) {
-    using program::flag_option;
-    using program::text_option;
+    using program::into;
     return {
-        text_option('d', "db", "FILE",
-                    "the store (default: korvid-unit.db in the working directory)", options.store),
-        text_option('i', "import", "FILE",
-                    "first load parameters from FILE (\"-\": standard input): the text\n"
-                    "that `korvid get` prints, or JSON Lines; others in the store stay",
-                    options.import_from),
-        flag_option(0, "replace", "with -i: the store then holds these parameters and no others",
-                    options.replace),
+        {'d', "db", "FILE", "the store (default: korvid-unit.db in the working directory)",
+         into(options.store)},
+        {'i', "import", "FILE",
+         "first load parameters from FILE (\"-\": standard input): the text\n"
+         "that `korvid get` prints, or JSON Lines; others in the store stay",
+         into(options.import_from)},
+        {0, "replace", nullptr, "with -i: the store then holds these parameters and no others",
+         into(options.replace)},
         {'r', "read-only", "OTAID", "refuse writes of this parameter (may be repeated)",
          [&options](const std::string& text) {
              const auto otaid = program::parse_whole_otaid(text);
              if (!otaid) throw UsageError("'" + text + "' is not an OTAID");
              options.read_only.insert(*otaid);
          }},
-        flag_option('b', "broker",
-                    "also run a broker on that port of 127.0.0.1, as long as this runs;\n"
-                    "of the configuration only the port counts then",
-                    options.broker),
+        {'b', "broker", nullptr,
+         "also run a broker on that port of 127.0.0.1, as long as this runs;\n"
+         "of the configuration only the port counts then",
+         into(options.broker)},
     };
 }
 
