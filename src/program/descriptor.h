@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <system_error>
-#include <utility>
 
 namespace program {
 
@@ -15,15 +14,13 @@ public:
     explicit Descriptor(int opened) : number(opened) {
         if (number < 0) throw std::system_error(errno, std::generic_category());
     }
-    Descriptor(Descriptor&& other) noexcept : number(std::exchange(other.number, -1)) {}
-    ~Descriptor() {
-        if (number >= 0) close(number);
-    }
+    Descriptor(const Descriptor&) = delete;
+    ~Descriptor() { close(number); }
 
     int get() const { return number; }
 
 private:
-    int number;
+    const int number;
 };
 
 }  // namespace program

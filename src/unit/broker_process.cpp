@@ -53,10 +53,8 @@ int try_port(int (*operation)(int, const sockaddr*, socklen_t), int port) {
                              cause);
 }
 
-/// In memory, so that nothing is left behind however this process ends.
-Descriptor configuration_file(int port) {
-    Descriptor file(memfd_create("mosquitto.conf", 0));
-    const int written = dprintf(file.get(),
+void write_configuration(int file, int port) {
+    const int written = dprintf(file,
                                 "listener %d 127.0.0.1\n"
                                 "allow_anonymous true\n"
                                 "max_packet_size 268435455\n"
@@ -66,7 +64,6 @@ Descriptor configuration_file(int port) {
                                 "log_type error\n",
                                 port);
     if (written < 0) fail(port, std::strerror(errno));
-    return file;
 }
 
 /// Mosquitto gives up root by itself, but then it would no longer end with us: a change of user
@@ -104,7 +101,9 @@ pid_t start_broker(int port) {
         return error != EADDRINUSE;
     });
     if (error != 0) fail(port, std::strerror(error));
-    const Descriptor configuration = configuration_file(port);
+    // In memory, so that nothing is left behind however this process ends.
+    const Descriptor configuration(memfd_create("mosquitto.conf", 0));
+    write_configuration(configuration.get(), port);
     const pid_t parent = getpid();
     const pid_t process = fork();
     if (process == 0) become_broker(configuration.get(), parent);
