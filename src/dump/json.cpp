@@ -71,17 +71,14 @@ constexpr std::string_view KEYS[] = {"otaid", "did", "xcpid", "data", "text"};
 
 /// Nothing unless there are two digits a byte.
 std::optional<std::string> bytes_of_hex(std::string_view digits) {
-    const auto is_digit = [](char any) {
-        const char lower = static_cast<char>(any | ' ');
-        return (any >= '0' && any <= '9') || (lower >= 'a' && lower <= 'f');
-    };
-    const auto value = [](char digit) { return digit <= '9' ? digit - '0' : digit % 16 + 9; };
-    if (digits.size() % 2 != 0 || !std::all_of(digits.begin(), digits.end(), is_digit)) {
-        return std::nullopt;
-    }
+    if (digits.size() % 2 != 0) return std::nullopt;
     std::string bytes(digits.size() / 2, '\0');
-    for (std::size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = static_cast<char>(16 * value(digits[2 * i]) + value(digits[2 * i + 1]));
+    const char* at = digits.data();
+    for (char& byte : bytes) {
+        std::uint32_t value = 0;
+        if (std::from_chars(at, at + 2, value, 16).ptr != at + 2) return std::nullopt;
+        byte = static_cast<char>(value);
+        at += 2;
     }
     return bytes;
 }
