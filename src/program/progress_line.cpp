@@ -63,10 +63,9 @@ void ProgressLine::end() {
 
 void ProgressLine::draw_until_the_end() {
     const auto end = ended.get_future();
-    auto pause = FIRST_DRAW_DELAY;
-    while (end.wait_for(pause) == std::future_status::timeout) {
+    for (auto pause = FIRST_DRAW_DELAY; end.wait_for(pause) == std::future_status::timeout;
+         pause = DRAW_INTERVAL) {
         draw();
-        pause = DRAW_INTERVAL;
     }
     if (!drawn.empty()) write_to_terminal(ERASE);
 }

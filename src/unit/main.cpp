@@ -90,14 +90,6 @@ void import_into(Store& store, const ParameterMap& parameters, const Options& op
               << std::endl;
 }
 
-void await_end(const std::optional<BrokerProcess>& broker) {
-    const int broker_end = broker ? broker->end_descriptor() : -1;
-    if (program::wait_for_termination(broker_end, POLLIN, LEAVE_TIMEOUT) !=
-        program::WaitEnd::signal) {
-        throw std::runtime_error("the broker ended");
-    }
-}
-
 int serve(const Options& options) {
     program::end_at_termination_signals();
     auto configuration = configure(options);
@@ -120,7 +112,9 @@ int serve(const Options& options) {
         client->show_presence();
         program::defer_termination_signals();
         std::cout << "ready" << std::endl;  // clients are answered
-        await_end(broker);
+        const int broker_end = broker ? broker->end_descriptor() : -1;
+        const auto end = program::wait_for_termination(broker_end, POLLIN, LEAVE_TIMEOUT);
+        if (end != program::WaitEnd::signal) throw std::runtime_error("the broker ended");
         return EXIT_SUCCESS;
     });
 }
