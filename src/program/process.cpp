@@ -15,11 +15,10 @@ namespace program {
 
 void secure_standard_streams() {
     std::signal(SIGPIPE, SIG_IGN);
-    int lowest_free = 0;
-    do {
-        lowest_free = open("/dev/null", O_RDWR | O_CLOEXEC);
-    } while (lowest_free >= 0 && lowest_free <= STDERR_FILENO);
-    if (lowest_free > STDERR_FILENO) close(lowest_free);
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // What is opened gets the lowest free number, which is this one.
+        if (fcntl(stream, F_GETFD) < 0) open("/dev/null", O_RDWR | O_CLOEXEC);
+    }
 }
 
 void grow_heap_in_large_steps() {
