@@ -20,7 +20,7 @@ prints, as JSON Lines: an object a parameter and line. Needs no broker.
     ""};
 
 std::string parse_file(int argc, char** argv) {
-    const auto arguments = program::parse_command_line(argc, argv, HELP, {}, {});
+    const auto arguments = program::parse_command_line(argc, argv, HELP, {}, nullptr);
     if (arguments.size() > 1) throw program::UsageError("one FILE at most can be named");
     return arguments.empty() ? "-" : arguments.front();
 }

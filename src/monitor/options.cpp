@@ -43,7 +43,7 @@ Options parse_options(int argc, char** argv) {
             {'W', "wait", "SECONDS", "end so long after the connection is there",
              limit_into(options.seconds, "-W")},
         },
-        program::common_options(options.common));
+        &options.common);
     if (options.topics.empty()) throw program::UsageError("a TOPIC is missing");
     return options;
 }

@@ -77,8 +77,6 @@ void show_help(const Help& help, const std::vector<Option>& options) {
     std::cout << help.remarks;
 }
 
-}  // namespace
-
 std::vector<Option> common_options(CommonOptions& target) {
     return {
         {'H', "host", "HOST", "the broker's host, overrides the configuration", into(target.host)},
@@ -90,11 +88,14 @@ std::vector<Option> common_options(CommonOptions& target) {
     };
 }
 
+}  // namespace
+
 std::vector<std::string> parse_command_line(int argc, char** argv, const Help& help,
-                                            std::vector<Option> own,
-                                            const std::vector<Option>& common) {
-    auto& options = own;
-    options.insert(options.end(), common.begin(), common.end());
+                                            std::vector<Option> options, CommonOptions* common) {
+    if (common != nullptr) {
+        const auto shared = common_options(*common);
+        options.insert(options.end(), shared.begin(), shared.end());
+    }
     options.push_back({'h', "help", nullptr, "show this help", [&](const std::string&) {
                            show_help(help, options);
                            std::exit(EXIT_SUCCESS);

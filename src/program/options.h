@@ -39,9 +39,6 @@ struct CommonOptions {
     std::string loglevel = "WARNING";
 };
 
-/// -H, -p and -l.
-std::vector<Option> common_options(CommonOptions& target);
-
 /// What -h shows around the options.
 struct Help {
     const char* program;
@@ -50,11 +47,10 @@ struct Help {
     const char* remarks;      ///< behind them
 };
 
-/// Takes the command line's options and returns its other arguments. `own` stand in front of
-/// `common` in the help. -h and -v write to standard output and end the process with status 0.
-/// Throws UsageError.
+/// Takes the command line's options and returns its other arguments. Besides `options` these are
+/// -H, -p and -l unless `common` is null, and -h and -v, which write to standard output and end the
+/// process with status 0. Throws UsageError.
 std::vector<std::string> parse_command_line(int argc, char** argv, const Help& help,
-                                            std::vector<Option> own,
-                                            const std::vector<Option>& common);
+                                            std::vector<Option> options, CommonOptions* common);
 
 }  // namespace program

@@ -29,7 +29,7 @@ Options parse_options(int argc, char** argv) {
              into(options.exit_code)},
             {0, "json", nullptr, "print the changes as JSON Lines", into(options.json)},
         },
-        program::common_options(options.common));
+        &options.common);
     if (options.exit_code && !options.only_show) throw program::UsageError("--exit-code needs -n");
     if (arguments.size() != 1) throw program::UsageError("one FILE has to be named");
     options.file = arguments.front();

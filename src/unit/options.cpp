@@ -42,8 +42,8 @@ std::vector<program::Option> own_options(Options& options) {
 
 Options parse_options(int argc, char** argv) {
     Options options;
-    const auto arguments = program::parse_command_line(argc, argv, HELP, own_options(options),
-                                                       program::common_options(options.common));
+    const auto arguments =
+        program::parse_command_line(argc, argv, HELP, own_options(options), &options.common);
     if (!arguments.empty()) throw UsageError("unexpected argument '" + arguments.front() + "'");
     if (options.replace && options.import_from.empty()) {
         throw UsageError("--replace needs --import");
