@@ -14,7 +14,7 @@ from paho.mqtt.properties import Properties
 
 from links import Listening
 from packets import CONNECT, SUBSCRIBE, UNSUBSCRIBE, read_packet
-from processes import BIN, Broker, environment, scaled
+from processes import BIN, DEMO_UNIT, Broker, environment, scaled
 from protocol import block, record
 
 NO_SERVICE = "no parameter service is listening"
@@ -73,6 +73,11 @@ def assert_prints(text, directory, before="", prefix=(), apart=False, **settings
             pytest.fail(f"line {line}: $ {command}expected:\n{output}printed:\n{actual}",
                         pytrace=False)
     assert len(printed) == len(shown) + 1, "the shell ended"
+
+
+def assert_transcript(path, directory, **settings):
+    (directory / "demo-unit.txt").symlink_to(DEMO_UNIT)
+    assert_prints(path.read_text(), directory, apart=True, **settings)
 
 
 class FileBroker(Broker):

@@ -6,9 +6,9 @@ import pytest
 from paho.mqtt import reasoncodes
 from paho.mqtt.packettypes import PacketTypes
 
-from harness import FileBroker, Peer, new_client
-from processes import DEMO_UNIT, await_that, free_port, run_korvid
-from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC, block
+from harness import FileBroker, Peer, assert_transcript, new_client
+from processes import await_that, free_port
+from protocol import ANNOUNCEMENT, BLOB_GET, BLOB_SET, PRESENCE, READ_TOPIC, WRITE_TOPIC
 
 SHARE = pathlib.Path(__file__).resolve().parents[2] / "share/broker"
 REPLY = "clients/victim/reply"
@@ -30,13 +30,6 @@ class ShippedBroker(FileBroker):
         super().__init__(directory, SHARE / "mosquitto.conf", free_port(), WRITABLE,
                          **{"/etc/mosquitto/korvid": directory})
 
-    def account(self, name, word=None):
-        secret = self.config.with_name("secret")
-        secret.write_text(word or f"word-of-{name}")
-        secret.chmod(0o600)
-        login = {"username": name, "password_file": secret} if name else {}
-        return {"port": self.port, "ca_file": self.ca, **login}
-
     def peer(self, name, client_id, *topics, will="nothing"):
         client = new_client(name, f"word-of-{name}", client_id)
         client.tls_set(self.ca)
@@ -51,32 +44,9 @@ def shipped(ending, tmp_path, certificates):
     return broker
 
 
-def test_every_role_does_its_work_and_no_more(ending, shipped, new_unit, tmp_path):
-    def run(role, command, word=None):
-        return run_korvid(*command.split(), **shipped.account(role, word))
-
-    unit = shipped.account("unit")
-    new_unit(unit.pop("port"), "-i", DEMO_UNIT, **unit)
-    (tmp_path / "one").write_text("one")
-    for command in "set 288 str x", f"setsec {tmp_path}/one":
-        assert run("engineer", command).status == 0, command
-    for attempt in (("reader", "set 288 str y"), ("guest", "set 288 str y"), ("guest", "get"),
-                    ("unit", "set 288 str y"), ("reader", "get", "word-of-unit"), (None, "get")):
-        got = run(*attempt)
-        assert got.status == 1 and "Not authorized" in got.err and got.seconds < 1, got
-        assert "word-of" not in got.err, got
-    # Nobody is told of a refusal at QoS 0, but of that of the announcement.
-    for role in "reader", "guest":
-        assert ("Not authorized" in run(role, f"setsec {DEMO_UNIT}").err) == (role == "guest")
-    for role in "engineer", "reader":
-        assert run(role, "get 288").out == block(288, 255, 10, b"x")
-        assert run(role, "getsec").out == b"SecStore blob size: 3\none\n"
-    watching = shipped.peer("reader", "watching", PRESENCE)
-    half_open = shipped.peer("unit", "half-open", will=PRESENCE)
-    ending.callback(watching.close)
-    half_open.client.disconnect(ReasonCode(PacketTypes.DISCONNECT, identifier=4))  # with its will
-    await_that(lambda: [m.payload for m in watching.messages] == [b"online", b"will", b"online"],
-               "it is corrected")
+def test_every_role_does_its_work_and_no_more(shipped, tmp_path):
+    assert_transcript(pathlib.Path(__file__).with_name("access.txt"), tmp_path,
+                      port=shipped.port, ca_file=shipped.ca)
 
 
 @pytest.mark.parametrize("role", READABLE)

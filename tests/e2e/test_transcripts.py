@@ -4,8 +4,7 @@ import pathlib
 
 import pytest
 
-from harness import assert_prints, needs_root
-from processes import DEMO_UNIT
+from harness import assert_transcript, needs_root
 
 TRANSCRIPTS = [pytest.param(path, id=path.name, marks=needs_root if path.stem == "store" else ())
                for path in sorted(pathlib.Path(__file__).parent.glob("transcripts/*.txt"))]
@@ -13,5 +12,4 @@ TRANSCRIPTS = [pytest.param(path, id=path.name, marks=needs_root if path.stem ==
 
 @pytest.mark.parametrize("transcript", TRANSCRIPTS)
 def test_transcript(broker, unit, tmp_path, transcript):
-    (tmp_path / "demo-unit.txt").symlink_to(DEMO_UNIT)
-    assert_prints(transcript.read_text(), tmp_path, apart=True, port=broker.port)
+    assert_transcript(transcript, tmp_path, port=broker.port)

@@ -5,12 +5,11 @@ import pathlib
 import re
 import signal
 import sqlite3
-import subprocess
 
 import pytest
 
 from harness import HI
-from processes import DEMO_UNIT, Running, await_that, environment, free_port, scaled
+from processes import DEMO_UNIT, Running, await_that, free_port, scaled
 from protocol import READ_TOPIC, WRITE_TOPIC, read_reply
 
 DOCUMENT = (pathlib.Path(__file__).resolve().parents[2] / "docs/troubleshooting.md").read_text()
@@ -106,16 +105,3 @@ def test_each_quoted_message_is_what_is_printed(runs):
     for title, text in printed.items():
         pattern = VALUE.sub(r"\\S+", re.escape(quoted[title]))
         assert re.fullmatch(pattern, text), (quoted[title], text)
-
-
-def test_a_blob_that_the_broker_drops_is_found_by_reading_it_back(new_broker, new_unit, tmp_path):
-    advice = re.search("^korvid setsec .*", DOCUMENT, re.M)[0]
-    for rights in "", "topic deny system/vard/secstore/set\n":
-        (tmp_path / "acl").write_text(rights + "topic readwrite #\n")
-        (tmp_path / "secfile").write_text(f"\0\n{rights}\n")
-        port = new_broker(f"acl_file {tmp_path / 'acl'}").port
-        unit = new_unit(port)
-        got = subprocess.run(advice, shell=True, cwd=tmp_path, env=environment(port=port),
-                             capture_output=True, check=False)
-        unit.stop()
-        assert (got.stdout == b"the unit has it\n") == (rights == "") and got.stderr == b"", got
