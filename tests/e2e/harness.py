@@ -75,9 +75,9 @@ def assert_prints(text, directory, before="", prefix=(), apart=False, **settings
     assert len(printed) == len(shown) + 1, "the shell ended"
 
 
-def assert_transcript(path, directory, **settings):
+def assert_transcript(path, directory, before="", **settings):
     (directory / "demo-unit.txt").symlink_to(DEMO_UNIT)
-    assert_prints(path.read_text(), directory, apart=True, **settings)
+    assert_prints(path.read_text(), directory, before, apart=True, **settings)
 
 
 class FileBroker(Broker):

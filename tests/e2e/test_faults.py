@@ -41,10 +41,9 @@ def test_a_broker_that_never_accepts_costs_the_connect_timeout(scripted, swallow
 
 @pytest.mark.parametrize("greeting, answer, words", [
     (b"HTTP/1.1 400 Bad Request\r\n\r\n", b"", ""), (b"SSH-2.0-peer\r\n", b"", ""),
-    (b"\0" * 65536, b"", "broker"),
-    (b"", b"\x20\x03\x00\x87\x00", "not authori[sz]ed"), (b"", b"\x20\x03\x00\x97\x00", "quota"),
+    (b"\0" * 65536, b"", "broker"), (b"", b"\x20\x03\x00\x97\x00", "quota"),
     (b"", b"\x20\x02\x00\x05", "broker"), (b"", b"\x90\x03\x00\x01\x00", "broker"),
-], ids=["HTTP", "SSH", "zeros", "not authorised", "quota", "MQTT 3 refusal", "SUBACK"])
+], ids=["HTTP", "SSH", "zeros", "quota", "MQTT 3 refusal", "SUBACK"])
 def test_a_peer_that_is_no_broker_or_refuses_is_told(scripted, greeting, answer, words):
     port = scripted({1: answer}, greeting).port
     got = run_korvid("get", port=port, connect_timeout_ms=1000)
@@ -79,9 +78,6 @@ def test_every_address_of_a_name_is_tried(new_broker, new_unit, scripted, named)
     got = Running("-H", "several", "get", port=1, prefix=own).result()
     causes = "::1: .*; 127.0.0.1: Connection refused; 127.0.0.9: Connection refused$"
     assert_fails(got, f"several:1: {causes}", 1, connecting=True)
-    for host, words in ("[::1]", r"\[::1\]:1"), ("several:1883", "-p"):
-        got = Running("-H", host, "get", port=1, prefix=own).result()
-        assert got.status == 1 and re.search(words, got.err), got
 
 
 def test_a_unit_and_a_client_differ_in_connect(scripted, new_unit):
