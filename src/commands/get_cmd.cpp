@@ -16,9 +16,8 @@ using ecu::lapi::var::ISystemParameterClient;
 
 /// Prints the six lines of a parameter stored under `otaid`, in one write and without a flush.
 void print_sysparam(const std::uint32_t& otaid, const ecu::lapi::pb::SystemParameterEntry& entry) {
-    static std::string block;  // which keeps its memory for the next one
-    dump::compose(block, otaid, entry);
-    std::cout << block;
+    static std::string buffer;  // which keeps its memory for the next one
+    std::cout << dump::compose(buffer, otaid, entry);
 }
 
 bool print_all(ISystemParameterClient& sysparams) {

@@ -54,17 +54,18 @@ private:
 
 }  // namespace
 
-void compose(std::string& text, std::uint32_t otaid,
-             const ecu::lapi::pb::SystemParameterEntry& entry) {
+std::string_view compose(std::string& buffer, std::uint32_t otaid,
+                         const ecu::lapi::pb::SystemParameterEntry& entry) {
     const std::string& data = entry.data();
-    text.resize(LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size());
-    BlockWriter writer(text.data());
+    const std::size_t max_size = LABELS_SIZE + (1 + SHOWN_BYTE_SIZE) * data.size();
+    if (buffer.size() < max_size) buffer.resize(max_size);
+    BlockWriter writer(buffer.data());
     writer.text("SysParam (").number(otaid, 10).text("):\n  OTAID: ").otaid(entry.otaid());
     writer.text("\n  DID: ").number(entry.did(), 16);
     writer.text("\n  XCPID: ").number(entry.xcpid(), 16);
     writer.text("\n  data(char) [").number(data.size(), 16).text("]: '").text(data);
     writer.text("'\n  data(hex) [").number(data.size(), 16).text("]: ").hex_bytes(data).text("\n");
-    text.resize(static_cast<std::size_t>(writer.end() - text.data()));
+    return {buffer.data(), static_cast<std::size_t>(writer.end() - buffer.data())};
 }
 
 std::string compose_otaid(std::uint32_t otaid) {

@@ -38,13 +38,12 @@ void require_each_once(const ParameterMap& expected, const std::string& text) {
 }
 
 void check(ParameterMap parameters) {
-    std::string blocks, block, lines;
+    std::string blocks, buffer, lines;
     for (auto& [otaid, entry] : parameters) {
         entry.set_did(entry.did());
         entry.set_xcpid(entry.xcpid());
         entry.set_data(entry.data());
-        dump::compose(block, otaid, entry);
-        blocks += block;
+        blocks += dump::compose(buffer, otaid, entry);
         lines += dump::json_line(entry);
     }
     require_each_once(parameters, blocks);
