@@ -15,9 +15,9 @@ constexpr std::chrono::milliseconds BUSY_TIMEOUT{2'000};
 /// As a URI, in which no name but the file's own has a meaning, as ":memory:" would have.
 std::string uri_of(const std::string& path) {
     std::string uri = path.rfind('/', 0) == 0 ? "file:" : "file:./";
-    for (const unsigned char byte : path) {
+    for (const char character : path) {
         char escaped[4];
-        std::snprintf(escaped, sizeof escaped, "%%%02x", byte);
+        std::snprintf(escaped, sizeof escaped, "%%%02x", static_cast<unsigned char>(character));
         uri += escaped;
     }
     return uri;
