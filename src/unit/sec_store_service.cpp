@@ -11,6 +11,17 @@ namespace unit {
 
 using ecu::lapi::com::Message;
 namespace logging = ecu::lapi::logging;
+namespace {
+
+/// Without a connection there is nobody to serve, and the transport has said why.
+void report_unless_disconnected(const std::exception& error) {
+    using lapi_mqtt::TransportError;
+    const auto* failure = dynamic_cast<const TransportError*>(&error);
+    if (failure && failure->kind() == TransportError::Kind::not_connected) return;
+    logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
+}
+
+}  // namespace
 
 void SecStoreService::start(Store& store, lapi_mqtt::IServiceClient& client) {
     const auto service = std::make_shared<SecStoreService>(store, client);
@@ -58,7 +69,7 @@ void SecStoreService::begin_round() {
                        });
         in_flight = true;
     } catch (const std::exception& error) {
-        logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
+        report_unless_disconnected(error);
     }
 }
 
@@ -74,15 +85,15 @@ void SecStoreService::send_blob() {
     try {
         const Message blob(store.blob());
         if (served == Wanted::yes || !blob.payload.empty()) return publish(blob);
+        end_round(true);
     } catch (const std::exception& error) {
-        logging::write(logging::ERROR, "Cannot send the secure-store blob: ", error.what());
+        report_unless_disconnected(error);
         try {
-            return publish(Message());  // an empty blob ends the wait of clients
+            publish(Message());  // an empty blob ends the wait of clients
         } catch (const std::exception&) {
-            // no connection: there is nobody to tell
+            end_round(false, served);
         }
     }
-    end_round(true);
 }
 
 /// Without the acknowledgement some clients may have got nothing. They are served once our own

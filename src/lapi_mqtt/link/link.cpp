@@ -231,6 +231,7 @@ void Link::abort() {
 }
 
 void Link::require_connection(const Step& step) const {
+    if (leaving) fail(Kind::not_connected, step, "disconnected");
     if (!connection) fail(Kind::not_connected, step, why_down);
 }
 

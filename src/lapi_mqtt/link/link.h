@@ -98,7 +98,7 @@ public:
     void notify() { changed.notify_all(); }
     void abort();
 
-    /// Throws TransportError unless there is a connection.
+    /// Throws TransportError unless there is a connection that will not be disconnected.
     void require_connection(const Step& step) const;
 
     bool is_all_acknowledged() const { return acknowledgements.is_empty(); }

@@ -13,7 +13,7 @@ namespace {
 
 using ecu::lapi::com::Message;
 
-/// Takes messages of up to five bytes.
+/// Takes messages of up to five bytes while it is connected.
 struct ScriptedTransport : lapi_mqtt::IServiceClient {
     using Observer = std::shared_ptr<ecu::lapi::com::ISubscriptionObserver>;
     void connect() override {}
@@ -28,13 +28,16 @@ struct ScriptedTransport : lapi_mqtt::IServiceClient {
     void subscribe(const std::string&, int, Observer added) override { observer = added; }
     void publish(const std::string& topic, const Message& message,
                  lapi_mqtt::AckHandler handler) override {
+        using lapi_mqtt::TransportError;
         const std::string text(message.payload.begin(), message.payload.end());
+        if (!is_connected) throw TransportError(TransportError::Kind::not_connected, "no");
         if (text.size() > 5) throw std::runtime_error("too large");
         published += (topic == protocol::SECSTORE_GET_TOPIC ? "=" : "-") + text;
         handlers.push_back(handler);
     }
 
     Observer observer;
+    bool is_connected = true;
     std::string published;
     std::deque<lapi_mqtt::AckHandler> handlers;
     std::vector<std::function<void()>> posted;
@@ -64,6 +67,8 @@ void expect_published(const std::string& events, const std::string& published, u
             const auto handler = transport.handlers.at(0);
             transport.handlers.pop_front();
             handler(event == '+');
+        } else if (event == '<' || event == '>') {  // the connection is lost, and is there again
+            transport.is_connected = event == '>';
         } else {
             const auto& [topic, text] = messages.at(event);
             transport.observer->message(topic, Message({text.begin(), text.end()}));
@@ -84,13 +89,18 @@ TEST(SecStoreService, SendsEveryWaitingClientTheNewestBlobOnce) {
         {"ea+!o+", "-=-="},
         {"sepspp", "[old][][new]"},
         {"sa+pp", "-=new[new][new]"},
+        {"<a>o+", "-=old"},
+        {"ea<+>o+", "--="},
     };
+    testing::internal::CaptureStderr();
     const std::string path = testing::TempDir() + "blobs-" + std::to_string(getpid());
     {
         unit::Store store(path);
         for (const auto& [events, published] : table) expect_published(events, published, store);
     }
     std::filesystem::remove(path);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ERROR: Cannot send the secure-store blob: too large\n");
 }
 
 }  // namespace

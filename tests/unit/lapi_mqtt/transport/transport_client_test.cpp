@@ -190,6 +190,8 @@ TEST_F(Transport, ServesOnlyWhatCanBeAskedAndCorrectsItsPresence) {
     EXPECT_EQ(left.wait_for(milliseconds(100)), std::future_status::timeout);
     leaving.set_value();
     left.get();
+    const auto publish_late = [this] { client->publish("late", text("")); };
+    EXPECT_THAT(publish_late, fails("publish on late on the broker at unit:1883: disconnected"));
     client->stop();
     EXPECT_EQ(runs, 1);
     EXPECT_THAT(sent_from(1),
