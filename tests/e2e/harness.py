@@ -63,16 +63,17 @@ def assert_prints(text, directory, before="", prefix=(), apart=False, **settings
     for _, command, _ in shown:
         script += f"{{ {command}}} > ~/.out 2> ~/.err\ntell\n" if apart else command
         script += "printf '\\0'\n"
-    got = subprocess.run([*prefix, "timeout", str(scaled(60)), "bash", "-c", script], cwd=directory,
-                         env={**environment(**settings), "HOME": str(directory)}, check=False,
-                         text=True, errors="backslashreplace", stdin=subprocess.DEVNULL,
-                         stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    # Outside the prefix: `timeout` may not be the first process of a namespace, nor end it by TERM.
+    got = subprocess.run(["timeout", "-s", "KILL", str(scaled(60)), *prefix, "bash", "-c", script],
+                         cwd=directory, check=False, text=True, errors="backslashreplace",
+                         env={**environment(**settings), "HOME": str(directory)},
+                         stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     printed = re.sub(rf":{settings.get('port')}\b", ":1883", got.stdout).split("\0")
     for (line, command, output), actual in zip(shown, printed):
         if actual != output:
             pytest.fail(f"line {line}: $ {command}expected:\n{output}printed:\n{actual}",
                         pytrace=False)
-    assert len(printed) == len(shown) + 1, "the shell ended"
+    assert len(printed) == len(shown) + 1, f"the shell ended, {got.returncode}: {printed[-1]}"
 
 
 def assert_transcript(path, directory, before="", **settings):
