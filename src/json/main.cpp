@@ -46,6 +46,6 @@ int convert(const std::string& file) {
 
 int main(int argc, char** argv) {
     program::secure_standard_streams();
-    std::ios::sync_with_stdio(false);
+    program::widen_standard_output();
     return program::attempt(PROGRAM_NAME, [&] { return convert(parse_file(argc, argv)); });
 }

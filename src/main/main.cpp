@@ -13,6 +13,7 @@
 #include "ecu/lapi/com.h"
 #include "ecu/lapi/var.h"
 #include "main/options.h"
+#include "program/process.h"
 #include "program/progress_line.h"
 #include "program/startup.h"
 #include "program/sysparams.h"
@@ -24,15 +25,6 @@ using commands::Arguments;
 /// A platform library may send what was published while its caller goes on, and hear of a failure
 /// later: time for both. Ours waits in `disconnect`.
 constexpr timespec PAUSE_BEFORE_DISCONNECT{0, 100'000'000};
-
-/// A full read prints some hundred bytes a parameter; small writes would cost as much as the rest.
-/// On a terminal each block is to be seen when it is printed.
-void widen_standard_output() {
-    static char buffer[64 * 1024];
-    std::ios::sync_with_stdio(false);
-    std::cout.rdbuf()->pubsetbuf(buffer, sizeof buffer);
-    if (isatty(STDOUT_FILENO) != 0) std::cout << std::unitbuf;
-}
 
 bool execute_command(commands::Client& client, Arguments& args) {
     if (args.empty()) return commands::GetCmd("get").execute(client, args);
@@ -69,7 +61,7 @@ int run_over_connection(Arguments& args) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    widen_standard_output();
+    program::widen_standard_output();
     program::grow_heap_in_large_steps();
     return program::run_program(PROGRAM_NAME, [&] {
         Arguments args;

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
@@ -26,6 +27,13 @@ void grow_heap_in_large_steps() {
     constexpr int STEP_BYTES = 16 << 20;
     mallopt(M_TOP_PAD, STEP_BYTES);
 #endif
+}
+
+void widen_standard_output() {
+    // Not the buffer of std::cout: libstdc++ ignores what an open file is given.
+    static char buffer[64 * 1024];
+    std::setvbuf(stdout, buffer, _IOFBF, sizeof buffer);
+    if (isatty(STDOUT_FILENO) != 0) std::cout << std::unitbuf;
 }
 
 int attempt(const std::string& program, const std::function<int()>& step) {

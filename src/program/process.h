@@ -15,6 +15,11 @@ void secure_standard_streams();
 /// in few large steps, and used only when it is needed.
 void grow_heap_in_large_steps();
 
+/// For programs that print a line or block for each parameter: small writes would cost as much as
+/// the rest. On a terminal each is to be seen when it is printed. Call it before anything is
+/// printed.
+void widen_standard_output();
+
 /// Runs a step of `program` and returns the exit status that it returns; an exception becomes one
 /// line on standard error, and EXIT_FAILURE.
 int attempt(const std::string& program, const std::function<int()>& step);

@@ -100,7 +100,7 @@ int restore(const Options& options) {
 
 int main(int argc, char** argv) {
     program::grow_heap_in_large_steps();
-    std::ios::sync_with_stdio(false);
+    program::widen_standard_output();
     return program::run_program(restore::PROGRAM_NAME, [&] {
         return restore::restore(restore::parse_options(argc, argv));
     });
