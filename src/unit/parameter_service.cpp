@@ -21,17 +21,43 @@ using ecu::lapi::com::Message;
 /// than the message that brings them.
 constexpr std::size_t MAX_ELEMENTS = std::size_t{1} << 18U;
 
-/// The longest encoding of one OTAID: a tag and a varint.
-constexpr std::size_t MAX_OTAID_BYTES = 11;
-
-void require_bounded(std::size_t elements, const char* name) {
-    if (elements <= MAX_ELEMENTS) return;
-    throw std::runtime_error("the request holds more than " + std::to_string(MAX_ELEMENTS) + " " +
-                             name);
-}
-
 void require_well_formed(bool is_well_formed) {
     if (!is_well_formed) throw std::runtime_error("malformed request");
+}
+
+using Bytes = std::vector<std::uint8_t>::const_iterator;
+
+/// Throws for a request with too many elements, before each becomes an object that is many times as
+/// large. `count(tag, begin, end)` tells how many are in the field with these bytes behind its tag.
+template <typename Count>
+void require_bounded(const Message& message, const char* name, Count count) {
+    const auto& bytes = message.payload;
+    google::protobuf::io::CodedInputStream input(bytes.data(), static_cast<int>(bytes.size()));
+    std::size_t elements = 0;
+    while (const std::uint32_t tag = input.ReadTag()) {
+        const auto begin = bytes.begin() + input.CurrentPosition();
+        require_well_formed(protocol::skip_field(input, tag));
+        elements += count(tag, begin, bytes.begin() + input.CurrentPosition());
+        if (elements > MAX_ELEMENTS) {
+            throw std::runtime_error("the request holds more than " + std::to_string(MAX_ELEMENTS) +
+                                     " " + name);
+        }
+    }
+    require_well_formed(input.ConsumedEntireMessage());
+}
+
+/// The last byte of a varint is the one below 0x80. A packed field begins with its size.
+std::size_t count_otaids(std::uint32_t tag, Bytes begin, Bytes end) {
+    constexpr int FIELD = protocol::ReadRequest::kOtaidFieldNumber;
+    const bool is_packed = tag == protocol::make_tag(FIELD, protocol::LENGTH_DELIMITED);
+    if (!is_packed && tag != protocol::make_tag(FIELD, protocol::VARINT)) return 0;
+    const auto varints = std::count_if(begin, end, [](auto byte) { return byte < 0x80; });
+    return static_cast<std::size_t>(varints) - (is_packed ? 1 : 0);
+}
+
+std::size_t count_records(std::uint32_t tag, Bytes /*begin*/, Bytes /*end*/) {
+    constexpr int FIELD = protocol::WriteRequest::kEntryFieldNumber;
+    return tag == protocol::make_tag(FIELD, protocol::LENGTH_DELIMITED) ? 1 : 0;
 }
 
 template <typename Request>
@@ -44,27 +70,12 @@ Request parse(const Message& message) {
 
 /// In ascending order and each once.
 std::vector<std::uint32_t> parse_read_request(const Message& message) {
-    require_bounded(message.payload.size() / MAX_OTAID_BYTES, "OTAIDs");
+    require_bounded(message, "OTAIDs", count_otaids);
     const auto request = parse<protocol::ReadRequest>(message);
     std::vector<std::uint32_t> otaids(request.otaid().begin(), request.otaid().end());
-    require_bounded(otaids.size(), "OTAIDs");
     std::sort(otaids.begin(), otaids.end());
     otaids.erase(std::unique(otaids.begin(), otaids.end()), otaids.end());
     return otaids;
-}
-
-/// Counts the records before each becomes an object that is many times as large.
-void bound_records(const Message& message) {
-    constexpr auto ENTRY_TAG =
-        protocol::make_tag(protocol::WriteRequest::kEntryFieldNumber, protocol::LENGTH_DELIMITED);
-    google::protobuf::io::CodedInputStream input(message.payload.data(),
-                                                 static_cast<int>(message.payload.size()));
-    std::size_t records = 0;
-    while (const std::uint32_t tag = input.ReadTag()) {
-        if (tag == ENTRY_TAG) require_bounded(++records, "records");
-        require_well_formed(protocol::skip_field(input, tag));
-    }
-    require_well_formed(input.ConsumedEntireMessage());
 }
 
 /// What MQTT can carry in one packet, less room for topic and properties.
@@ -108,7 +119,7 @@ Message ParameterService::read(const Message& message) {
 }
 
 Message ParameterService::write(const Message& message) {
-    bound_records(message);
+    require_bounded(message, "records", count_records);
     const auto request = parse<protocol::WriteRequest>(message);
     protocol::WriteReply reply;
     std::vector<const Entry*> entries;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <map>
 #include <stdexcept>
 
 #include "ecu/lapi/logging.h"
@@ -49,22 +50,25 @@ void Store::write(const std::vector<const Entry*>& entries) {
 ImportResult Store::import(const ecu::lapi::var::ParameterMap& parameters, bool replace) {
     ImportResult result;
     change([&] {
-        ecu::lapi::var::ParameterMap others;
-        for_each([&](const Entry& stored) {
-            others.emplace_hint(others.end(), stored.otaid(), stored);
-        });
+        std::map<std::uint32_t, const Entry*> to_write;
         for (const auto& [otaid, entry] : parameters) {
-            const auto stored = others.extract(otaid);
-            const bool is_changed =
-                stored &&
-                protocol::changed_fields(entry, stored.mapped(), protocol::Missing::zero_or_empty)
-                    .any();
-            ++(!stored ? result.added : is_changed ? result.changed : result.unchanged);
-            if (!stored || is_changed) upsert(entry);
+            to_write.emplace_hint(to_write.end(), otaid, &entry);
         }
+        std::vector<std::uint32_t> others;
+        for_each([&](const Entry& stored) {
+            const auto imported = to_write.find(stored.otaid());
+            if (imported == to_write.end()) return others.push_back(stored.otaid());
+            const bool is_changed = protocol::changed_fields(*imported->second, stored,
+                                                             protocol::Missing::zero_or_empty)
+                                        .any();
+            ++(is_changed ? result.changed : result.unchanged);
+            if (!is_changed) to_write.erase(imported);
+        });
+        result.added = to_write.size() - result.changed;
         result.others = others.size();
+        for (const auto& [otaid, entry] : to_write) upsert(*entry);
         if (!replace) return;
-        for (const auto& other : others) delete_one.bind(1, other.first).run();
+        for (const auto otaid : others) delete_one.bind(1, otaid).run();
     });
     return result;
 }

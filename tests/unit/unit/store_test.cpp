@@ -12,6 +12,7 @@
 namespace {
 
 using unit::Store;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 const std::string FOLDER = testing::TempDir() + "korvid-store-" + std::to_string(getpid());
@@ -68,11 +69,16 @@ TEST_F(UnitStore, BoundsWhatOneRequestMayHold) {
         return ecu::lapi::com::Message({all.begin(), all.end()});
     };
     const std::size_t max = 262'144;
-    const std::string record = "\x0a\2\x08\5", otaid = "\x08\5", unknown = "\x10\5";
+    const std::string record = "\x0a\2\x08\5", unknown = "\x10\5";
     EXPECT_NO_THROW(service.write(repeated(record, max)));
     EXPECT_THROW(service.write(repeated(record, max + 1)), std::runtime_error);
-    EXPECT_THROW(service.read(repeated(otaid, max + 1)), std::runtime_error);
-    EXPECT_THROW(service.read(repeated(unknown, 6 * max)), std::runtime_error);
+    const std::string longest = std::string(9, '\x81') + '\1';
+    for (const std::string& otaid :
+         {"\x08\5"s, "\x0a\1\5"s, "\x08" + longest, "\x0a\x0a" + longest}) {
+        EXPECT_NO_THROW(service.read(repeated(otaid, max)));
+        EXPECT_THROW(service.read(repeated(otaid, max + 1)), std::runtime_error);
+    }
+    EXPECT_NO_THROW(service.read(repeated(unknown, 6 * max)));
 }
 
 }  // namespace
