@@ -14,9 +14,8 @@ using Kind = Link::Kind;
 constexpr Deadline::Timeouts PUBLISH_TIMEOUTS{milliseconds(20'000), std::chrono::hours(1)};
 
 constexpr char OUTCOME_UNKNOWN[] =
-    ", before the broker had acknowledged the message; it may or may not have taken effect, check "
-    "a "
-    "blob with getsec";
+    ", before the broker had acknowledged the message; it may or may not have taken effect, "
+    "check a blob with getsec";
 
 void Publications::publish(const Step& step, const std::string& topic,
                            const ecu::lapi::com::Message& message) {
@@ -29,7 +28,12 @@ void Publications::publish(const Step& step, const std::string& topic,
         link.publish(step, message, qos, {}, settles(true));
     } else {
         link.publish(step, message, qos);
-        announcements.announce(topic, settles(false));
+        try {
+            announcements.announce(topic, settles(false));
+        } catch (const TransportError& error) {  // the message itself may go out
+            throw TransportError(Kind::outcome_unknown,
+                                 error.what() + std::string(OUTCOME_UNKNOWN));
+        }
     }
     send_end = end;
     last_topic = step.topic;
