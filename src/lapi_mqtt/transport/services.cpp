@@ -112,6 +112,9 @@ void Services::run(const RequestHandler& handler, const Incoming& request) {
         logging::write(logging::DEBUG, "Executed a request on ", request.topic, " in ",
                        milliseconds_since(began), " ms");
         return reply(request, result, std::nullopt);
+    } catch (const TransportError& error) {
+        if (error.kind() == Link::Kind::not_connected) throw;  // executed, but nobody can be told
+        cause = error.what();
     } catch (const std::exception& error) {
         cause = error.what();
     }
