@@ -37,12 +37,13 @@ void widen_standard_output() {
 }
 
 int attempt(const std::string& program, const std::function<int()>& step) {
+    // In one write, since another thread may log meanwhile.
     try {
         return step();
     } catch (const std::exception& error) {
-        std::cerr << program << ": " << error.what() << std::endl;
+        std::cerr << program + ": " + error.what() + "\n";
     } catch (...) {
-        std::cerr << program << ": an error of an unknown kind" << std::endl;
+        std::cerr << program + ": an error of an unknown kind\n";
     }
     return EXIT_FAILURE;
 }
